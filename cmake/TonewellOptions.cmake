@@ -1,0 +1,39 @@
+# What every target of the project is compiled with.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_AUTOMOC ON)
+set(CMAKE_AUTOUIC ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+set(TONEWELL_SANITIZER "" CACHE STRING "address (with undefined), thread, or empty for none")
+set_property(CACHE TONEWELL_SANITIZER PROPERTY STRINGS "" address thread)
+
+add_library(tonewell_options INTERFACE)
+target_compile_definitions(tonewell_options INTERFACE
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_TO_ASCII
+    QT_NO_KEYWORDS
+    QT_NO_FOREACH
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)
+
+if(MSVC)
+    target_compile_options(tonewell_options INTERFACE /W4 /WX /utf-8 /permissive-)
+else()
+    target_compile_options(tonewell_options INTERFACE -Wall -Wextra -Wpedantic -Werror
+        -Wshadow -Wnon-virtual-dtor -Wimplicit-fallthrough)
+endif()
+
+if(TONEWELL_SANITIZER STREQUAL "address")
+    set(flags -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(TONEWELL_SANITIZER STREQUAL "thread")
+    set(flags -fsanitize=thread -fno-omit-frame-pointer)
+elseif(TONEWELL_SANITIZER)
+    message(FATAL_ERROR "TONEWELL_SANITIZER must be address, thread or empty")
+endif()
+if(flags)
+    add_compile_options(${flags} -O1)
+    add_link_options(${flags})
+    unset(flags)
+endif()

@@ -1,0 +1,40 @@
+# tonewell_room(<room> SOURCES ... [LINK ...] [PRIVATE_LINK ...])
+#
+# One room of the house: the static library tonewell_<room>, whose headers are
+# included as "<room>/name.h".
+function(tonewell_room room)
+    cmake_parse_arguments(arg "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+    set(target tonewell_${room})
+    add_library(${target} STATIC ${arg_SOURCES})
+    target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE tonewell_options ${arg_PRIVATE_LINK})
+endfunction()
+
+# tonewell_test(<name> SOURCES ... LINK ... [TIMEOUT seconds] [RUN_SERIAL])
+#
+# One QtTest program, bin/<name>, and the CTest entry of the same name. It runs
+# on Qt's offscreen platform unless the test asks for another one, in a folder
+# of its own for temporary files, so that sockets and shared-memory keys of
+# parallel tests never meet.
+function(tonewell_test name)
+    cmake_parse_arguments(arg "RUN_SERIAL" "TIMEOUT" "SOURCES;LINK" ${ARGN})
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 120)
+    endif()
+    add_executable(${name} ${arg_SOURCES})
+    target_link_libraries(${name} PRIVATE tonewell_options ${arg_LINK} Qt5::Test)
+    add_test(NAME ${name} COMMAND ${name})
+    tonewell_test_environment(${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
+    if(arg_RUN_SERIAL)
+        set_tests_properties(${name} PROPERTIES RUN_SERIAL TRUE)
+    endif()
+endfunction()
+
+# tonewell_test_environment(<ctest name>): what every test process starts with.
+function(tonewell_test_environment name)
+    set(tmp ${CMAKE_BINARY_DIR}/tmp/${name})
+    file(MAKE_DIRECTORY ${tmp})
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT
+        "QT_QPA_PLATFORM=offscreen;TMPDIR=${tmp};LC_ALL=C.UTF-8;ASAN_OPTIONS=detect_stack_use_after_return=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1;UBSAN_OPTIONS=print_stacktrace=1")
+endfunction()

@@ -1,0 +1,4 @@
+// Machine-level structures: exceptions and thread contexts.
+#pragma once
+
+#include <windef.h>
