@@ -31,10 +31,17 @@ function(tonewell_test name)
     endif()
 endfunction()
 
+# What the sanitizers are told, in every process of every test.
+set(TONEWELL_SANITIZER_ENVIRONMENT
+    "ASAN_OPTIONS=detect_stack_use_after_return=1"
+    "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"
+    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
+    "UBSAN_OPTIONS=print_stacktrace=1")
+
 # tonewell_test_environment(<ctest name>): what every test process starts with.
 function(tonewell_test_environment name)
     set(tmp ${CMAKE_BINARY_DIR}/tmp/${name})
     file(MAKE_DIRECTORY ${tmp})
     set_tests_properties(${name} PROPERTIES ENVIRONMENT
-        "QT_QPA_PLATFORM=offscreen;TMPDIR=${tmp};LC_ALL=C.UTF-8;ASAN_OPTIONS=detect_stack_use_after_return=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1;UBSAN_OPTIONS=print_stacktrace=1")
+        "QT_QPA_PLATFORM=offscreen;TMPDIR=${tmp};LC_ALL=C.UTF-8;${TONEWELL_SANITIZER_ENVIRONMENT}")
 endfunction()

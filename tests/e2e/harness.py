@@ -1,0 +1,275 @@
+"""Real processes for the end-to-end tests: a private sound server, a tone played into it,
+the program, and a consumer in a process of its own.
+
+Everything lives below one temporary folder, which is also TMPDIR and XDG_RUNTIME_DIR, so
+that neither the user's sound set-up nor a running copy of the program is ever touched.
+Processes are ended by the id they were started with.
+"""
+import array
+import contextlib
+import json
+import math
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import wave
+
+SEPARATOR = "/&+&/"
+PROGRAM = os.environ.get("TONEWELL_PROGRAM", "TonewellDetection")
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def wait_until(condition, seconds, what):
+    """Polls the condition; returns its first true value or fails with a text."""
+    end = time.monotonic() + seconds
+    while True:
+        value = condition()
+        if value:
+            return value
+        if time.monotonic() > end:
+            raise AssertionError(f"not within {seconds} s: {what}")
+        time.sleep(0.02)
+
+
+class Message:
+    """One received message: its arrival time, levels (x 400) and 100 bars."""
+
+    def __init__(self, when, text):
+        self.when = when
+        self.text = text
+        self.fields = text.split(SEPARATOR)
+        self.levels = [float(field) for field in self.fields[1:4]]
+        self.bars = [int(field) for field in self.fields[4:]]
+
+    @property
+    def left(self):
+        return self.bars[:50]
+
+    @property
+    def right(self):
+        return self.bars[50:]
+
+    def loudest(self):
+        return max(range(len(self.bars)), key=self.bars.__getitem__)
+
+
+class Client:
+    """The consumer process and what it has received so far."""
+
+    def __init__(self, environment):
+        self.messages = []
+        self.ready = 0
+        self.process = subprocess.Popen(
+            [sys.executable, os.path.join(HERE, "replica_client.py")], env=environment,
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.reader = threading.Thread(target=self._read, daemon=True)
+        self.reader.start()
+
+    def _read(self):
+        for line in self.process.stdout:
+            value = json.loads(line)
+            if value == ["ready"]:
+                self.ready += 1
+            else:
+                self.messages.append(Message(*value))
+
+    def wait_for(self, condition, seconds, what, since=None):
+        """The first message that meets the condition among those after `since` (default: now)."""
+        begin = len(self.messages) if since is None else since
+        position = [begin]
+
+        def look():
+            while position[0] < len(self.messages):
+                message = self.messages[position[0]]
+                position[0] += 1
+                if condition(message):
+                    return message
+            return None
+
+        try:
+            return wait_until(look, seconds, what)
+        except AssertionError as failure:
+            last = self.messages[-1].text if self.messages else "none"
+            raise AssertionError(f"{failure}; {len(self.messages) - begin} messages, last: {last}") from None
+
+    def next(self, seconds=2):
+        return self.wait_for(lambda message: True, seconds, "a message")
+
+    def stop(self):
+        with contextlib.suppress(BrokenPipeError):
+            self.process.stdin.close()
+        end_process(self.process)
+        self.reader.join(5)
+        self.process.stdout.close()
+
+
+def end_process(process, seconds=5):
+    """Ends a process politely, then for good; returns its exit status."""
+    if process.poll() is None:
+        process.terminate()
+        try:
+            process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            process.kill()
+    return process.wait()
+
+
+def write_tone(path, rate, seconds, left, right):
+    """A stereo WAV file; left and right are (frequency in Hz, amplitude 0..1) or None."""
+    period = array.array("h")
+    # One second of whole cycles repeats without a seam for every whole frequency.
+    for i in range(rate):
+        for side in (left, right):
+            value = 0.0 if side is None else side[1] * math.sin(2 * math.pi * side[0] * i / rate)
+            period.append(int(round(32767 * value)))
+    with wave.open(path, "wb") as out:
+        out.setnchannels(2)
+        out.setsampwidth(2)
+        out.setframerate(rate)
+        for _ in range(seconds):
+            out.writeframes(period.tobytes())
+
+
+class World:
+    """A temporary folder with its sound server, players, program and clients."""
+
+    def __init__(self):
+        self.folder = tempfile.mkdtemp(prefix="tonewell-e2e.")
+        self.environment = {key: value for key, value in os.environ.items()
+                            if not key.startswith(("PULSE_", "PIPEWIRE_", "XDG_", "DBUS_"))
+                            and key not in ("DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM")}
+        self.runtime = os.path.join(self.folder, "run")
+        for name in ("run", "home"):
+            os.mkdir(os.path.join(self.folder, name), 0o700)
+        self.environment.update(HOME=os.path.join(self.folder, "home"), TMPDIR=self.folder,
+                                XDG_RUNTIME_DIR=self.runtime)
+        self.others = []
+        self.servers = []
+        self.clients = []
+
+    def close(self):
+        for client in self.clients:
+            client.stop()
+        for process in reversed(self.others):
+            end_process(process)
+        self.stop_server()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    def log(self, name):
+        return open(os.path.join(self.folder, name + ".log"), "ab")
+
+    def start(self, name, *command):
+        """Starts a process whose output goes to the folder's log of that name."""
+        with self.log(name) as log:
+            return subprocess.Popen(command, env=self.environment, stdin=subprocess.DEVNULL,
+                                    stdout=log, stderr=log)
+
+    # The sound server
+
+    def start_server(self):
+        raise NotImplementedError
+
+    def stop_server(self):
+        for process in reversed(self.servers):
+            end_process(process)
+        self.servers.clear()
+
+    def kill_server(self):
+        for process in reversed(self.servers):
+            process.kill()
+            process.wait()
+        self.servers.clear()
+
+    def pactl(self, *words):
+        return subprocess.run(["pactl", *words], env=self.environment, check=True, timeout=10,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True).stdout.strip()
+
+    def has_server(self):
+        with contextlib.suppress(subprocess.SubprocessError):
+            return self.pactl("info")
+        return None
+
+    def add_sink(self, name, rate=48000):
+        module = self.pactl("load-module", "module-null-sink", f"sink_name={name}", f"rate={rate}",
+                            f"sink_properties=device.description={name}")
+        wait_until(lambda: f"\t{name}\t" in self.pactl("list", "short", "sinks"), 5, f"sink {name}")
+        return module
+
+    def set_default(self, name):
+        self.pactl("set-default-sink", name)
+        wait_until(lambda: self.pactl("get-default-sink") == name, 5, f"default sink {name}")
+
+    def play(self, sink, rate, left, right, seconds=120):
+        path = os.path.join(self.folder, f"tone{len(self.others)}.wav")
+        write_tone(path, rate, seconds, left, right)
+        player = self.start("player", "paplay", f"--device={sink}", path)
+        self.others.append(player)
+        return player
+
+    # The program and its consumers
+
+    def start_program(self):
+        program = self.start("program", PROGRAM)
+        self.others.append(program)
+        wait_until(lambda: os.path.exists(self.socket) or program.poll() is not None, 10, "the socket")
+        return program
+
+    @property
+    def socket(self):
+        return os.path.join(self.folder, "tonewell")
+
+    def connect(self):
+        client = Client(self.environment)
+        self.clients.append(client)
+        wait_until(lambda: client.messages, 10, "the first message")
+        return client
+
+
+class PulseAudioWorld(World):
+    name = "PulseAudio"
+
+    def start_server(self):
+        self.servers.append(self.start(
+            "server", "pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
+            "-L", "module-native-protocol-unix", "-L", "module-null-source source_name=microphone"))
+        wait_until(self.has_server, 10, "the sound server")
+
+
+class PipeWireWorld(World):
+    name = "PipeWire"
+
+    def start_server(self):
+        address = "unix:path=" + os.path.join(self.runtime, "bus")
+        if "DBUS_SESSION_BUS_ADDRESS" not in self.environment:
+            self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
+            bus = self.start("bus", "dbus-daemon", "--session", "--nofork", "--nopidfile",
+                             "--address=" + address)
+            self.others.append(bus)
+            wait_until(lambda: os.path.exists(os.path.join(self.runtime, "bus")), 5, "the bus")
+        for name, socket in (("pipewire", "pipewire-0"), ("wireplumber", None),
+                             ("pipewire-pulse", "pulse/native")):
+            self.servers.append(self.start(name, name))
+            if socket:
+                wait_until(lambda: os.path.exists(os.path.join(self.runtime, socket)), 10, name)
+        wait_until(self.has_server, 10, "the sound server")
+        self.pactl("load-module", "module-null-sink", "media.class=Audio/Source/Virtual",
+                   "sink_name=microphone", "channel_map=mono")
+
+
+WORLDS = {"pulseaudio": PulseAudioWorld, "pipewire": PipeWireWorld}
+
+
+def make_world():
+    """The world of the server that the TONEWELL_SERVER variable names, with the server running."""
+    world = WORLDS[os.environ.get("TONEWELL_SERVER", "pulseaudio")]()
+    try:
+        world.start_server()
+    except BaseException:
+        world.close()
+        raise
+    return world

@@ -1,0 +1,38 @@
+"""An independent consumer: acquires the replica by name and prints what it receives.
+
+One JSON array a line on standard output: [monotonic seconds, message], preceded by one
+["ready"] when the replica is initialised. Ends with its standard input.
+"""
+import json
+import sys
+import time
+
+from PyQt5.QtCore import QCoreApplication, QSocketNotifier, QUrl
+from PyQt5.QtRemoteObjects import QRemoteObjectNode
+
+
+def main():
+    app = QCoreApplication(sys.argv)
+    node = QRemoteObjectNode()
+    node.connectToNode(QUrl("local:tonewell"))
+    replica = node.acquireDynamic("Tonewell")
+    connected = []
+
+    def show(value):
+        sys.stdout.write(json.dumps(value) + "\n")
+        sys.stdout.flush()
+
+    def initialised():
+        if not connected:  # emitted again after every reconnection
+            connected.append(True)
+            replica.sigMessage.connect(lambda text: show([time.monotonic(), text]))
+        show(["ready"])
+
+    replica.initialized.connect(initialised)
+    end = QSocketNotifier(sys.stdin.fileno(), QSocketNotifier.Read)
+    end.activated.connect(app.quit)
+    return app.exec()
+
+
+if __name__ == "__main__":
+    sys.exit(main())
