@@ -1,0 +1,87 @@
+#include "remote/spectrummessage.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+constexpr QLatin1String s_kind("SoundSpectrum");
+constexpr QLatin1String s_separator("/&+&/");
+constexpr double s_scale = 400.0;
+constexpr int s_levelLength = 13; // -1.23457e+308
+constexpr int s_barLength = 4;
+
+/// Writes the Latin-1 text and returns the end of what was written.
+QChar *write(QChar *out, const char *begin, const char *end)
+{
+    return std::transform(begin, end, out, [](char unit) { return QLatin1Char(unit); });
+}
+
+QChar *write(QChar *out, QLatin1String text)
+{
+    return write(out, text.begin(), text.end());
+}
+
+/// True when the shortest scientific text of a number has seven digits of which the last is 5:
+/// the number may then lie exactly between two numbers of six digits.
+bool mayBeTie(const char *shortest, const char *end)
+{
+    const char *const digits = shortest + (*shortest == '-');
+    return end - digits > 8 && digits[8] == 'e' && digits[7] == '5';
+}
+
+QChar *writeLevel(QChar *out, double level)
+{
+    const double value = level * s_scale;
+    char text[32];
+    const char *end =
+        std::to_chars(text, text + sizeof text, value, std::chars_format::scientific).ptr;
+    if (!std::isfinite(value) || mayBeTie(text, end)) {
+        // to_chars rounds a tie to even and writes a negative nan; QString::number does neither.
+        const QString exact = QString::number(value, 'g', 6);
+        return std::copy(exact.begin(), exact.end(), out);
+    }
+    end = std::to_chars(text, text + sizeof text, value, std::chars_format::general, 6).ptr;
+    return write(out, text, end);
+}
+
+int scaledBar(float bar)
+{
+    const float value = bar * float(s_scale);
+    if (std::isnan(value))
+        return 0;
+    // The largest integer is no float: 2^31, the next one up, is the first that does not fit.
+    if (value >= 2147483648.0F)
+        return std::numeric_limits<int>::max();
+    if (value < -2147483648.0F)
+        return std::numeric_limits<int>::min();
+    return int(value);
+}
+
+QChar *writeBar(QChar *out, float bar)
+{
+    char text[12];
+    const char *const end = std::to_chars(text, text + sizeof text, scaledBar(bar)).ptr;
+    return write(out, text, std::min<const char *>(end, text + s_barLength));
+}
+
+} // namespace
+
+QString spectrumMessage(double rmsLevel, double peakLevel, double dynamicLevel, const float *bars,
+                        int barCount)
+{
+    barCount = std::max(barCount, 0);
+    QString message(s_kind.size() + 3 * (s_separator.size() + s_levelLength)
+                        + barCount * (s_separator.size() + s_barLength),
+                    Qt::Uninitialized);
+    QChar *const begin = message.data();
+    QChar *out = write(begin, s_kind);
+    for (const double level : {rmsLevel, peakLevel, dynamicLevel})
+        out = writeLevel(write(out, s_separator), level);
+    for (const float *bar = bars; bar != bars + barCount; ++bar)
+        out = writeBar(write(out, s_separator), *bar);
+    message.truncate(int(out - begin));
+    return message;
+}
