@@ -1,0 +1,144 @@
+// The controller of loopback capture: which device, when, and what happens when it fails.
+#pragma once
+
+#include "capture/captureaudiothread.h"
+#include "capture/deviceentry.h"
+#include "capture/sessionclients.h"
+#include <atomic>
+#include <audioclient.h>
+#include <mmdeviceapi.h>
+#include <QByteArray>
+#include <QList>
+#include <QMutex>
+#include <QObject>
+#include <QString>
+
+/// Owns the COM objects of one capture session and the worker that drains it, keeps the catalogue
+/// of render endpoints, and is itself the audio system's notification client.
+///
+/// Life: constructed in the thread that becomes "the controller's thread" (the GUI thread);
+/// registered for notifications from the end of the constructor to the first step of the
+/// destructor. UnregisterEndpointNotificationCallback returns when no callback runs any more.
+///
+/// Threads: startCapture, stopCapture, setCurrentDevice, flushDevices, devices and isCapturing may
+/// be called on any thread; the notification callbacks do so on the audio system's threads.
+/// m_mutex, recursive, makes these calls exclusive; it is held during Steps 1 to 6 of a start, so a
+/// caller may wait for seconds. handleThreadStopped and all timers run in the controller's thread.
+///
+/// A start that overlaps another one returns at once (m_starting). Nothing is lost by that: until
+/// Step 1 the running start has not looked at the wanted device yet, and from Step 1 to the end it
+/// holds m_mutex, which setCurrentDevice and the callbacks need first.
+class AudioCapture : public QObject, public IMMNotificationClient {
+    Q_OBJECT
+
+public:
+    /// Sets up COM on this thread, the enumerator, the notifications and the catalogue. When there
+    /// is no enumerator the object stays without them, and every start fails.
+    explicit AudioCapture(QObject *parent = nullptr);
+    ~AudioCapture() override;
+
+    /// Brings a capture session up on the wanted device, ending the old one. Blocks for up to some
+    /// seconds; a failure is reported (handleStartError), never thrown. Emits formatChanged before
+    /// the first notifyData of the session.
+    Q_INVOKABLE void startCapture();
+    /// Ends the session and every restart that is waiting for its moment. Returns at once.
+    Q_INVOKABLE void stopCapture();
+
+    /// Chooses the device by display text, "默认输出设备" to follow the default, and restarts.
+    void setCurrentDevice(const QString &name);
+    /// Display text of the wanted device.
+    QString currentDevice() const;
+    /// Whether the worker's run flag is set.
+    bool isCapturing() const;
+
+    /// Turns a failed start (negative hr) into one error report per process, and an invalidated
+    /// device that the worker found into a restart on the default device.
+    void handleStartError(HRESULT hr);
+    /// Answers the end of a session: restarts after 500 ms while capture is wanted.
+    void handleThreadStopped();
+
+    /// Rebuilds the catalogue.
+    void flushDevices();
+    /// The catalogue: "默认输出设备" first, then the active render endpoints in the system's order.
+    QList<DeviceEntry> devices() const;
+    /// First entry with exactly this display text, or null. The caller holds m_mutex, or knows that
+    /// no other thread rebuilds the catalogue while it uses the entry.
+    const DeviceEntry *findDevice(const QString &name) const;
+    /// Friendly name of an endpoint; "未知设备" for a null id, "已移除的设备" when it cannot be
+    /// read.
+    QString getDeviceName(LPCWSTR id);
+    /// Default render endpoint by an enumerator of its own: the console role, else multimedia.
+    /// *out is null on failure; success with a null device counts as E_POINTER.
+    static HRESULT getDefaultRenderDevice(IMMDevice **out);
+
+    /// Switches the capture diagnostic log of the process.
+    static void setDiagnosticLogEnabled(bool enabled);
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void **ppv) override;
+    ULONG STDMETHODCALLTYPE AddRef() override;
+    ULONG STDMETHODCALLTYPE Release() override;
+    HRESULT STDMETHODCALLTYPE OnDeviceStateChanged(LPCWSTR id, DWORD newState) override;
+    HRESULT STDMETHODCALLTYPE OnDeviceAdded(LPCWSTR id) override;
+    HRESULT STDMETHODCALLTYPE OnDeviceRemoved(LPCWSTR id) override;
+    HRESULT STDMETHODCALLTYPE OnDefaultDeviceChanged(EDataFlow flow, ERole role,
+                                                     LPCWSTR id) override;
+    HRESULT STDMETHODCALLTYPE OnPropertyValueChanged(LPCWSTR id, const PROPERTYKEY key) override;
+
+Q_SIGNALS:
+    /// Converted packets, relayed from the worker in the controller's thread.
+    void notifyData(const QByteArray &data);
+    /// The format of the data that follows: 16-bit stereo PCM at the device's rate. Emitted on the
+    /// thread that starts capture.
+    void formatChanged(WAVEFORMATEX fromat);
+    void deviceChanged(const QString &newDevice);
+
+private:
+    void waitForOldSession();
+    void releaseOldSession();
+    void endQueuedSessions();
+    HRESULT bringUpSession();
+    HRESULT chooseDevice();
+    HRESULT openDevice(const QString &id);
+    HRESULT checkDeviceState();
+    HRESULT activateClient();
+    HRESULT tryActivate(DWORD context);
+    HRESULT readMixFormat();
+    HRESULT fetchMixFormat();
+    HRESULT initializeClient();
+    HRESULT tryInitialize(REFERENCE_TIME duration);
+    HRESULT initializeAligned();
+    HRESULT initializeWithRetries();
+    HRESULT recoverOnDefaultDevice();
+    void announceFormat();
+    HRESULT startWorker(int blockAlign);
+    void releaseClient();
+    void releaseDevice();
+    void freeFormat();
+
+    QString deviceFormatDebugInfo() const;
+    void restartAfterDeviceReturn(const QString &armedFor);
+    QString takePendingDeviceId();
+
+    LONG m_refCount = 1;
+    mutable QRecursiveMutex m_mutex;
+    IMMDevice *pDevice = nullptr;
+    IMMDeviceEnumerator *pOutputEnumerator = nullptr;
+    IAudioClient *pAudioClient = nullptr;
+    WAVEFORMATEX *pwfx = nullptr;
+    QList<DeviceEntry> m_deviceList;
+    QString m_currentDevice;
+    SessionClients m_sessionClients; ///< outlives the worker
+    CaptureAudioThread m_captureThread;
+    bool m_autoRestart = false;
+    mutable QMutex m_pendingMutex; ///< guards m_pendingDeviceId alone, never held for long
+    QString m_pendingDeviceId;
+    std::atomic<bool> m_ready {false};
+    bool m_starting = false;
+
+    // Sessions are counted as the worker numbers them; all three under m_mutex.
+    quint64 m_sessionsQueued = 0;
+    quint64 m_sessionsSuperseded = 0; ///< up to this one ended because a newer start took over
+    quint64 m_sessionsEnded = 0; ///< whose stoped() has arrived
+};
+
+Q_DECLARE_METATYPE(WAVEFORMATEX)
