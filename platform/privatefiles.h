@@ -1,0 +1,16 @@
+// Files that only the user may open.
+#pragma once
+
+/// While it lives, the files that the process creates are the user's alone, sockets included (on
+/// Linux through the process's file mode mask, which all threads share). On Windows a local
+/// socket's own access list decides, and this does nothing. Not to be nested across threads.
+class PrivateFileScope {
+public:
+    PrivateFileScope();
+    ~PrivateFileScope();
+    PrivateFileScope(const PrivateFileScope &) = delete;
+    PrivateFileScope &operator=(const PrivateFileScope &) = delete;
+
+private:
+    unsigned m_before = 0;
+};

@@ -1,0 +1,60 @@
+#include "messagestatistics.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+constexpr double s_step = 0.1;
+constexpr int s_steps = 100000;
+} // namespace
+
+MessageStatistics::MessageStatistics()
+    : m_histogram(s_steps + 1)
+{
+}
+
+void MessageStatistics::addMessage(double time)
+{
+    ++m_messages;
+    if (m_running) {
+        const double gap = std::max(time - m_last, 0.0);
+        ++m_histogram[std::min(int(gap / s_step), s_steps)];
+        ++m_gaps;
+        m_sum += gap;
+        m_longest = std::max(m_longest, gap);
+    }
+    m_last = time;
+    m_running = true;
+}
+
+double MessageStatistics::rate() const
+{
+    return m_sum > 0 ? double(m_gaps) * 1000.0 / m_sum : 0.0;
+}
+
+double MessageStatistics::gapPercentile(double share) const
+{
+    if (m_gaps == 0)
+        return 0;
+    const qint64 wanted = std::max(qint64(std::ceil(double(m_gaps) * share)), qint64(1));
+    qint64 counted = 0;
+    int i = 0;
+    while (i < s_steps && (counted += m_histogram.at(i)) < wanted)
+        ++i;
+    // The upper end of the step, but never more than what was seen.
+    return i == s_steps ? m_longest : std::min((i + 1) * s_step, m_longest);
+}
+
+QString MessageStatistics::report() const
+{
+    QString text = QStringLiteral("messages  %1, bad %2\n").arg(m_messages).arg(m_bad);
+    if (m_gaps == 0)
+        return text;
+    text += QStringLiteral("rate      %1 a second\n").arg(rate(), 0, 'f', 2);
+    text += QStringLiteral("gaps      50 % up to %1 ms, 90 % %2 ms, 99 % %3 ms, longest %4 ms\n")
+                .arg(gapPercentile(0.5), 0, 'f', 1)
+                .arg(gapPercentile(0.9), 0, 'f', 1)
+                .arg(gapPercentile(0.99), 0, 'f', 1)
+                .arg(m_longest, 0, 'f', 1);
+    return text;
+}
