@@ -1,0 +1,17 @@
+#include "spectrum/fftrealwrapper.h"
+
+#include "spectrum/fftengine.h"
+
+static_assert(FFTRealWrapper::Length == FFTEngine::Length, "wrapper and engine are one length");
+
+FFTRealWrapper::FFTRealWrapper()
+    : m_engine(std::make_unique<FFTEngine>())
+{
+}
+
+FFTRealWrapper::~FFTRealWrapper() = default;
+
+void FFTRealWrapper::calculateFFT(float *out, const float *in)
+{
+    m_engine->transform(out, in);
+}
