@@ -93,31 +93,33 @@ Q_SIGNALS:
     void deviceChanged(const QString &newDevice);
 
 private:
+    static QString followDefaultName();
+
     void waitForOldSession();
+    void supersedeSessions();
     void releaseOldSession();
-    void endQueuedSessions();
     HRESULT bringUpSession();
-    HRESULT chooseDevice();
     HRESULT openDevice(const QString &id);
+    HRESULT chooseDevice();
     HRESULT checkDeviceState();
-    HRESULT activateClient();
     HRESULT tryActivate(DWORD context);
-    HRESULT readMixFormat();
+    HRESULT activateClient();
     HRESULT fetchMixFormat();
-    HRESULT initializeClient();
+    HRESULT readMixFormat(int *blockAlign);
     HRESULT tryInitialize(REFERENCE_TIME duration);
     HRESULT initializeAligned();
     HRESULT initializeWithRetries();
-    HRESULT recoverOnDefaultDevice();
+    HRESULT recoverOnDefaultDevice(int *blockAlign);
+    HRESULT initializeClient(int *blockAlign);
     void announceFormat();
-    HRESULT startWorker(int blockAlign);
+    void startWorker(int blockAlign);
     void releaseClient();
     void releaseDevice();
     void freeFormat();
-
+    QString takePendingDeviceId();
+    QString defaultDeviceId();
     QString deviceFormatDebugInfo() const;
     void restartAfterDeviceReturn(const QString &armedFor);
-    QString takePendingDeviceId();
 
     LONG m_refCount = 1;
     mutable QRecursiveMutex m_mutex;

@@ -8,6 +8,7 @@
 #include <QObject>
 
 class QThread;
+struct SourceFormat;
 
 /// Lives in a thread of its own, which it makes, owns and ends. One call of start() is one capture
 /// session: it blocks that thread until the session ends and emits stoped() exactly once.
@@ -22,7 +23,8 @@ class QThread;
 /// The flag alone cannot end a session that is queued or that has not reached its loop yet: the
 /// session would set it again. Therefore sessions are numbered from 1 in the order of their
 /// start() calls, and retireSessions(n) ends all up to n for good: one that has not begun returns
-/// with its stoped() and nothing else, one in the loop leaves it as if the flag had been cleared.
+/// with its stoped() and nothing else, one that fails to start reports no error, one in the loop
+/// leaves it as if the flag had been cleared.
 /// Who clears the flag retires first (retireSessions, then clearRunning). Then, whatever the order,
 /// a retired session never leaves the flag set behind a clear:
 ///  - flag set, retired, cleared: the clear is last;
@@ -69,7 +71,9 @@ Q_SIGNALS:
 
 private:
     bool isRetired() const { return m_session <= m_retired.load(); }
-    void drain(IAudioClient *pAudioClient, struct IAudioCaptureClient *capture, int blockAlign);
+    void endUnstarted(HRESULT hr);
+    void drain(IAudioClient *pAudioClient, IAudioCaptureClient *capture, int blockAlign,
+               const SourceFormat &format);
 
     QThread *m_thread;
     std::atomic<qint32> m_running {0};
