@@ -1,0 +1,44 @@
+// TonewellDetection: the process entry.
+#include "app/singleinstance.h"
+#include "app/widget.h"
+#include "platform/display.h"
+#include "platform/termination.h"
+#include "report/crashhandlers.h"
+
+#include <QApplication>
+#include <QSharedMemory>
+
+#include <exception>
+
+#include <windows.h>
+
+namespace {
+
+/// All debug output of the program stays in the source and is thrown away here.
+void emptyMessageHandler(QtMsgType, const QMessageLogContext &, const QString &) { }
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    std::set_terminate(terminateHandler);
+    SetUnhandledExceptionFilter(crashFilter);
+    qInstallMessageHandler(emptyMessageHandler);
+
+    chooseDisplay();
+    QApplication application(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("TonewellDetection"));
+    QApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    QApplication::setOrganizationName(QStringLiteral("TonewellDetection"));
+
+    // The copy that holds the segment also holds the socket; a second one would take that away.
+    QSharedMemory sharedMemory(QStringLiteral("TonewellDetection"));
+    if (attachToRunningCopy(&sharedMemory))
+        return 0;
+    sharedMemory.create(1, QSharedMemory::ReadWrite);
+
+    endEventLoopOnTermination();
+    Widget widget;
+    widget.show();
+    return QApplication::exec();
+}

@@ -1,0 +1,113 @@
+#include "app/widget.h"
+
+#include "capture/audiocapture.h"
+#include "platform/privatefiles.h"
+#include "remote/commoninterface.h"
+#include "remote/spectrummessage.h"
+#include "spectrum/specengine.h"
+#include "ui_widget.h"
+
+#include <QGuiApplication>
+#include <QRemoteObjectHost>
+#include <QTimer>
+#include <QUrl>
+
+namespace {
+constexpr int s_minFrequency = -7000;
+constexpr int s_maxFrequency = 7000;
+constexpr int s_barCount = 100;
+constexpr int s_publishInterval = 20; // ms
+} // namespace
+
+Widget::Widget(QWidget *parent)
+    : QWidget(parent)
+    , ui(new Ui::Widget)
+    , m_interface(nullptr)
+    , m_host(nullptr)
+    , m_spectrum(s_minFrequency, s_maxFrequency, s_barCount)
+{
+    ui->setupUi(this);
+    setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    setAttribute(Qt::WA_TranslucentBackground);
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+    resize(1, 1);
+    move(-100, -100);
+
+    registerSessionNotification();
+    setupRemote();
+
+    const QStringList names = SpecEngine::instance()->deviceList();
+    for (const QString &name : names)
+        ui->comboBox->addItem(tr("%1").arg(name));
+
+    SpecEngine::instance()->setSmoothing(0.5);
+    SpecEngine::instance()->setHistoryLength(10);
+    SpecEngine::instance()->setQuantile(0.1);
+    SpecEngine::instance()->start();
+    AudioCapture::setDiagnosticLogEnabled(false);
+
+    m_timer = new QTimer(this);
+    // A coarse timer may be 5 % late, and would keep being so: 50 a second needs a precise one.
+    m_timer->setTimerType(Qt::PreciseTimer);
+    connect(m_timer, &QTimer::timeout, this, &Widget::timeOver);
+    m_timer->setSingleShot(false);
+    m_timer->start(s_publishInterval);
+}
+
+Widget::~Widget()
+{
+    delete ui;
+    SpecEngine::instance()->stop();
+}
+
+void Widget::setupRemote()
+{
+    m_host = new QRemoteObjectHost(this);
+    {
+        const PrivateFileScope socketIsTheUsersAlone;
+        m_host->setHostUrl(QUrl(QStringLiteral("local:tonewell")));
+    }
+    m_interface = new CommonInterface(this);
+    m_host->enableRemoting(m_interface, QStringLiteral("Tonewell"));
+    connect(m_interface, &CommonInterface::sigReceiveMsg, this, &Widget::onReceiveMsg);
+}
+
+void Widget::timeOver()
+{
+    const SpecEngine *const engine = SpecEngine::instance();
+    const double dynamicLevel = engine->dynamicLevel();
+    const double peakLevel = engine->peakLevel();
+    const double rmsLevel = engine->rmsLevel();
+    m_message = spectrumMessage(rmsLevel, peakLevel, dynamicLevel, m_spectrum.bars.data(),
+                                int(m_spectrum.bars.size()));
+    if (!m_message.isEmpty())
+        m_interface->sendMessage(m_message);
+}
+
+void Widget::onReceiveMsg(QString msg)
+{
+    Q_UNUSED(msg)
+}
+
+void Widget::on_pushButton_released()
+{
+    SpecEngine::instance()->start();
+    ui->textBrowser->append(QStringLiteral("启动"));
+}
+
+void Widget::on_pushButton_2_released()
+{
+    SpecEngine::instance()->stop();
+    ui->textBrowser->append(QStringLiteral("停止"));
+}
+
+void Widget::on_comboBox_textActivated(QString arg1)
+{
+    ui->textBrowser->clear();
+    SpecEngine::instance()->stop();
+    ui->textBrowser->append(QStringLiteral("停止"));
+    SpecEngine::instance()->setCurrentDevice(arg1);
+    ui->textBrowser->append(QStringLiteral("设置设备：%1").arg(arg1));
+    SpecEngine::instance()->start();
+    ui->textBrowser->append(QStringLiteral("启动"));
+}

@@ -1,0 +1,67 @@
+// The window's part in the user's session: its notifications, and what they restart.
+#include "app/widget.h"
+#include "spectrum/specengine.h"
+#include "ui_widget.h"
+
+#include <QDebug>
+#include <QTimer>
+
+#include <windows.h>
+
+#include <wtsapi32.h>
+
+namespace {
+constexpr int s_restartDelay = 1000; // ms
+} // namespace
+
+void Widget::registerSessionNotification()
+{
+    const bool registered =
+        WTSRegisterSessionNotification(reinterpret_cast<HWND>(winId()), NOTIFY_FOR_THIS_SESSION);
+    qDebug() << "注册windows通知事件：" << registered;
+}
+
+bool Widget::nativeEvent(const QByteArray &eventType, void *message, long *result)
+{
+    // The message is a MSG only under this name; other window systems pass structures of their own.
+    if (eventType == "windows_generic_MSG") {
+        const MSG *const msg = static_cast<const MSG *>(message);
+        if (msg->message == WM_WTSSESSION_CHANGE)
+            sessionChanged(msg->wParam);
+    }
+    return QWidget::nativeEvent(eventType, message, result);
+}
+
+void Widget::sessionChanged(quintptr code)
+{
+    switch (code) {
+    case WTS_CONSOLE_CONNECT:
+        qDebug() << "会话连接";
+        restartService();
+        break;
+    case WTS_CONSOLE_DISCONNECT:
+        qDebug() << "系统注销";
+        break;
+    case WTS_SESSION_LOGON:
+        qDebug() << "用户登录";
+        restartService();
+        break;
+    case WTS_SESSION_LOCK:
+        qDebug() << "系统锁屏";
+        break;
+    case WTS_SESSION_UNLOCK:
+        qDebug() << "系统解锁";
+        restartService();
+        break;
+    default:
+        break;
+    }
+}
+
+void Widget::restartService()
+{
+    ui->textBrowser->append(QStringLiteral("用户登录：重启服务"));
+    if (SpecEngine::instance()->isCapturing())
+        SpecEngine::instance()->stop();
+    QTimer::singleShot(s_restartDelay, this, [] { SpecEngine::instance()->start(); });
+}
