@@ -6,5 +6,6 @@
 #include <winerror.h>
 
 #include <winbase.h>
+#include <wingdi.h>
 #include <winnt.h>
 #include <winuser.h>

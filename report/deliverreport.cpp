@@ -1,0 +1,56 @@
+#include "report/deliverreport.h"
+
+#include "platform/dialogvisibility.h"
+#include "report/errorreportdialog.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QFile>
+#include <QTimer>
+
+#include <atomic>
+#include <cstdio>
+
+namespace {
+
+std::atomic<ReportSink> s_sink {nullptr};
+
+void writeCrashReportFile(const QString &report)
+{
+    const QString now = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd_HHmmss"));
+    QFile file(QStringLiteral("crash_report_%1.txt").arg(now));
+    if (file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate))
+        file.write(report.toUtf8());
+}
+
+void showReport(const QString &report)
+{
+    if (!QCoreApplication::instance()) {
+        writeCrashReportFile(report);
+        return;
+    }
+    // A crash never comes here, its process has ended: what was printed there is not repeated.
+    if (!dialogCanBeSeen())
+        std::fprintf(stderr, "%s\n", report.toLocal8Bit().constData());
+    ErrorReportDialog dialog(report);
+    dialog.exec();
+}
+
+} // namespace
+
+void deliverReport(const QString &report)
+{
+    if (const ReportSink sink = s_sink.load()) {
+        sink(report);
+        return;
+    }
+    if (QCoreApplication::instance())
+        QTimer::singleShot(0, [report] { showReport(report); });
+    else
+        writeCrashReportFile(report);
+}
+
+ReportSink setReportSink(ReportSink sink)
+{
+    return s_sink.exchange(sink);
+}

@@ -1,0 +1,100 @@
+#include "report/stacktrace.h"
+
+#include <dbghelp.h>
+
+namespace {
+
+constexpr int MaximumFrames = 32;
+constexpr DWORD ModuleStructureSize = 1680;
+
+QString hex(DWORD64 value)
+{
+    return QStringLiteral("%1").arg(static_cast<qulonglong>(value), 16, 16, QLatin1Char('0'));
+}
+
+template <typename Function> Function *resolve(HMODULE library, const char *name)
+{
+    // By way of void (*)(): the one function type that any other may be cast from.
+    return reinterpret_cast<Function *>(
+        reinterpret_cast<void (*)()>(GetProcAddress(library, name)));
+}
+
+using GetModuleInfo = decltype(SymGetModuleInfo64);
+
+QString moduleName(GetModuleInfo *getModuleInfo, DWORD64 address)
+{
+    IMAGEHLP_MODULE64 module {};
+    module.SizeOfStruct = ModuleStructureSize;
+    if (getModuleInfo && getModuleInfo(GetCurrentProcess(), address, &module)) {
+        const uint length = qstrnlen(module.ModuleName, sizeof(module.ModuleName));
+        if (length > 0)
+            return QString::fromLatin1(module.ModuleName, static_cast<int>(length));
+    }
+    return QStringLiteral("[unknown]");
+}
+
+} // namespace
+
+QString formatRegisters(const CONTEXT *context)
+{
+    if (!context)
+        return QStringLiteral("  Context unavailable\n");
+    return QStringLiteral("  RIP: 0x%1\n").arg(hex(context->Rip))
+        + QStringLiteral("  RSP: 0x%1\n").arg(hex(context->Rsp))
+        + QStringLiteral("  RBP: 0x%1\n").arg(hex(context->Rbp))
+        + QStringLiteral("  RAX: 0x%1\n").arg(hex(context->Rax))
+        + QStringLiteral("  RBX: 0x%1\n").arg(hex(context->Rbx))
+        + QStringLiteral("  RCX: 0x%1\n").arg(hex(context->Rcx))
+        + QStringLiteral("  RDX: 0x%1\n").arg(hex(context->Rdx))
+        + QStringLiteral("  RSI: 0x%1\n").arg(hex(context->Rsi))
+        + QStringLiteral("  RDI: 0x%1\n").arg(hex(context->Rdi))
+        + QStringLiteral("  R8:  0x%1\n").arg(hex(context->R8))
+        + QStringLiteral("  R9:  0x%1\n").arg(hex(context->R9))
+        + QStringLiteral("  R10: 0x%1\n").arg(hex(context->R10))
+        + QStringLiteral("  R11: 0x%1\n").arg(hex(context->R11))
+        + QStringLiteral("  R12: 0x%1\n").arg(hex(context->R12))
+        + QStringLiteral("  R13: 0x%1\n").arg(hex(context->R13))
+        + QStringLiteral("  R14: 0x%1\n").arg(hex(context->R14))
+        + QStringLiteral("  R15: 0x%1\n").arg(hex(context->R15));
+}
+
+QString captureStackTrace(EXCEPTION_POINTERS *pointers)
+{
+    static const HMODULE library = LoadLibraryW(L"dbghelp.dll");
+    if (!library)
+        return QStringLiteral("  [dbghelp.dll not available for stack trace]\n");
+
+    static auto *const symInitialize = resolve<decltype(SymInitializeW)>(library, "SymInitializeW");
+    static auto *const getModuleInfo = resolve<GetModuleInfo>(library, "SymGetModuleInfo64");
+    if (!symInitialize)
+        return QStringLiteral("  [Symbol functions not available]\n");
+
+    static const bool initialized = symInitialize(GetCurrentProcess(), nullptr, TRUE) != FALSE;
+    if (!initialized)
+        return QStringLiteral("  [Failed to initialize symbols]\n");
+
+    static auto *const stackWalk = resolve<decltype(StackWalk64)>(library, "StackWalk64");
+    QString trace;
+    if (CONTEXT *const context = pointers->ContextRecord) {
+        STACKFRAME64 frame {};
+        frame.AddrPC.Offset = context->Rip;
+        frame.AddrPC.Mode = AddrModeFlat;
+        frame.AddrStack.Offset = context->Rsp;
+        frame.AddrStack.Mode = AddrModeFlat;
+        frame.AddrFrame.Offset = context->Rbp;
+        frame.AddrFrame.Mode = AddrModeFlat;
+
+        for (int number = 0; number < MaximumFrames; ++number) {
+            if (!stackWalk
+                || !stackWalk(IMAGE_FILE_MACHINE_AMD64, GetCurrentProcess(), GetCurrentThread(),
+                              &frame, context, nullptr, nullptr, nullptr, nullptr)
+                || frame.AddrPC.Offset == 0) {
+                break;
+            }
+            trace += QStringLiteral("  #%1 0x%2 (%3)\n")
+                         .arg(QString::number(number).rightJustified(2), hex(frame.AddrPC.Offset),
+                              moduleName(getModuleInfo, frame.AddrPC.Offset));
+        }
+    }
+    return trace.isEmpty() ? QStringLiteral("  [No stack frames captured]\n") : trace;
+}
