@@ -1,0 +1,161 @@
+#include "platform/posix/pulseintrospector.h"
+
+#include <algorithm>
+#include <pulse/def.h>
+#include <pulse/operation.h>
+#include <pulse/proplist.h>
+
+namespace {
+
+// Whether nothing is plugged into any port. A server switches to another port of the device by
+// itself, so one port without a plug says nothing yet.
+template <class Info> bool isUnplugged(const Info &info)
+{
+    return info.n_ports > 0
+        && std::all_of(info.ports, info.ports + info.n_ports,
+                       [](const auto *port) { return port->available == PA_PORT_AVAILABLE_NO; });
+}
+
+template <class Info> SoundEndpoint endpointFrom(EDataFlow flow, const Info &info)
+{
+    SoundEndpoint endpoint;
+    endpoint.flow = flow;
+    endpoint.index = info.index;
+    endpoint.id = wideText(info.name);
+    endpoint.name = wideText(info.description);
+    endpoint.description = info.active_port && info.active_port->description
+        ? wideText(info.active_port->description)
+        : endpoint.name;
+    endpoint.state = isUnplugged(info) ? DEVICE_STATE_UNPLUGGED : DEVICE_STATE_ACTIVE;
+    endpoint.rate = info.sample_spec.rate;
+    endpoint.channels = info.channel_map;
+    endpoint.channelMask = orderChannels(&endpoint.channels);
+    return endpoint;
+}
+
+// Nobody waits for the operation itself; its answer comes to the callback.
+void letRun(pa_operation *operation)
+{
+    if (operation)
+        pa_operation_unref(operation);
+}
+
+} // namespace
+
+void PulseIntrospector::start(pa_context *context)
+{
+    m_context = context;
+    m_catalogue->begin();
+    m_missing = 3;
+
+    pa_context_set_subscribe_callback(
+        context,
+        [](pa_context *, pa_subscription_event_type_t event, std::uint32_t index, void *self) {
+            static_cast<PulseIntrospector *>(self)->handleEvent(event, index);
+        },
+        this);
+    const auto mask = static_cast<pa_subscription_mask_t>(
+        PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_SERVER);
+    letRun(pa_context_subscribe(context, mask, nullptr, nullptr));
+
+    letRun(pa_context_get_sink_info_list(
+        context,
+        [](pa_context *c, const pa_sink_info *info, int end, void *self) {
+            answerWithSink(c, info, end, self);
+            if (end)
+                static_cast<PulseIntrospector *>(self)->finishList();
+        },
+        this));
+    letRun(pa_context_get_source_info_list(
+        context,
+        [](pa_context *c, const pa_source_info *info, int end, void *self) {
+            answerWithSource(c, info, end, self);
+            if (end)
+                static_cast<PulseIntrospector *>(self)->finishList();
+        },
+        this));
+    letRun(pa_context_get_server_info(
+        context,
+        [](pa_context *, const pa_server_info *info, void *userdata) {
+            auto *const self = static_cast<PulseIntrospector *>(userdata);
+            self->readDefaults(info);
+            self->finishList();
+        },
+        this));
+}
+
+void PulseIntrospector::finishList()
+{
+    if (m_context && m_missing > 0 && --m_missing == 0)
+        m_catalogue->complete();
+}
+
+void PulseIntrospector::handleEvent(pa_subscription_event_type_t event, std::uint32_t index)
+{
+    if (!m_context)
+        return;
+    const unsigned facility = event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
+    const bool gone = (event & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_REMOVE;
+    if (facility == PA_SUBSCRIPTION_EVENT_SERVER) {
+        askForDefaults();
+    } else if (facility == PA_SUBSCRIPTION_EVENT_SINK) {
+        if (gone) {
+            m_catalogue->remove(eRender, index);
+            m_sinkGone(index);
+        } else {
+            letRun(pa_context_get_sink_info_by_index(m_context, index, &answerWithSink, this));
+        }
+    } else if (facility == PA_SUBSCRIPTION_EVENT_SOURCE) {
+        if (gone)
+            m_catalogue->remove(eCapture, index);
+        else
+            letRun(pa_context_get_source_info_by_index(m_context, index, &answerWithSource, this));
+    }
+}
+
+void PulseIntrospector::askForDefaults()
+{
+    letRun(pa_context_get_server_info(
+        m_context,
+        [](pa_context *, const pa_server_info *info, void *self) {
+            static_cast<PulseIntrospector *>(self)->readDefaults(info);
+        },
+        this));
+}
+
+void PulseIntrospector::answerWithSink(pa_context *, const pa_sink_info *info, int end, void *self)
+{
+    // A negative end: the sink went before the question was read. Its removal is an event too.
+    if (end == 0)
+        static_cast<PulseIntrospector *>(self)->readSink(*info);
+}
+
+void PulseIntrospector::answerWithSource(pa_context *, const pa_source_info *info, int end,
+                                         void *self)
+{
+    if (end == 0)
+        static_cast<PulseIntrospector *>(self)->readSource(*info);
+}
+
+void PulseIntrospector::readSink(const pa_sink_info &info)
+{
+    if (!m_context)
+        return;
+    SoundEndpoint endpoint = endpointFrom(eRender, info);
+    if (info.monitor_source_name)
+        endpoint.monitor = info.monitor_source_name;
+    m_catalogue->update(std::move(endpoint));
+}
+
+void PulseIntrospector::readSource(const pa_source_info &info)
+{
+    if (m_context && info.monitor_of_sink == PA_INVALID_INDEX)
+        m_catalogue->update(endpointFrom(eCapture, info));
+}
+
+void PulseIntrospector::readDefaults(const pa_server_info *info)
+{
+    if (m_context && info)
+        m_catalogue->setDefaults(wideText(info->default_sink_name),
+                                 wideText(info->default_source_name));
+}

@@ -1,0 +1,47 @@
+// Keeps a catalogue of the endpoints of a connected sound server up to date.
+#pragma once
+
+#include "platform/posix/endpointcatalogue.h"
+
+#include <functional>
+#include <pulse/context.h>
+#include <pulse/introspect.h>
+#include <pulse/subscribe.h>
+
+/// Subscribes to the server's events and asks for what they are about. Lives on the loop thread
+/// alone and never waits there.
+class PulseIntrospector {
+public:
+    explicit PulseIntrospector(EndpointCatalogue *catalogue)
+        : m_catalogue(catalogue)
+    {
+    }
+
+    /// Called with the index of each sink that vanishes.
+    void setSinkGoneHandler(std::function<void(std::uint32_t)> handler)
+    {
+        m_sinkGone = std::move(handler);
+    }
+
+    /// For a connection that has become ready. Once everything has been asked for and answered,
+    /// the catalogue is complete.
+    void start(pa_context *context);
+
+    /// The connection has ended; answers that are still to come are ignored.
+    void stop() { m_context = nullptr; }
+
+private:
+    void handleEvent(pa_subscription_event_type_t event, std::uint32_t index);
+    void askForDefaults();
+    void readSink(const pa_sink_info &info);
+    void readSource(const pa_source_info &info);
+    void readDefaults(const pa_server_info *info);
+    void finishList();
+    static void answerWithSink(pa_context *, const pa_sink_info *info, int end, void *self);
+    static void answerWithSource(pa_context *, const pa_source_info *info, int end, void *self);
+
+    EndpointCatalogue *const m_catalogue;
+    std::function<void(std::uint32_t)> m_sinkGone;
+    pa_context *m_context = nullptr;
+    int m_missing = 0; // answers that the first complete catalogue still waits for
+};
