@@ -1,0 +1,217 @@
+// tonewell-monitor as a process against a source of this test.
+#include "remote/commoninterface.h"
+#include "remote/spectrummessage.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QRemoteObjectHost>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr int s_patience = 20000; // ms
+
+/// Something else under the same name.
+class Stranger : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("RemoteObject Type", "CommonInterface")
+    Q_CLASSINFO("RemoteObject Signature", "0000000000000000000000000000000000000000")
+
+public:
+    using QObject::QObject;
+
+Q_SIGNALS:
+    void sigMessage(QString msg);
+};
+
+QString goodMessage()
+{
+    const std::vector<float> bars(100, 0.5F);
+    return spectrumMessage(0.25, 0.5, 0.125, bars.data(), int(bars.size()));
+}
+
+} // namespace
+
+class MonitorTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void helpAndVersion();
+    void wrongOptions_data();
+    void wrongOptions();
+    void withoutTheServiceItWaitsAndSaysSo();
+    void showsLinesAndStatistics();
+    void badMessagesAreCounted();
+    void sourceOfAnotherTypeIsSaid();
+    void theServiceComesBack();
+
+private:
+    std::unique_ptr<QRemoteObjectHost> host(QObject *source) const;
+    std::unique_ptr<QProcess> monitor(const QStringList &arguments) const;
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    QByteArray m_folderBefore;
+};
+
+void MonitorTest::init()
+{
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_folderBefore = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+}
+
+void MonitorTest::cleanup()
+{
+    qputenv("TMPDIR", m_folderBefore);
+    m_folder.reset();
+}
+
+std::unique_ptr<QRemoteObjectHost> MonitorTest::host(QObject *source) const
+{
+    auto result = std::make_unique<QRemoteObjectHost>(QUrl(QStringLiteral("local:tonewell")));
+    return result->enableRemoting(source, QStringLiteral("Tonewell")) ? std::move(result) : nullptr;
+}
+
+std::unique_ptr<QProcess> MonitorTest::monitor(const QStringList &arguments) const
+{
+    auto process = std::make_unique<QProcess>();
+    process->start(QStringLiteral(TONEWELL_MONITOR), arguments);
+    return process;
+}
+
+void MonitorTest::helpAndVersion()
+{
+    const auto help = monitor({QStringLiteral("--help")});
+    QVERIFY(help->waitForFinished(s_patience));
+    QCOMPARE(help->exitCode(), 0);
+    const QByteArray text = help->readAllStandardOutput();
+    for (const char *option : {"--seconds", "--stats", "--help", "--version", "Exit codes"})
+        QVERIFY2(text.contains(option), option);
+    const auto version = monitor({QStringLiteral("--version")});
+    QVERIFY(version->waitForFinished(s_patience));
+    QCOMPARE(version->exitCode(), 0);
+    QCOMPARE(version->readAllStandardOutput(), QByteArray("tonewell-monitor 1.0.0\n"));
+}
+
+void MonitorTest::wrongOptions_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("unknown") << QStringList {QStringLiteral("--louder")};
+    QTest::newRow("no number") << QStringList {QStringLiteral("--seconds"), QStringLiteral("soon")};
+    QTest::newRow("0") << QStringList {QStringLiteral("--seconds"), QStringLiteral("0")};
+    QTest::newRow("negative") << QStringList {QStringLiteral("--seconds=-1")};
+    QTest::newRow("nan") << QStringList {QStringLiteral("--seconds=nan")};
+    QTest::newRow("argument") << QStringList {QStringLiteral("more")};
+}
+
+void MonitorTest::wrongOptions()
+{
+    QFETCH(QStringList, arguments);
+    const auto process = monitor(arguments);
+    QVERIFY(process->waitForFinished(s_patience));
+    QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process->exitCode(), 1);
+    QVERIFY(!process->readAllStandardError().isEmpty());
+}
+
+void MonitorTest::withoutTheServiceItWaitsAndSaysSo()
+{
+    const auto process = monitor({QStringLiteral("--seconds"), QStringLiteral("0.6")});
+    QVERIFY(process->waitForFinished(s_patience));
+    QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process->exitCode(), 2);
+    QVERIFY(process->readAllStandardOutput().contains("waiting for the service"));
+}
+
+void MonitorTest::showsLinesAndStatistics()
+{
+    CommonInterface source;
+    const auto node = host(&source);
+    QVERIFY(node);
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
+    timer.start(20);
+    const auto process =
+        monitor({QStringLiteral("--seconds"), QStringLiteral("1.5"), QStringLiteral("--stats")});
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QCOMPARE(process->exitCode(), 0);
+    const QString output = QString::fromUtf8(process->readAllStandardOutput());
+    QVERIFY2(output.contains(QStringLiteral("RMS 0.250  peak 0.500  dynamic 0.125")),
+             qPrintable(output));
+    QVERIFY2(output.contains(QLatin1Char('|') + QString(50, QChar(0x2584)) + QLatin1Char('|')),
+             qPrintable(output));
+    QVERIFY2(output.contains(QStringLiteral("gaps      50 % up to")), qPrintable(output));
+    QVERIFY2(!output.contains(QChar(0x1b)), "no control sequences where there is no terminal");
+}
+
+void MonitorTest::badMessagesAreCounted()
+{
+    CommonInterface source;
+    const auto node = host(&source);
+    QVERIFY(node);
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] {
+        source.sendMessage(QStringLiteral("SoundSpectrum/&+&/1/&+&/loud"));
+        source.sendMessage(QString(100000, QChar(0xD800)));
+        source.sendMessage(goodMessage());
+    });
+    timer.start(20);
+    const auto process =
+        monitor({QStringLiteral("--seconds"), QStringLiteral("1.5"), QStringLiteral("--stats")});
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process->exitCode(), 0);
+    const QString output = QString::fromUtf8(process->readAllStandardOutput());
+    QVERIFY2(output.contains(QStringLiteral("bad messages: ")), qPrintable(output));
+    QVERIFY2(!output.contains(QStringLiteral("bad 0\n")), qPrintable(output));
+}
+
+void MonitorTest::sourceOfAnotherTypeIsSaid()
+{
+    Stranger stranger;
+    const auto node = host(&stranger);
+    QVERIFY(node);
+    const auto process = monitor({QStringLiteral("--seconds"), QStringLiteral("1")});
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process->exitCode(), 2);
+    QVERIFY(process->readAllStandardOutput().contains("another type"));
+}
+
+void MonitorTest::theServiceComesBack()
+{
+    CommonInterface source;
+    auto node = host(&source);
+    QVERIFY(node);
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
+    timer.start(20);
+    const auto process = monitor({});
+    QByteArray output;
+    const auto shows = [&](const char *text) {
+        output += process->readAllStandardOutput();
+        return output.contains(text);
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(shows("RMS 0.250"), s_patience);
+    output.clear();
+    node.reset();
+    QTRY_VERIFY_WITH_TIMEOUT(shows("waiting for the service"), s_patience);
+    output.clear();
+    node = host(&source);
+    QVERIFY(node);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("a second"), s_patience);
+    process->terminate();
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process->exitCode(), 0);
+}
+
+QTEST_GUILESS_MAIN(MonitorTest)
+#include "tst_monitor.moc"

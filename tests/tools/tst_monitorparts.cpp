@@ -1,0 +1,196 @@
+// The monitor's parts: messages taken apart, statistics, the picture.
+#include "tools/monitor/messagestatistics.h"
+#include "tools/monitor/spectrumreading.h"
+#include "tools/monitor/terminalview.h"
+
+#include <QTest>
+
+namespace {
+
+QString message(const QStringList &levels, int bars, const QString &bar)
+{
+    QStringList fields {QStringLiteral("SoundSpectrum")};
+    fields += levels;
+    for (int i = 0; i < bars; ++i)
+        fields.append(bar);
+    return fields.join(QStringLiteral("/&+&/"));
+}
+
+QStringList levels(const char *rms, const char *peak, const char *dynamic)
+{
+    return {QLatin1String(rms), QLatin1String(peak), QLatin1String(dynamic)};
+}
+
+SpectrumReading fullAt(int index)
+{
+    SpectrumReading reading;
+    reading.bars.resize(s_barCount);
+    reading.bars[index] = s_fullScale;
+    return reading;
+}
+
+} // namespace
+
+class MonitorPartsTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void readsAMessage();
+    void refusesWhatDoesNotFit_data();
+    void refusesWhatDoesNotFit();
+    void countsRateAndGaps();
+    void aPauseOfTheServiceIsNoGap();
+    void noMessagesNoDivisionByNothing();
+    void pictureFitsTheTerminal_data();
+    void pictureFitsTheTerminal();
+    void barsStandWhereTheyBelong();
+    void valuesBeyondTheScaleStayInside();
+};
+
+void MonitorPartsTest::readsAMessage()
+{
+    SpectrumReading reading;
+    QVERIFY(readSpectrumMessage(
+        message(levels("49.3824", "112.5", "4e-05"), 100, QStringLiteral("-123")), &reading));
+    QCOMPARE(reading.rms, 49.3824);
+    QCOMPARE(reading.peak, 112.5);
+    QCOMPARE(reading.dynamic, 4e-05);
+    QCOMPARE(reading.bars, QVector<int>(100, -123));
+}
+
+void MonitorPartsTest::refusesWhatDoesNotFit_data()
+{
+    const QString bar = QStringLiteral("1");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("empty") << QString();
+    QTest::newRow("no bars") << message(levels("1", "2", "3"), 0, bar);
+    QTest::newRow("99 bars") << message(levels("1", "2", "3"), 99, bar);
+    QTest::newRow("101 bars") << message(levels("1", "2", "3"), 101, bar);
+    QTest::newRow("other kind")
+        << message(levels("1", "2", "3"), 100, bar).replace(0, 5, QStringLiteral("Light"));
+    QTest::newRow("level no number") << message(levels("1", "x", "3"), 100, bar);
+    QTest::newRow("level empty") << message(levels("", "2", "3"), 100, bar);
+    QTest::newRow("level nan") << message(levels("1", "2", "nan"), 100, bar);
+    QTest::newRow("level inf") << message(levels("inf", "2", "3"), 100, bar);
+    QTest::newRow("level with a comma") << message(levels("1,5", "2", "3"), 100, bar);
+    QTest::newRow("bar no integer") << message(levels("1", "2", "3"), 100, QStringLiteral("1.5"));
+    QTest::newRow("bar empty") << message(levels("1", "2", "3"), 100, QString());
+    QTest::newRow("separator at the end")
+        << message(levels("1", "2", "3"), 100, bar) + QStringLiteral("/&+&/");
+}
+
+void MonitorPartsTest::refusesWhatDoesNotFit()
+{
+    QFETCH(QString, text);
+    SpectrumReading reading;
+    reading.rms = 7;
+    QVERIFY(!readSpectrumMessage(text, &reading));
+    QCOMPARE(reading.rms, 7.0);
+}
+
+void MonitorPartsTest::countsRateAndGaps()
+{
+    MessageStatistics statistics;
+    double time = 1000;
+    statistics.addMessage(time);
+    for (int i = 0; i < 98; ++i)
+        statistics.addMessage(time += 20);
+    statistics.addMessage(time += 40);
+    statistics.addMessage(time += 250);
+    statistics.addBadMessage();
+    QCOMPARE(statistics.messages(), 101);
+    QCOMPARE(statistics.badMessages(), 1);
+    QCOMPARE(statistics.rate(), 100 * 1000.0 / (98 * 20 + 40 + 250));
+    QVERIFY(qAbs(statistics.gapPercentile(0.5) - 20) < 0.11);
+    QVERIFY(qAbs(statistics.gapPercentile(0.98) - 20) < 0.11);
+    QVERIFY(qAbs(statistics.gapPercentile(0.99) - 40) < 0.11);
+    QCOMPARE(statistics.gapPercentile(1), 250.0);
+    QCOMPARE(statistics.longestGap(), 250.0);
+    QVERIFY(
+        statistics.report().startsWith(QStringLiteral("messages  101, bad 1\nrate      44.44")));
+}
+
+void MonitorPartsTest::aPauseOfTheServiceIsNoGap()
+{
+    MessageStatistics statistics;
+    statistics.addMessage(0);
+    statistics.addMessage(20);
+    statistics.interrupt();
+    statistics.addMessage(60000);
+    statistics.addMessage(60020);
+    QCOMPARE(statistics.longestGap(), 20.0);
+    QCOMPARE(statistics.rate(), 50.0);
+    statistics.addMessage(80020); // beyond the last step
+    QCOMPARE(statistics.gapPercentile(1), 20000.0);
+}
+
+void MonitorPartsTest::noMessagesNoDivisionByNothing()
+{
+    MessageStatistics statistics;
+    QCOMPARE(statistics.rate(), 0.0);
+    QCOMPARE(statistics.gapPercentile(0.99), 0.0);
+    QCOMPARE(statistics.report(), QStringLiteral("messages  0, bad 0\n"));
+    statistics.addMessage(5);
+    statistics.addMessage(5);
+    QCOMPARE(statistics.rate(), 0.0);
+}
+
+void MonitorPartsTest::pictureFitsTheTerminal_data()
+{
+    QTest::addColumn<int>("columns");
+    QTest::addColumn<int>("rows");
+    QTest::newRow("80 × 24") << 80 << 24;
+    QTest::newRow("wide") << 317 << 60;
+    QTest::newRow("exact") << 100 << 24;
+    QTest::newRow("narrow") << 20 << 10;
+    QTest::newRow("flat") << 80 << 4;
+    QTest::newRow("tiny") << 1 << 1;
+}
+
+void MonitorPartsTest::pictureFitsTheTerminal()
+{
+    QFETCH(int, columns);
+    QFETCH(int, rows);
+    const TerminalView view(false, true);
+    const QStringList picture =
+        view.picture(fullAt(35), QString(200, QLatin1Char('s')), columns, rows);
+    QVERIFY(picture.size() <= qMax(rows, 4));
+    for (const QString &row : picture)
+        QVERIFY2(row.size() <= columns, qPrintable(row));
+}
+
+void MonitorPartsTest::barsStandWhereTheyBelong()
+{
+    const TerminalView view(false, false);
+    const QStringList picture = view.picture(fullAt(35), QStringLiteral("s"), 100, 24);
+    QCOMPARE(picture.size(), 24);
+    for (int row = 4; row < 23; ++row)
+        QCOMPARE(picture.at(row),
+                 QString(35, QLatin1Char(' ')) + QLatin1Char('@') + QString(64, QLatin1Char(' ')));
+    QVERIFY(picture.last().startsWith(QStringLiteral("3500 Hz")));
+    QCOMPARE(picture.last().at(50), QLatin1Char('0'));
+
+    SpectrumReading half = fullAt(0);
+    half.bars.fill(s_fullScale / 2);
+    half.peak = s_fullScale;
+    const QString line = view.line(half, QStringLiteral("s"), 50);
+    QVERIFY2(line.endsWith(QLatin1Char('|') + QString(50, QLatin1Char('=')) + QLatin1Char('|')),
+             qPrintable(line));
+    QVERIFY(line.contains(QStringLiteral("peak 1.000")));
+}
+
+void MonitorPartsTest::valuesBeyondTheScaleStayInside()
+{
+    const TerminalView view(false, false);
+    SpectrumReading reading = fullAt(0);
+    reading.bars.fill(9999);
+    reading.bars[0] = -999;
+    reading.rms = -1e300;
+    reading.peak = 1e300;
+    const QStringList picture = view.picture(reading, QString(), 100, 8);
+    QCOMPARE(picture.at(4), QLatin1Char(' ') + QString(99, QLatin1Char('@')));
+    QVERIFY(view.line(reading, QString(), 100).contains(QString(99, QLatin1Char('@'))));
+}
+
+QTEST_APPLESS_MAIN(MonitorPartsTest)
+#include "tst_monitorparts.moc"
