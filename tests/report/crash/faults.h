@@ -1,0 +1,23 @@
+// Instructions that fault, in functions whose registers are known at that moment.
+#pragma once
+
+extern "C" {
+
+// Each function first sets RBX, RDX and R8 to R15 to sixteen times the digit of faultPattern,
+// RSI to RSP and RDI to RBP; RAX is 0 and RCX 0 at the fault.
+[[noreturn]] void faultRead(); // reads address 0
+[[noreturn]] void faultWrite(); // writes address 0
+[[noreturn]] void faultDivide(); // divides by ECX
+[[noreturn]] void faultIllegal(); // is no instruction
+[[noreturn]] void faultNonCanonical(); // reads an address that no page can have
+[[noreturn]] void faultBreakpoint(); // a debugger's instruction, of one byte
+
+// The faulting instruction of each.
+extern const char faultReadAt[];
+extern const char faultWriteAt[];
+extern const char faultDivideAt[];
+extern const char faultIllegalAt[];
+extern const char faultNonCanonicalAt[];
+extern const char faultBreakpointAt[];
+
+} // extern "C"
