@@ -23,8 +23,7 @@ public:
     /// must not overlap it. No alignment is required. With X[k] = sum x[n] exp(-2 pi i k n / 2048):
     ///   out[k],        k = 0 ... 1024: real part of X[k];
     ///   out[1024 + k], k = 1 ... 1023: imaginary part of X[k].
-    /// The imaginary parts of X[0] and X[1024] are zero and have no slot. NaN and infinities
-    /// spread to every output.
+    /// The imaginary parts of X[0] and X[1024] are zero and have no slot.
     void calculateFFT(float *out, const float *in);
 
 private:

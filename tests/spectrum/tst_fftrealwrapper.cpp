@@ -1,0 +1,216 @@
+#include "reference.h"
+#include "spectrum/fftrealwrapper.h"
+
+#include <cmath>
+#include <QtTest>
+#include <random>
+
+namespace {
+
+constexpr int N = FFTRealWrapper::Length;
+const double Pi = std::acos(-1.0);
+
+using Block = std::vector<float>;
+
+template <typename F> Block blockOf(F sampleAt)
+{
+    Block block;
+    for (int n = 0; n < N; ++n)
+        block.push_back(static_cast<float>(sampleAt(n)));
+    return block;
+}
+
+Block noise(unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
+    return blockOf([&](int) { return uniform(random); });
+}
+
+Block transformed(const Block &in)
+{
+    FFTRealWrapper fft;
+    Block out(N, -99.0F);
+    fft.calculateFFT(out.data(), in.data());
+    return out;
+}
+
+/// The packed layout of the result, in double precision.
+std::vector<double> packedReference(const Block &in)
+{
+    const auto bins = reference::definition({in.begin(), in.end()});
+    std::vector<double> packed(N);
+    for (std::size_t k = 0; k <= N / 2; ++k)
+        packed[k] = bins[k].real();
+    for (std::size_t k = 1; k < N / 2; ++k)
+        packed[N / 2 + k] = bins[k].imag();
+    return packed;
+}
+
+double relativeRmsError(const Block &out, const std::vector<double> &expected)
+{
+    double error = 0.0;
+    double power = 0.0;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        error += std::pow(double(out[i]) - expected[i], 2);
+        power += std::pow(expected[i], 2);
+    }
+    return std::sqrt(error / power);
+}
+
+} // namespace
+
+class TestFFTRealWrapper : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void equalValuesGiveTheirSumInBinZero();
+    void cosineGivesItsRealPart_data();
+    void cosineGivesItsRealPart();
+    void sineGivesItsImaginaryPart_data();
+    void sineGivesItsImaginaryPart();
+    void alternatingSignGivesTheNyquistTerm();
+    void everySingleSampleTransformsExactly();
+    void whiteNoiseMatchesTheDefinition();
+    void isLinear();
+    void leavesTheInputAndNeedsNoAlignment();
+    void keepsNothingFromCallToCall();
+
+private:
+    static void bins();
+};
+
+void TestFFTRealWrapper::equalValuesGiveTheirSumInBinZero()
+{
+    const Block out = transformed(blockOf([](int) { return 0.625; }));
+    QCOMPARE(out[0], 0.625F * N);
+    for (std::size_t i = 1; i < N; ++i)
+        QVERIFY2(std::fabs(out[i]) < 1e-3F, qPrintable(QString::number(i)));
+}
+
+void TestFFTRealWrapper::bins()
+{
+    QTest::addColumn<int>("k");
+    for (int k : {1, 2, 3, 37, 255, 256, 511, 512, 513, 1000, 1022, 1023})
+        QTest::addRow("%d", k) << k;
+}
+
+void TestFFTRealWrapper::cosineGivesItsRealPart_data()
+{
+    bins();
+}
+
+void TestFFTRealWrapper::cosineGivesItsRealPart()
+{
+    QFETCH(int, k);
+    const Block out = transformed(blockOf([k](int n) { return std::cos(2.0 * Pi * k * n / N); }));
+    for (int i = 0; i < N; ++i) {
+        const float expected = i == k ? 1024.0F : 0.0F;
+        QVERIFY2(std::fabs(out[std::size_t(i)] - expected) < 1e-3F, qPrintable(QString::number(i)));
+    }
+}
+
+void TestFFTRealWrapper::sineGivesItsImaginaryPart_data()
+{
+    bins();
+}
+
+void TestFFTRealWrapper::sineGivesItsImaginaryPart()
+{
+    QFETCH(int, k);
+    const Block out = transformed(blockOf([k](int n) { return std::sin(2.0 * Pi * k * n / N); }));
+    for (int i = 0; i < N; ++i) {
+        const float expected = i == 1024 + k ? -1024.0F : 0.0F;
+        QVERIFY2(std::fabs(out[std::size_t(i)] - expected) < 1e-3F, qPrintable(QString::number(i)));
+    }
+}
+
+void TestFFTRealWrapper::alternatingSignGivesTheNyquistTerm()
+{
+    const Block out = transformed(blockOf([](int n) { return n % 2 == 0 ? 1.0 : -1.0; }));
+    for (std::size_t i = 0; i < N; ++i) {
+        const float expected = i == 1024 ? 2048.0F : 0.0F;
+        QVERIFY2(std::fabs(out[i] - expected) < 1e-3F, qPrintable(QString::number(i)));
+    }
+}
+
+/// The transform of a single 1 is its twiddle factors: no sample may be read or placed wrongly.
+void TestFFTRealWrapper::everySingleSampleTransformsExactly()
+{
+    FFTRealWrapper fft;
+    std::vector<double> cosine;
+    for (int i = 0; i < N; ++i)
+        cosine.push_back(std::cos(2.0 * Pi * i / N));
+    Block in(N);
+    Block out(N);
+    double worst = 0.0;
+    for (int n = 0; n < N; ++n) {
+        in[std::size_t(n)] = 1.0F;
+        fft.calculateFFT(out.data(), in.data());
+        in[std::size_t(n)] = 0.0F;
+        for (int k = 0; k <= N / 2; ++k)
+            worst = std::fmax(
+                worst, std::fabs(double(out[std::size_t(k)]) - cosine[std::size_t(k * n % N)]));
+        for (int k = 1; k < N / 2; ++k) {
+            // -sin(x) is cos(x + pi/2).
+            const double expected = cosine[std::size_t((k * n + N / 4) % N)];
+            worst = std::fmax(worst, std::fabs(double(out[std::size_t(N / 2 + k)]) - expected));
+        }
+    }
+    QVERIFY2(worst < 5e-7, qPrintable(QString::number(worst)));
+}
+
+void TestFFTRealWrapper::whiteNoiseMatchesTheDefinition()
+{
+    double worst = 0.0;
+    for (unsigned seed = 1; seed <= 4; ++seed) {
+        const Block in = noise(seed);
+        worst = std::fmax(worst, relativeRmsError(transformed(in), packedReference(in)));
+    }
+    // A few units in the last place of single precision (6e-8).
+    QVERIFY2(worst < 2.5e-7, qPrintable(QString::number(worst)));
+}
+
+void TestFFTRealWrapper::isLinear()
+{
+    const Block a = noise(5);
+    const Block b = noise(6);
+    const Block both = blockOf([&](int n) { return a[std::size_t(n)] + 0.5F * b[std::size_t(n)]; });
+    const Block outA = transformed(a);
+    const Block outB = transformed(b);
+    const Block out = transformed(both);
+    for (std::size_t i = 0; i < N; ++i)
+        QVERIFY(std::fabs(out[i] - (outA[i] + 0.5F * outB[i])) < 1e-3F);
+}
+
+void TestFFTRealWrapper::leavesTheInputAndNeedsNoAlignment()
+{
+    const Block in = noise(7);
+    const Block expected = transformed(in);
+    FFTRealWrapper fft;
+    for (std::size_t offset = 0; offset < 9; ++offset) {
+        Block shiftedIn(N + 16, 5.0F);
+        Block shiftedOut(N + 16, 5.0F);
+        std::copy(in.begin(), in.end(), shiftedIn.begin() + std::ptrdiff_t(offset));
+        const Block before = shiftedIn;
+        fft.calculateFFT(shiftedOut.data() + offset, shiftedIn.data() + offset);
+        QCOMPARE(shiftedIn, before);
+        for (std::size_t i = 0; i < shiftedOut.size(); ++i) {
+            const bool inside = i >= offset && i < offset + N;
+            QCOMPARE(shiftedOut[i], inside ? expected[i - offset] : 5.0F);
+        }
+    }
+}
+
+void TestFFTRealWrapper::keepsNothingFromCallToCall()
+{
+    FFTRealWrapper fft;
+    Block out(N);
+    fft.calculateFFT(out.data(), noise(8).data());
+    const Block in = noise(9);
+    fft.calculateFFT(out.data(), in.data());
+    QCOMPARE(out, transformed(in));
+}
+
+QTEST_APPLESS_MAIN(TestFFTRealWrapper)
+#include "tst_fftrealwrapper.moc"

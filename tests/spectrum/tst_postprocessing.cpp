@@ -1,0 +1,288 @@
+#include "platform/deviceenumerator.h"
+#include "spectrum/postprocessing.h"
+#include "spectrum/spectrum.h"
+
+#include <algorithm>
+#include <QtTest>
+#include <random>
+
+namespace {
+
+FrequencySpectrum spectrumOf(const std::vector<double> &amplitudes)
+{
+    FrequencySpectrum spectrum(static_cast<int>(amplitudes.size()));
+    for (std::size_t i = 0; i < amplitudes.size(); ++i)
+        spectrum[int(i)].amplitude = amplitudes[i];
+    return spectrum;
+}
+
+std::vector<double> amplitudesOf(const FrequencySpectrum &spectrum)
+{
+    std::vector<double> amplitudes;
+    for (const FrequencySpectrum::Element &point : spectrum)
+        amplitudes.push_back(point.amplitude);
+    return amplitudes;
+}
+
+using Amplitudes = std::vector<double>;
+
+} // namespace
+
+class TestPostprocessing : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void noAmplitudeAbove005GivesNoNoiseFloor();
+    void noiseFloorIsTheTruncatedQuantile_data();
+    void noiseFloorIsTheTruncatedQuantile();
+    void noiseFloorMatchesSorting();
+    void gainFollowsUpFastAndDownSlowly();
+    void gainOfSilenceIsOne();
+    void gainIsLimited();
+    void scalingTakesOffTheFloorAndSmooths();
+    void averageKeepsItsSurplus();
+    void averageOfOddWidthTakesOnePointTwice();
+    void averageOfWidthOneFeedsItself();
+    void averageLeavesShortSpectraAndWidths();
+    void averageWiderThanTheSpectrumChangesNothing();
+    void barIndexRule();
+    void barIndexOfDegenerateBands();
+    void pointAtALimitReachesNoBar();
+    void barHoldsTheLargestAmplitude();
+    void bandEmptiedByItsOwnerIsSkipped();
+
+private:
+    Amplitudes m_scratch;
+};
+
+void TestPostprocessing::initTestCase()
+{
+    // A band registers with the engine, which must not meet a real audio system here.
+    setDeviceEnumeratorFactory([](IMMDeviceEnumerator **) -> HRESULT { return E_FAIL; });
+}
+
+void TestPostprocessing::noAmplitudeAbove005GivesNoNoiseFloor()
+{
+    QCOMPARE(noiseFloor(spectrumOf({0.0, 0.05, 0.03, 0.05}), 0.85, m_scratch), 0.0);
+    QCOMPARE(noiseFloor(FrequencySpectrum(), 0.85, m_scratch), 0.0);
+}
+
+void TestPostprocessing::noiseFloorIsTheTruncatedQuantile_data()
+{
+    QTest::addColumn<double>("quantile");
+    QTest::addColumn<double>("expected");
+    QTest::newRow("lowest") << 0.0 << 0.1;
+    QTest::newRow("just below the second") << 0.33 << 0.1;
+    QTest::newRow("second") << 0.34 << 0.2;
+    QTest::newRow("default") << 0.85 << 0.3;
+    QTest::newRow("highest") << 1.0 << 0.4;
+    QTest::newRow("above the range") << 1.5 << 0.4;
+    QTest::newRow("below the range") << -0.5 << 0.1;
+}
+
+void TestPostprocessing::noiseFloorIsTheTruncatedQuantile()
+{
+    QFETCH(double, quantile);
+    QFETCH(double, expected);
+    QCOMPARE(noiseFloor(spectrumOf({0.4, 0.01, 0.2, 0.0, 0.3, 0.1}), quantile, m_scratch),
+             expected);
+}
+
+void TestPostprocessing::noiseFloorMatchesSorting()
+{
+    std::mt19937 random(1);
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    for (int run = 0; run < 200; ++run) {
+        Amplitudes amplitudes(1 + random() % 2048);
+        // Many equal values in some runs.
+        const double grain = run % 3 == 0 ? 0.125 : 1e-9;
+        for (double &amplitude : amplitudes)
+            amplitude = std::floor(uniform(random) / grain) * grain;
+        const double quantile = run % 5 == 0 ? 0.1 : uniform(random);
+        Amplitudes sorted;
+        std::copy_if(amplitudes.begin(), amplitudes.end(), std::back_inserter(sorted),
+                     [](double a) { return a > 0.05; });
+        std::sort(sorted.begin(), sorted.end());
+        const double expected =
+            sorted.empty() ? 0.0 : sorted[std::size_t(double(sorted.size() - 1) * quantile)];
+        QCOMPARE(noiseFloor(spectrumOf(amplitudes), quantile, m_scratch), expected);
+    }
+}
+
+void TestPostprocessing::gainFollowsUpFastAndDownSlowly()
+{
+    double reference = 0.0;
+    QCOMPARE(trackGain(spectrumOf({0.2, 0.5}), 0.8, reference), 0.8 / 0.15);
+    QCOMPARE(reference, 0.15);
+    trackGain(spectrumOf({0.5}), 0.8, reference);
+    QCOMPARE(reference, 0.5 * 0.3 + 0.15 * 0.7);
+    const double before = reference;
+    QCOMPARE(trackGain(spectrumOf({0.1}), 0.8, reference), 0.8 / (before * 0.999));
+    QCOMPARE(reference, before * 0.999);
+    trackGain(spectrumOf({0.001}), 0.8, reference);
+    QCOMPARE(reference, before * 0.999 * 0.99);
+}
+
+void TestPostprocessing::gainOfSilenceIsOne()
+{
+    double reference = 0.0;
+    QCOMPARE(trackGain(spectrumOf({0.0, 0.0}), 0.8, reference), 1.0);
+    QCOMPARE(reference, 0.0);
+    reference = 0.001;
+    QCOMPARE(trackGain(FrequencySpectrum(), 0.8, reference), 1.0);
+}
+
+void TestPostprocessing::gainIsLimited()
+{
+    double reference = 0.01;
+    QCOMPARE(trackGain(spectrumOf({0.005}), 0.8, reference), 10.0);
+    reference = 100.0;
+    QCOMPARE(trackGain(spectrumOf({0.5}), 0.8, reference), 0.1);
+}
+
+void TestPostprocessing::scalingTakesOffTheFloorAndSmooths()
+{
+    Amplitudes smoothed {0.4};
+    FrequencySpectrum spectrum = spectrumOf({0.3, 0.1, 0.5});
+    scaleAndSmooth(spectrum, 2.0, 0.2, 0.25, smoothed);
+    const Amplitudes expected {0.75 * (0.6 - 0.2) / 0.8 + 0.25 * 0.4, 0.0,
+                               0.75 * (1.0 - 0.2) / 0.8};
+    for (std::size_t i = 0; i < 3; ++i)
+        QCOMPARE(amplitudesOf(spectrum)[i] + 1.0, expected[i] + 1.0);
+    QCOMPARE(smoothed, amplitudesOf(spectrum));
+
+    spectrum = spectrumOf({0.0, 0.0, 0.0});
+    scaleAndSmooth(spectrum, 2.0, 0.2, 0.25, smoothed);
+    QCOMPARE(spectrum[2].amplitude, 0.25 * expected[2]);
+
+    // A floor of 1.0 leaves nothing rather than a value that is no number.
+    spectrum = spectrumOf({1.0, 0.5});
+    smoothed.clear();
+    scaleAndSmooth(spectrum, 1.0, 1.0, 0.0, smoothed);
+    QCOMPARE(amplitudesOf(spectrum), (Amplitudes {0.0, 0.0}));
+}
+
+void TestPostprocessing::averageKeepsItsSurplus()
+{
+    FrequencySpectrum spectrum = spectrumOf({1.0, 2.0, 3.0, 4.0, 5.0, 6.0});
+    averageAcrossFrequency(spectrum, 2, m_scratch);
+    // Surplus 2 x 1.0; the window goes (1 2), (2 3), (3 4), (4 5).
+    QCOMPARE(amplitudesOf(spectrum), (Amplitudes {1.0, 2.5, 3.5, 4.5, 5.5, 6.0}));
+}
+
+void TestPostprocessing::averageOfOddWidthTakesOnePointTwice()
+{
+    FrequencySpectrum spectrum = spectrumOf({0.0, 3.0, 6.0, 9.0, 12.0});
+    averageAcrossFrequency(spectrum, 3, m_scratch);
+    // half = 1: (0 3 6), then 6 comes in again: (3 6 6), then (6 6 9).
+    QCOMPARE(amplitudesOf(spectrum), (Amplitudes {0.0, 3.0, 5.0, 7.0, 12.0}));
+}
+
+void TestPostprocessing::averageOfWidthOneFeedsItself()
+{
+    FrequencySpectrum spectrum = spectrumOf({1.0, 5.0, 7.0});
+    averageAcrossFrequency(spectrum, 1, m_scratch);
+    // The sum starts at 2; the point that comes in is the one just written.
+    QCOMPARE(amplitudesOf(spectrum), (Amplitudes {2.0, 3.0, 4.0}));
+}
+
+void TestPostprocessing::averageLeavesShortSpectraAndWidths()
+{
+    FrequencySpectrum empty;
+    averageAcrossFrequency(empty, 7, m_scratch);
+    QCOMPARE(empty.count(), 0);
+    for (int width : {0, -1, -2048}) {
+        FrequencySpectrum spectrum = spectrumOf({1.0, 2.0, 3.0});
+        averageAcrossFrequency(spectrum, width, m_scratch);
+        QCOMPARE(amplitudesOf(spectrum), (Amplitudes {1.0, 2.0, 3.0}));
+    }
+}
+
+void TestPostprocessing::averageWiderThanTheSpectrumChangesNothing()
+{
+    for (int width : {6, 7, 100}) {
+        FrequencySpectrum spectrum = spectrumOf({1.0, 2.0, 3.0, 4.0, 5.0, 6.0});
+        averageAcrossFrequency(spectrum, 2 * width, m_scratch);
+        QCOMPARE(amplitudesOf(spectrum), (Amplitudes {1.0, 2.0, 3.0, 4.0, 5.0, 6.0}));
+    }
+}
+
+void TestPostprocessing::barIndexRule()
+{
+    const Spectrum band(-7000, 7000, 100);
+    QCOMPARE(barIndexFor(-7000.0, band), 0);
+    QCOMPARE(barIndexFor(-6860.01, band), 0);
+    QCOMPARE(barIndexFor(-6860.0, band), 1);
+    QCOMPARE(barIndexFor(-2000.0, band), 35);
+    QCOMPARE(barIndexFor(-0.01, band), 49);
+    QCOMPARE(barIndexFor(0.0, band), 50);
+    QCOMPARE(barIndexFor(6999.0, band), 99);
+    QCOMPARE(barIndexFor(90000.0, band), 99);
+    QCOMPARE(barIndexFor(-90000.0, band), 0);
+
+    // The step is 14 Hz, an integer division of 14.925: what is left goes to the last bar.
+    const Spectrum uneven(0, 1000, 67);
+    QCOMPARE(barIndexFor(13.99, uneven), 0);
+    QCOMPARE(barIndexFor(14.0, uneven), 1);
+    QCOMPARE(barIndexFor(999.0, uneven), 66);
+}
+
+void TestPostprocessing::barIndexOfDegenerateBands()
+{
+    const Spectrum none(0, 1000, 0);
+    QCOMPARE(barIndexFor(500.0, none), 0);
+    const Spectrum narrow(0, 10, 20); // a step of 0
+    QCOMPARE(barIndexFor(5.0, narrow), 19);
+    QCOMPARE(barIndexFor(0.0, narrow), 0);
+    const Spectrum wide(-2147483647 - 1, 2147483647, 2);
+    QCOMPARE(barIndexFor(-1000.0, wide), 0);
+    QCOMPARE(barIndexFor(1000.0, wide), 1);
+}
+
+void TestPostprocessing::pointAtALimitReachesNoBar()
+{
+    Spectrum band(-1000, 1000, 10);
+    FrequencySpectrum spectrum = spectrumOf({0.9, 0.8});
+    spectrum[0].frequency = -1000.0;
+    spectrum[1].frequency = 1000.0;
+    fillBars(spectrum, {&band});
+    QCOMPARE(band.bars, std::vector<float>(10, 0.0F));
+
+    spectrum[0].frequency = -999.999;
+    spectrum[1].frequency = 999.999;
+    fillBars(spectrum, {&band});
+    QCOMPARE(band.bars.front(), 0.9F);
+    QCOMPARE(band.bars.back(), 0.8F);
+}
+
+void TestPostprocessing::barHoldsTheLargestAmplitude()
+{
+    Spectrum first(0, 100, 2);
+    Spectrum second(40, 1040, 1);
+    first.bars = {7.0F, 7.0F};
+    FrequencySpectrum spectrum = spectrumOf({0.25, 0.5, 0.125, 0.75});
+    const std::vector<double> frequencies {10.0, 49.0, 30.0, 50.0};
+    for (int i = 0; i < 4; ++i)
+        spectrum[i].frequency = frequencies[std::size_t(i)];
+    fillBars(spectrum, {&first, &second});
+    QCOMPARE(first.bars, (std::vector<float> {0.5F, 0.75F}));
+    QCOMPARE(second.bars, (std::vector<float> {0.75F}));
+    fillBars(FrequencySpectrum(), {&first, &second});
+    QCOMPARE(first.bars, (std::vector<float> {0.0F, 0.0F}));
+}
+
+void TestPostprocessing::bandEmptiedByItsOwnerIsSkipped()
+{
+    Spectrum band(0, 100, 2);
+    Spectrum other(0, 100, 1);
+    band.bars.clear();
+    FrequencySpectrum spectrum = spectrumOf({0.5});
+    spectrum[0].frequency = 50.0;
+    fillBars(spectrum, {&band, &other});
+    QVERIFY(band.bars.empty());
+    QCOMPARE(other.bars.front(), 0.5F);
+}
+
+QTEST_GUILESS_MAIN(TestPostprocessing)
+#include "tst_postprocessing.moc"

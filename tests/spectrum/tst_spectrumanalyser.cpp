@@ -1,0 +1,557 @@
+#include "analyserpeers.h"
+#include "logcapture.h"
+#include "reference.h"
+#include "testsound.h"
+
+#include <cmath>
+#include <QPointer>
+#include <QThread>
+#include <QtTest>
+
+namespace {
+
+constexpr int BlockBytes = 2048 * 4;
+
+// The logged texts are GBK bytes that the debug stream takes for UTF-8.
+const QString InvalidParameters =
+    QString::fromUtf8("[SpectrumAnalyser] \xCE\xDE\xD0\xA7\xB2\xCE\xCA\xFD\xA3\xAC\xBA\xF6"
+                      "\xC2\xD4\xBC\xC6\xCB\xE3");
+const QString NotEnoughData = QString::fromUtf8(
+    "[SpectrumAnalyser] \xCA\xFD\xBE\xDD\xB2\xBB\xD7\xE3\xA3\xAC\xCC\xF8\xB9\xFD");
+
+WAVEFORMATEX format(int rate, int bits = 16, int channels = 2)
+{
+    WAVEFORMATEX result {};
+    result.wFormatTag = WAVE_FORMAT_PCM;
+    result.nChannels = static_cast<WORD>(channels);
+    result.nSamplesPerSec = static_cast<DWORD>(rate);
+    result.wBitsPerSample = static_cast<WORD>(bits);
+    return result;
+}
+
+/// A worker that ends with its scope, and the spectra that it has emitted.
+class Worker {
+public:
+    Worker()
+        : m_worker(new SpectrumAnalyserThread(nullptr))
+        , m_thread(m_worker->thread())
+    {
+        QObject::connect(m_worker, &SpectrumAnalyserThread::calculationComplete, m_worker,
+                         [this](FrequencySpectrum spectrum) { spectra.append(spectrum); });
+    }
+    ~Worker()
+    {
+        m_worker->deleteLater();
+        while (m_thread)
+            QTest::qWait(1);
+    }
+
+    void calculate(const QByteArray &buffer, int rate = 48000, int bits = 16, int channels = 2)
+    {
+        QVERIFY(QMetaObject::invokeMethod(
+            m_worker, "calculateSpectrum", Qt::BlockingQueuedConnection, Q_ARG(QByteArray, buffer),
+            Q_ARG(int, rate), Q_ARG(int, bits), Q_ARG(int, channels)));
+    }
+    void setWindow(int type)
+    {
+        QVERIFY(
+            QMetaObject::invokeMethod(m_worker, "setWindowFunction", Qt::BlockingQueuedConnection,
+                                      Q_ARG(WindowFunction, static_cast<WindowFunction>(type))));
+    }
+    SpectrumAnalyserThread *operator->() const { return m_worker; }
+    SpectrumAnalyserThread &operator*() const { return *m_worker; }
+
+    QList<FrequencySpectrum> spectra;
+
+private:
+    SpectrumAnalyserThread *m_worker;
+    QPointer<QThread> m_thread;
+};
+
+} // namespace
+
+class TestSpectrumAnalyser : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    // The worker
+    void windowWeights_data();
+    void windowWeights();
+    void gaussianWindowIsInForceFromTheStart();
+    void noWindowMakesEveryWeightOne();
+    void windowValueAboveEightMakesEveryAmplitudeZero();
+    void matchesTheReference_data();
+    void matchesTheReference();
+    void monoFillsTheFirstHalfAndKeepsTheSecond();
+    void threeChannelsFillTheFirstHalfOnly();
+    void secondChannelIsReadTwoBytesIntoEachFrame();
+    void strideFollowsBitsPerSample();
+    void onlyTheFirst2048FramesCount();
+    void labelsStepAt48kHzAndReachTheEnds();
+    void labelProductWrapsAround();
+    void silenceGivesZeroAndNotClipped();
+    void fullScaleSineAtABinCentreIsClipped();
+    void binZeroCombinesDcAndNyquist();
+    void amplitudeCurveStartsAtMagnitudeOne();
+    void oneByteShortIsNotEnoughData();
+    void bitsBelowEightIsNotEnoughData();
+    void invalidParametersAreLogged_data();
+    void invalidParametersAreLogged();
+    void emittedSpectrumStaysWhenTheNextIsCalculated();
+    void destroyingTheWorkerEndsItsThread();
+
+    // The front
+    void calculatesOnTheWorkersThreadAndReturnsHere();
+    void blockOneByteShortKeepsTheAnalyserBusy();
+    void resultWhileIdleIsDropped();
+    void blockIsCopiedAtTheHandOver();
+    void destroyingTheAnalyserLeavesTheWorker();
+};
+
+void TestSpectrumAnalyser::initTestCase()
+{
+    qRegisterMetaType<FrequencySpectrum>("FrequencySpectrum");
+    qRegisterMetaType<WindowFunction>("WindowFunction");
+}
+
+void TestSpectrumAnalyser::windowWeights_data()
+{
+    QTest::addColumn<int>("type");
+    for (int type = 0; type <= 10; ++type)
+        QTest::addRow("%d", type) << type;
+    QTest::addRow("negative") << -1;
+}
+
+void TestSpectrumAnalyser::windowWeights()
+{
+    QFETCH(int, type);
+    Worker worker;
+    worker.setWindow(type);
+    const std::vector<float> &window = SpectrumAnalyserThreadPeer::window(*worker);
+    QCOMPARE(window.size(), std::size_t(2048));
+    for (int n = 0; n < 2048; ++n) {
+        const double expected = reference::windowWeight(type, n);
+        QVERIFY2(std::fabs(double(window[std::size_t(n)]) - expected) < 7e-8,
+                 qPrintable(QStringLiteral("weight %1").arg(n)));
+    }
+}
+
+void TestSpectrumAnalyser::gaussianWindowIsInForceFromTheStart()
+{
+    const Worker worker;
+    const std::vector<float> &window = SpectrumAnalyserThreadPeer::window(*worker);
+    for (int n = 0; n < 2048; ++n)
+        QCOMPARE(window[std::size_t(n)], static_cast<float>(reference::windowWeight(1, n)));
+}
+
+void TestSpectrumAnalyser::noWindowMakesEveryWeightOne()
+{
+    Worker worker;
+    worker.setWindow(0);
+    for (float weight : SpectrumAnalyserThreadPeer::window(*worker))
+        QCOMPARE(weight, 1.0F);
+}
+
+void TestSpectrumAnalyser::windowValueAboveEightMakesEveryAmplitudeZero()
+{
+    Worker worker;
+    worker.setWindow(9);
+    for (float weight : SpectrumAnalyserThreadPeer::window(*worker))
+        QCOMPARE(weight, 0.0F);
+    for (int i = 0; i < 2; ++i)
+        worker.calculate(sound::pcm(sound::whiteNoise(1.0), 0, 2048));
+    QCOMPARE(worker.spectra.size(), 2);
+    for (const FrequencySpectrum &spectrum : qAsConst(worker.spectra)) {
+        for (const FrequencySpectrum::Element &point : spectrum)
+            QCOMPARE(point.amplitude, 0.0);
+    }
+}
+
+void TestSpectrumAnalyser::matchesTheReference_data()
+{
+    QTest::addColumn<QByteArray>("block");
+    QTest::addColumn<int>("rate");
+    QTest::addColumn<int>("channels");
+    QTest::newRow("tone 48 kHz") << sound::pcm(sound::sine(1000, 0.5), 0, 2048) << 48000 << 2;
+    QTest::newRow("tone 44.1 kHz")
+        << sound::pcm(sound::sine(1000, 0.5, 44100), 0, 2048) << 44100 << 2;
+    QTest::newRow("tone 96 kHz") << sound::pcm(sound::sine(1000, 0.5, 96000), 0, 2048) << 96000
+                                 << 2;
+    QTest::newRow("noise") << sound::pcm(sound::whiteNoise(1.0), 0, 2048) << 48000 << 2;
+    QTest::newRow("quiet noise") << sound::pcm(sound::whiteNoise(0.01), 0, 2048) << 48000 << 2;
+    QTest::newRow("square") << sound::pcm(sound::square(96, 1.0), 0, 2048) << 48000 << 2;
+    QTest::newRow("left only") << sound::pcm(sound::only(0, sound::sine(3000, 0.9)), 0, 2048)
+                               << 48000 << 2;
+    QTest::newRow("right only") << sound::pcm(sound::only(1, sound::sine(3000, 0.9)), 0, 2048)
+                                << 48000 << 2;
+    QTest::newRow("mono") << sound::pcm(sound::whiteNoise(0.3), 0, 2048, 1) << 48000 << 1;
+}
+
+void TestSpectrumAnalyser::matchesTheReference()
+{
+    QFETCH(QByteArray, block);
+    QFETCH(int, rate);
+    QFETCH(int, channels);
+    Worker worker;
+    worker.calculate(block, rate, 16, channels);
+    QCOMPARE(worker.spectra.size(), 1);
+    const FrequencySpectrum spectrum = worker.spectra.first();
+    QVector<reference::Point> expected;
+    reference::analyse(block, rate, channels, expected);
+    QCOMPARE(spectrum.count(), 2048);
+    for (int i = 0; i < 2048; ++i) {
+        const QByteArray where = QByteArray::number(i);
+        QCOMPARE(spectrum[i].frequency, expected[i].frequency);
+        QVERIFY2(std::fabs(spectrum[i].amplitude - expected[i].amplitude) < 2e-5, where);
+        QVERIFY2(spectrum[i].clipped == expected[i].clipped, where);
+    }
+}
+
+void TestSpectrumAnalyser::monoFillsTheFirstHalfAndKeepsTheSecond()
+{
+    Worker worker;
+    const QByteArray mono = sound::pcm(sound::sine(4000, 0.8), 0, 2048, 1);
+    worker.calculate(mono, 48000, 16, 1);
+    worker.calculate(sound::pcm(sound::whiteNoise(0.5), 0, 2048));
+    worker.calculate(mono, 48000, 16, 1);
+    QCOMPARE(worker.spectra.size(), 3);
+    const FrequencySpectrum first = worker.spectra[0];
+    const FrequencySpectrum stereo = worker.spectra[1];
+    const FrequencySpectrum last = worker.spectra[2];
+    double loudest = 0.0;
+    for (int i = 0; i < 1024; ++i) {
+        QCOMPARE(last[i].amplitude, first[i].amplitude);
+        loudest = std::max(loudest, last[i].amplitude);
+        QCOMPARE(first[1024 + i].frequency, 0.0);
+        QCOMPARE(first[1024 + i].amplitude, 0.0);
+        QCOMPARE(last[1024 + i].frequency, stereo[1024 + i].frequency);
+        QCOMPARE(last[1024 + i].amplitude, stereo[1024 + i].amplitude);
+    }
+    QVERIFY(loudest > 0.5);
+    QVERIFY(stereo[1500].amplitude > 0.0);
+}
+
+void TestSpectrumAnalyser::threeChannelsFillTheFirstHalfOnly()
+{
+    Worker worker;
+    worker.calculate(sound::pcm(sound::sine(4000, 0.8), 0, 2048, 3), 48000, 16, 3);
+    worker.calculate(sound::pcm(sound::sine(4000, 0.8), 0, 2048, 1), 48000, 16, 1);
+    QCOMPARE(worker.spectra.size(), 2);
+    for (int i = 0; i < 2048; ++i)
+        QCOMPARE(worker.spectra[0][i].amplitude, worker.spectra[1][i].amplitude);
+    QCOMPARE(worker.spectra[0][2047].frequency, 0.0);
+}
+
+void TestSpectrumAnalyser::secondChannelIsReadTwoBytesIntoEachFrame()
+{
+    Worker worker;
+    const auto left = sound::sine(2000, 0.7);
+    const auto right = sound::whiteNoise(0.2);
+    worker.calculate(sound::pcm(
+        [&](int frame, int channel) { return channel == 0 ? left(frame, 0) : right(frame, 0); }, 0,
+        2048));
+    worker.calculate(sound::pcm(left, 0, 2048, 1), 48000, 16, 1);
+    worker.calculate(sound::pcm(right, 0, 2048, 1), 48000, 16, 1);
+    QCOMPARE(worker.spectra.size(), 3);
+    for (int bin = 0; bin < 1024; ++bin) {
+        QCOMPARE(worker.spectra[0][1023 - bin].amplitude, worker.spectra[1][1023 - bin].amplitude);
+        QCOMPARE(worker.spectra[0][1024 + bin].amplitude, worker.spectra[2][1023 - bin].amplitude);
+        QCOMPARE(worker.spectra[0][1024 + bin].frequency, -worker.spectra[2][1023 - bin].frequency);
+    }
+}
+
+/// 32 bits a sample: 16 are read, at the start of the frame and in its middle.
+void TestSpectrumAnalyser::strideFollowsBitsPerSample()
+{
+    Worker worker;
+    const QByteArray narrow = sound::pcm(sound::whiteNoise(0.5), 0, 2048);
+    QByteArray wide;
+    for (int sample = 0; sample < narrow.size() / 2; ++sample)
+        wide += narrow.mid(2 * sample, 2) + QByteArrayLiteral("\x55\xAA");
+    worker.calculate(narrow);
+    worker.calculate(wide, 48000, 32, 2);
+    QCOMPARE(worker.spectra.size(), 2);
+    for (int i = 0; i < 2048; ++i)
+        QCOMPARE(worker.spectra[1][i].amplitude, worker.spectra[0][i].amplitude);
+}
+
+void TestSpectrumAnalyser::onlyTheFirst2048FramesCount()
+{
+    Worker worker;
+    const QByteArray block = sound::pcm(sound::sine(1000, 0.5), 0, 2048);
+    worker.calculate(block);
+    worker.calculate(block + sound::pcm(sound::whiteNoise(1.0), 0, 777));
+    QCOMPARE(worker.spectra.size(), 2);
+    for (int i = 0; i < 2048; ++i)
+        QCOMPARE(worker.spectra[1][i].amplitude, worker.spectra[0][i].amplitude);
+}
+
+void TestSpectrumAnalyser::labelsStepAt48kHzAndReachTheEnds()
+{
+    Worker worker;
+    worker.calculate(sound::pcm(sound::silence(), 0, 2048));
+    const FrequencySpectrum spectrum = worker.spectra.value(0);
+    QCOMPARE(spectrum.count(), 2048);
+    QCOMPARE(spectrum[0].frequency, -47953.125);
+    QCOMPARE(spectrum[1022].frequency, -46.875);
+    QCOMPARE(spectrum[1023].frequency, 0.0);
+    QCOMPARE(spectrum[1024].frequency, 0.0);
+    QCOMPARE(spectrum[1025].frequency, 46.875);
+    QCOMPARE(spectrum[2047].frequency, 47953.125);
+}
+
+void TestSpectrumAnalyser::labelProductWrapsAround()
+{
+    Worker worker;
+    worker.calculate(sound::pcm(sound::silence(), 0, 2048), 1 << 30);
+    const FrequencySpectrum spectrum = worker.spectra.value(0);
+    QCOMPARE(spectrum.count(), 2048);
+    QCOMPARE(spectrum[1022].frequency, -1048576.0);
+    QCOMPARE(spectrum[1025].frequency, 1048576.0);
+    QCOMPARE(spectrum[1021].frequency, 2097152.0); // 2 x 2^30 as a 32-bit number is -2^31
+    QCOMPARE(spectrum[1026].frequency, -2097152.0);
+    QCOMPARE(spectrum[1028].frequency, 0.0);
+}
+
+void TestSpectrumAnalyser::silenceGivesZeroAndNotClipped()
+{
+    Worker worker;
+    worker.calculate(sound::pcm(sound::sine(46.875 * 40, 1.0), 0, 2048));
+    worker.calculate(sound::pcm(sound::silence(), 0, 2048));
+    const FrequencySpectrum spectrum = worker.spectra.value(1);
+    QCOMPARE(spectrum.count(), 2048);
+    for (const FrequencySpectrum::Element &point : spectrum) {
+        QCOMPARE(point.amplitude, 0.0);
+        QCOMPARE(point.clipped, false);
+    }
+}
+
+/// Without a window the bin reaches 1024; the Gaussian one takes half of it away.
+void TestSpectrumAnalyser::fullScaleSineAtABinCentreIsClipped()
+{
+    Worker worker;
+    worker.setWindow(NoWindow);
+    const int bin = 100;
+    worker.calculate(sound::pcm(sound::sine(bin * 48000.0 / 2048, 1.0), 0, 2048));
+    const FrequencySpectrum spectrum = worker.spectra.value(0);
+    QCOMPARE(spectrum.count(), 2048);
+    for (int point : {1023 - bin, 1024 + bin}) {
+        QCOMPARE(spectrum[point].clipped, true);
+        QCOMPARE(spectrum[point].amplitude, 1.0);
+        QCOMPARE(spectrum[point].frequency, (point < 1024 ? -2.0 : 2.0) * bin * 48000.0 / 2048);
+    }
+    QCOMPARE(spectrum[1023 - bin - 1].clipped, false);
+}
+
+void TestSpectrumAnalyser::binZeroCombinesDcAndNyquist()
+{
+    Worker worker;
+    worker.setWindow(NoWindow);
+    // 2^-9 on even frames only: DC and Nyquist are 1024 / 512 = 2 each.
+    worker.calculate(
+        sound::pcm([](int frame, int) { return frame % 2 == 0 ? 64.0 / 32767.0 : 0.0; }, 0, 2048));
+    const FrequencySpectrum spectrum = worker.spectra.value(0);
+    QCOMPARE(spectrum.count(), 2048);
+    QCOMPARE(spectrum[1023].amplitude, 0.15 * std::log(std::sqrt(8.0)));
+    QCOMPARE(spectrum[1024].amplitude, spectrum[1023].amplitude);
+    QCOMPARE(spectrum[1022].amplitude, 0.0);
+}
+
+void TestSpectrumAnalyser::amplitudeCurveStartsAtMagnitudeOne()
+{
+    Worker worker;
+    worker.setWindow(NoWindow);
+    for (int value : {16, 17, 12572, 12573}) { // sums of 1.0, 1.0625, 785.75, 785.8125
+        QByteArray block(2048 * 4, '\0');
+        // One sample reaches no further than 1.0, so equal samples share the sum in bin 0.
+        for (int frame = 0; frame < 2048; ++frame) {
+            for (int channel = 0; channel < 2; ++channel)
+                qToLittleEndian(static_cast<qint16>(value), block.data() + 4 * frame + 2 * channel);
+        }
+        worker.calculate(block);
+    }
+    QCOMPARE(worker.spectra.size(), 4);
+    QCOMPARE(worker.spectra[0][1023].amplitude, 0.0);
+    QVERIFY(std::fabs(worker.spectra[1][1023].amplitude - 0.15 * std::log(1.0625)) < 1e-7);
+    QVERIFY(worker.spectra[2][1023].amplitude < 1.0);
+    QCOMPARE(worker.spectra[2][1023].clipped, false);
+    QCOMPARE(worker.spectra[3][1023].amplitude, 1.0);
+    QCOMPARE(worker.spectra[3][1023].clipped, true);
+}
+
+void TestSpectrumAnalyser::oneByteShortIsNotEnoughData()
+{
+    Worker worker;
+    const LogCapture log;
+    worker.calculate(QByteArray(BlockBytes - 1, '\1'));
+    QCOMPARE(log.lines(), QStringList {NotEnoughData});
+    QVERIFY(worker.spectra.isEmpty());
+    worker.calculate(QByteArray(BlockBytes, '\1'));
+    QCOMPARE(worker.spectra.size(), 1);
+    QCOMPARE(log.lines().size(), 1);
+}
+
+void TestSpectrumAnalyser::bitsBelowEightIsNotEnoughData()
+{
+    Worker worker;
+    const LogCapture log;
+    worker.calculate(QByteArray(BlockBytes, '\1'), 48000, 4, 2);
+    QCOMPARE(log.lines(), QStringList {NotEnoughData});
+    QVERIFY(worker.spectra.isEmpty());
+}
+
+void TestSpectrumAnalyser::invalidParametersAreLogged_data()
+{
+    QTest::addColumn<int>("bytes");
+    QTest::addColumn<int>("rate");
+    QTest::addColumn<int>("bits");
+    QTest::addColumn<int>("channels");
+    QTest::newRow("empty") << 0 << 48000 << 16 << 2;
+    QTest::newRow("no rate") << BlockBytes << 0 << 16 << 2;
+    QTest::newRow("negative rate") << BlockBytes << -1 << 16 << 2;
+    QTest::newRow("no bits") << BlockBytes << 48000 << 0 << 2;
+    QTest::newRow("no channels") << BlockBytes << 48000 << 16 << 0;
+    QTest::newRow("negative channels") << BlockBytes << 48000 << 16 << -2;
+}
+
+void TestSpectrumAnalyser::invalidParametersAreLogged()
+{
+    QFETCH(int, bytes);
+    QFETCH(int, rate);
+    QFETCH(int, bits);
+    QFETCH(int, channels);
+    Worker worker;
+    const LogCapture log;
+    worker.calculate(QByteArray(bytes, '\1'), rate, bits, channels);
+    QCOMPARE(log.lines(), QStringList {InvalidParameters});
+    QVERIFY(worker.spectra.isEmpty());
+}
+
+void TestSpectrumAnalyser::emittedSpectrumStaysWhenTheNextIsCalculated()
+{
+    Worker worker;
+    worker.calculate(sound::pcm(sound::sine(1000, 0.5), 0, 2048));
+    const FrequencySpectrum held = worker.spectra.value(0);
+    QVector<double> before;
+    for (const FrequencySpectrum::Element &point : held)
+        before.append(point.amplitude);
+    worker.calculate(sound::pcm(sound::whiteNoise(1.0), 0, 2048));
+    for (int i = 0; i < before.size(); ++i)
+        QCOMPARE(held[i].amplitude, before[i]);
+    QCOMPARE(worker.spectra.size(), 2);
+    QVERIFY(worker.spectra[1][500].amplitude != held[500].amplitude);
+}
+
+void TestSpectrumAnalyser::destroyingTheWorkerEndsItsThread()
+{
+    auto *worker = new SpectrumAnalyserThread(this);
+    QVERIFY(!worker->parent());
+    const QPointer<QThread> thread = worker->thread();
+    QVERIFY(thread != QThread::currentThread());
+    QVERIFY(!thread->parent());
+    QVERIFY(thread->isRunning());
+    worker->deleteLater();
+    QTRY_VERIFY(!thread);
+}
+
+void TestSpectrumAnalyser::calculatesOnTheWorkersThreadAndReturnsHere()
+{
+    SpectrumAnalyser analyser;
+    SpectrumAnalyserThread *worker = SpectrumAnalyserPeer::worker(analyser);
+    QThread *calculatedOn = nullptr;
+    QThread *receivedOn = nullptr;
+    int received = 0;
+    connect(worker, &SpectrumAnalyserThread::calculationComplete, worker,
+            [&] { calculatedOn = QThread::currentThread(); });
+    connect(&analyser, &SpectrumAnalyser::spectrumChanged, this, [&](FrequencySpectrum spectrum) {
+        receivedOn = QThread::currentThread();
+        received += spectrum.count();
+        QVERIFY(!analyser.isReady());
+    });
+    QVERIFY(analyser.isReady());
+    analyser.calculate(sound::pcm(sound::sine(1000, 0.5), 0, 2048), format(48000));
+    QVERIFY(!analyser.isReady());
+    QCOMPARE(SpectrumAnalyserPeer::state(analyser), 1);
+    QTRY_VERIFY(analyser.isReady());
+    QCOMPARE(received, 2048);
+    QCOMPARE(receivedOn, QThread::currentThread());
+    QCOMPARE(calculatedOn, worker->thread());
+    worker->deleteLater();
+}
+
+void TestSpectrumAnalyser::blockOneByteShortKeepsTheAnalyserBusy()
+{
+    SpectrumAnalyser analyser;
+    const LogCapture log;
+    int received = 0;
+    connect(&analyser, &SpectrumAnalyser::spectrumChanged, this, [&] { ++received; });
+    analyser.calculate(QByteArray(BlockBytes - 1, '\1'), format(48000));
+    QTRY_COMPARE(log.lines(), QStringList {NotEnoughData});
+    QTest::qWait(50);
+    QCOMPARE(received, 0);
+    QVERIFY(!analyser.isReady());
+    SpectrumAnalyserPeer::worker(analyser)->deleteLater();
+}
+
+void TestSpectrumAnalyser::resultWhileIdleIsDropped()
+{
+    SpectrumAnalyser analyser;
+    SpectrumAnalyserThread *worker = SpectrumAnalyserPeer::worker(analyser);
+    int received = 0;
+    connect(&analyser, &SpectrumAnalyser::spectrumChanged, this, [&] { ++received; });
+    Q_EMIT worker->calculationComplete(FrequencySpectrum(2048)); // delivered queued
+    QCoreApplication::processEvents();
+    QCOMPARE(received, 0);
+    QVERIFY(analyser.isReady());
+    worker->deleteLater();
+}
+
+/// The view that is handed over is overwritten before the worker can have run.
+void TestSpectrumAnalyser::blockIsCopiedAtTheHandOver()
+{
+    SpectrumAnalyser analyser;
+    SpectrumAnalyserThread *worker = SpectrumAnalyserPeer::worker(analyser);
+    QSemaphore go;
+    QMetaObject::invokeMethod(
+        worker, [&] { go.acquire(); }, Qt::QueuedConnection);
+
+    FrequencySpectrum received;
+    connect(&analyser, &SpectrumAnalyser::spectrumChanged, this,
+            [&](FrequencySpectrum spectrum) { received = spectrum; });
+    for (double hz : {1000.0, 3000.0}) {
+        const QByteArray block = sound::pcm(sound::sine(hz, 0.5), 0, 2048);
+        std::vector<char> memory(block.begin(), block.end());
+        analyser.calculate(QByteArray::fromRawData(memory.data(), int(memory.size())),
+                           format(48000));
+        std::fill(memory.begin(), memory.end(), '\0');
+        memory.clear();
+        memory.shrink_to_fit();
+        go.release();
+        QTRY_VERIFY(analyser.isReady());
+
+        QVector<reference::Point> expected;
+        reference::analyse(block, 48000, 2, expected);
+        for (int i = 0; i < 2048; ++i)
+            QVERIFY(std::fabs(qAsConst(received)[i].amplitude - expected[i].amplitude) < 2e-5);
+    }
+    worker->deleteLater();
+}
+
+void TestSpectrumAnalyser::destroyingTheAnalyserLeavesTheWorker()
+{
+    auto analyser = std::make_unique<SpectrumAnalyser>();
+    const QPointer<SpectrumAnalyserThread> worker = SpectrumAnalyserPeer::worker(*analyser);
+    const QPointer<QThread> thread = worker->thread();
+    analyser->calculate(sound::pcm(sound::whiteNoise(0.5), 0, 2048), format(48000));
+    analyser.reset();
+    QTest::qWait(20);
+    QVERIFY(worker);
+    QVERIFY(thread && thread->isRunning());
+    worker->deleteLater();
+    QTRY_VERIFY(!thread);
+}
+
+QTEST_GUILESS_MAIN(TestSpectrumAnalyser)
+#include "tst_spectrumanalyser.moc"
