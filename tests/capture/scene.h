@@ -1,0 +1,107 @@
+// What the capture tests start from: two speakers and a microphone, and a controller on them.
+#pragma once
+
+#include "capture/audiocapture.h"
+#include "report/deliverreport.h"
+#include "tests/support/fakeaudio.h"
+#include "tests/support/messagelog.h"
+#include "tests/support/taskmemory.h"
+#include <functional>
+#include <memory>
+#include <QtTest>
+#include <thread>
+
+inline const QString kFollow = QStringLiteral("默认输出设备");
+inline const QString kIdA = QStringLiteral("{0.0.0}.a");
+inline const QString kIdB = QStringLiteral("{0.0.0}.b");
+inline const QString kIdMic = QStringLiteral("{0.0.1}.mic");
+
+/// Processes events until the condition holds; false after the time-out.
+inline bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 8000)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QTest::qWait(2);
+    }
+    return true;
+}
+
+/// Takes the reports of the process instead of the dialog.
+class ReportTaker {
+public:
+    ReportTaker() { setReportSink(&ReportTaker::take); }
+    static QStringList reports()
+    {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        return s_reports;
+    }
+
+private:
+    static void take(const QString &report)
+    {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        s_reports.append(report);
+    }
+
+    static inline std::mutex s_mutex;
+    static inline QStringList s_reports;
+};
+
+/// "Speakers" (the default) and "Headset" with endless float packets, and the microphone "Mic".
+struct Scene {
+    Scene()
+    {
+        audio.add(kIdA, QStringLiteral("Speakers"));
+        audio.add(kIdB, QStringLiteral("Headset"));
+        audio.add(kIdMic, QStringLiteral("Mic"), eCapture);
+        audio.setDefault(kIdA);
+    }
+
+    AudioCapture &make()
+    {
+        capture = std::make_unique<AudioCapture>();
+        return *capture;
+    }
+    AudioCapture &started()
+    {
+        make().startCapture();
+        return *capture;
+    }
+    bool captures(const QString &id)
+    {
+        return waitUntil([this, id] { return audio.capturedDevice() == id; });
+    }
+    /// Ends the controller; what is left behind, empty when nothing is.
+    QStringList leftovers()
+    {
+        capture.reset();
+        QStringList result = audio.problems();
+        if (taskBlocksAlive() != 0)
+            result.append(QStringLiteral("%1 task memory blocks").arg(taskBlocksAlive()));
+        return result;
+    }
+
+    ReportTaker reports;
+    MessageLog log;
+    FakeAudio audio;
+    std::unique_ptr<AudioCapture> capture;
+};
+
+/// Runs a function on a thread that Qt did not start, as the audio system's callbacks do; events of
+/// this thread go on meanwhile.
+inline void onForeignThread(const std::function<void()> &function)
+{
+    std::atomic<bool> done {false};
+    std::thread thread([&] {
+        function();
+        done = true;
+    });
+    while (!done)
+        QTest::qWait(1);
+    thread.join();
+}
+
+#define VERIFY_NOTHING_LEFT(scene) QCOMPARE((scene).leftovers(), QStringList())

@@ -1,0 +1,11 @@
+// Task memory of the fakes, counted: what they give out must be given back exactly once.
+#pragma once
+
+#include <cstddef>
+
+/// CoTaskMemAlloc, remembered until the product frees the block (CoTaskMemFree, PropVariantClear).
+void *taskAlloc(std::size_t size);
+
+/// Blocks given out by taskAlloc and not freed yet. Where the host's functions cannot be watched
+/// (Windows) this is always 0.
+int taskBlocksAlive();
