@@ -1,0 +1,200 @@
+// The three ways back into a start.
+#include "tests/capture/scene.h"
+
+namespace {
+
+QString text(const char *utf8)
+{
+    return QString::fromUtf8(utf8);
+}
+
+} // namespace
+
+class TestAudioCaptureRestart : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void workerThatStopsByItselfIsStartedOnceAfterHalfASecond();
+    void failedRecoveryIsRestartedToo();
+    void deliberateStopIsNotAnswered();
+    void stopWithinHalfASecondCancels();
+    void deviceReturnIsCancelledByAnotherChoice();
+    void deviceReturnRestartsAfterADeliberateStop();
+    void sameDeviceRestartsAnyway();
+    void sessionThatCannotStartIsRetriedForever();
+    void invalidatedWorkerStartFallsBackToTheDefault();
+    void invalidatedInsideTheStartDoesNot();
+    void stopOfATimedOutWorkerIsNotAnswered();
+};
+
+void TestAudioCaptureRestart::workerThatStopsByItselfIsStartedOnceAfterHalfASecond()
+{
+    Scene scene;
+    scene.started();
+    QVERIFY(scene.captures(kIdA));
+    scene.audio.fail(FakeCall::GetBuffer, {AUDCLNT_E_DEVICE_INVALIDATED}, 1 << 20); // none
+    const int polls = scene.audio.calls(FakeCall::GetNextPacketSize);
+    scene.audio.fail(FakeCall::GetNextPacketSize, {AUDCLNT_E_DEVICE_INVALIDATED}, polls + 1, 1);
+    const QString armed = text("[handleThreadStopped] 检测到线程停止，需要自动重启，延迟500ms...");
+    const QString fired = text("[handleThreadStopped] 正在执行自动重启...");
+    QVERIFY(waitUntil([&] { return scene.log.contains(fired); }));
+    qint64 armedAt = 0;
+    qint64 firedAt = 0;
+    for (const MessageLog::Line &line : scene.log.lines()) {
+        if (line.text == armed)
+            armedAt = line.atMs;
+        if (line.text == fired)
+            firedAt = line.atMs;
+    }
+    QVERIFY(firedAt - armedAt >= 499);
+    QVERIFY(scene.captures(kIdA));
+    QTest::qWait(800);
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
+    QCOMPARE(scene.log.count(fired), 1);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::failedRecoveryIsRestartedToo()
+{
+    Scene scene;
+    scene.audio.setEndlessFrames(kIdA, 0);
+    scene.audio.fail(FakeCall::Start, {E_FAIL}, 2, 1);
+    scene.started();
+    QVERIFY(waitUntil([&] { return scene.audio.calls(FakeCall::Activate) == 2; }));
+    QVERIFY(scene.captures(kIdA));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::deliberateStopIsNotAnswered()
+{
+    Scene scene;
+    AudioCapture &capture = scene.started();
+    QVERIFY(scene.captures(kIdA));
+    capture.stopCapture();
+    QVERIFY(waitUntil([&] {
+        return scene.log.contains(text("[handleThreadStopped] 线程停止（不需要自动重启）"));
+    }));
+    QTest::qWait(700);
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 1);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::stopWithinHalfASecondCancels()
+{
+    Scene scene;
+    AudioCapture &capture = scene.started();
+    QVERIFY(scene.captures(kIdA));
+    const int polls = scene.audio.calls(FakeCall::GetNextPacketSize);
+    scene.audio.fail(FakeCall::GetNextPacketSize, {AUDCLNT_E_DEVICE_INVALIDATED}, polls + 1, 1);
+    QVERIFY(waitUntil([&] { return scene.log.contains(text("延迟500ms...")); }));
+    capture.stopCapture();
+    QVERIFY(waitUntil([&] {
+        return scene.log.contains(
+            text("[handleThreadStopped] 自动重启已取消（用户可能已手动停止）"));
+    }));
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 1);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::deviceReturnIsCancelledByAnotherChoice()
+{
+    Scene scene;
+    AudioCapture &capture = scene.make();
+    onForeignThread([&] { scene.audio.notifyStateChanged(kIdA, DEVICE_STATE_ACTIVE); });
+    QVERIFY(scene.log.contains(text("[设备状态] 设备恢复活动状态，延迟500ms后重启采集")));
+    capture.setCurrentDevice(QStringLiteral("Headset"));
+    QVERIFY(
+        waitUntil([&] { return scene.log.contains(text("[设备状态] 当前设备已变更，取消重启")); }));
+    QVERIFY(!scene.log.contains(text("正在重启采集")));
+    QVERIFY(scene.captures(kIdB));
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 1);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::deviceReturnRestartsAfterADeliberateStop()
+{
+    Scene scene;
+    AudioCapture &capture = scene.started();
+    QVERIFY(scene.captures(kIdA));
+    capture.stopCapture();
+    onForeignThread([&] { scene.audio.notifyStateChanged(kIdA, DEVICE_STATE_ACTIVE); });
+    QVERIFY(waitUntil([&] { return scene.log.contains(text("[设备状态] 正在重启采集...")); }));
+    QVERIFY(scene.captures(kIdA));
+    QVERIFY(capture.isCapturing());
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::sameDeviceRestartsAnyway()
+{
+    Scene scene;
+    AudioCapture &capture = scene.started();
+    QVERIFY(scene.captures(kIdA));
+    capture.setCurrentDevice(kFollow);
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
+    QVERIFY(scene.captures(kIdA));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::sessionThatCannotStartIsRetriedForever()
+{
+    Scene scene;
+    scene.audio.fail(FakeCall::GetService, {E_FAIL}, 1, 4);
+    scene.started();
+    QVERIFY(waitUntil([&] { return scene.audio.capturedDevice() == kIdA; }, 15000));
+    QCOMPARE(scene.log.count(text("引擎启动失败，错误代码 ffffffff80004005")), 4);
+    QCOMPARE(scene.log.count(text("正在执行自动重启")), 4);
+    QVERIFY(ReportTaker::reports().size() <= 1); // one for the whole process
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::invalidatedWorkerStartFallsBackToTheDefault()
+{
+    Scene scene;
+    AudioCapture &capture = scene.make();
+    scene.audio.fail(FakeCall::Start, {AUDCLNT_E_DEVICE_INVALIDATED}, 1, 1);
+    capture.setCurrentDevice(QStringLiteral("Headset"));
+    QVERIFY(scene.captures(kIdA));
+    QCOMPARE(capture.currentDevice(), kFollow);
+    QVERIFY(scene.log.contains(text("引擎启动失败，错误代码 ffffffff88890004")));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::invalidatedInsideTheStartDoesNot()
+{
+    Scene scene;
+    AudioCapture &capture = scene.make();
+    scene.audio.fail(FakeCall::GetMixFormat, {AUDCLNT_E_DEVICE_INVALIDATED}, 1, 1);
+    capture.setCurrentDevice(QStringLiteral("Headset"));
+    QVERIFY(scene.log.contains(text("引擎启动失败，错误代码 ffffffff88890004")));
+    QTest::qWait(300);
+    QCOMPARE(capture.currentDevice(), QStringLiteral("Headset"));
+    QCOMPARE(scene.log.count(text("[Step 1] ")), 1);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::stopOfATimedOutWorkerIsNotAnswered()
+{
+    // A worker that ends only after the new start has gone on is the start's doing all the same.
+    Scene scene;
+    AudioCapture &capture = scene.started();
+    QVERIFY(scene.captures(kIdA));
+    std::atomic<bool> entered {false};
+    std::atomic<bool> go {false};
+    scene.audio.setHook(FakeCall::GetNextPacketSize, [&] {
+        entered = true;
+        while (!go)
+            QThread::msleep(1);
+    });
+    QVERIFY(waitUntil([&] { return entered.load(); }));
+    capture.startCapture();
+    QVERIFY(scene.log.contains(text("线程停止超时，强制终止")));
+    go = true;
+    QVERIFY(scene.captures(kIdA));
+    QTest::qWait(800);
+    QVERIFY(!scene.log.contains(text("需要自动重启，延迟500ms")));
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+QTEST_GUILESS_MAIN(TestAudioCaptureRestart)
+#include "tst_audiocapture_restart.moc"

@@ -1,0 +1,76 @@
+// The capture diagnostic log.
+#include "capture/audiocapture.h"
+#include "capture/diagnosticlog.h"
+#include "platform/diagnosticlogpath.h"
+#include <QRegularExpression>
+#include <QtTest>
+
+class TestDiagnosticLog : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        qputenv("XDG_STATE_HOME", QFile::encodeName(m_folder.path()));
+        QFile::remove(diagnosticLogPath());
+        AudioCapture::setDiagnosticLogEnabled(false);
+    }
+
+    void offAtFirstAndNoFileIsMade()
+    {
+        writeDiagnosticLog(QStringLiteral("nothing"));
+        QVERIFY(!QFile::exists(diagnosticLogPath()));
+    }
+
+    void twoCallsGiveTwoLinesInOrder()
+    {
+        AudioCapture::setDiagnosticLogEnabled(true);
+        writeDiagnosticLog(QStringLiteral("setCurrentDevice -> 默认输出设备"));
+        QTest::qWait(1000);
+        writeDiagnosticLog(QStringLiteral("second"));
+        const QStringList lines = content().split(QLatin1Char('\n'));
+        QCOMPARE(lines.size(), 3);
+        static const QRegularExpression shape(
+            QStringLiteral("^\\[(\\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d)\\] (.*)$"));
+        const auto first = shape.match(lines.at(0));
+        const auto second = shape.match(lines.at(1));
+        QVERIFY(first.hasMatch() && second.hasMatch());
+        QCOMPARE(first.captured(2), QStringLiteral("setCurrentDevice -> 默认输出设备"));
+        QCOMPARE(second.captured(2), QStringLiteral("second"));
+        QVERIFY(first.captured(1) != second.captured(1));
+        QVERIFY(lines.at(2).isEmpty());
+    }
+
+    void existingFileIsAppendedTo()
+    {
+        QFile file(diagnosticLogPath());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("kept\n");
+        file.close();
+        AudioCapture::setDiagnosticLogEnabled(true);
+        writeDiagnosticLog(QStringLiteral("added"));
+        QVERIFY(content().startsWith(QLatin1String("kept\n[")));
+        QVERIFY(content().endsWith(QLatin1String("] added\n")));
+    }
+
+    void unopenableFileIsIgnored()
+    {
+        QVERIFY(QDir().mkpath(diagnosticLogPath())); // a folder in the file's place
+        AudioCapture::setDiagnosticLogEnabled(true);
+        writeDiagnosticLog(QStringLiteral("lost"));
+        QVERIFY(QFileInfo(diagnosticLogPath()).isDir());
+        QVERIFY(QDir().rmdir(diagnosticLogPath()));
+    }
+
+private:
+    static QString content()
+    {
+        QFile file(diagnosticLogPath());
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    }
+
+    QTemporaryDir m_folder;
+};
+
+QTEST_GUILESS_MAIN(TestDiagnosticLog)
+#include "tst_diagnosticlog.moc"
