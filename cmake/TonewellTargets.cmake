@@ -10,20 +10,26 @@ function(tonewell_room room)
     target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE tonewell_options ${arg_PRIVATE_LINK})
 endfunction()
 
-# tonewell_test(<name> SOURCES ... LINK ... [TIMEOUT seconds] [RUN_SERIAL])
+# tonewell_test(<name> SOURCES ... LINK ... [TIMEOUT seconds] [RUN_SERIAL] [XVFB size])
 #
 # One QtTest program, bin/<name>, and the CTest entry of the same name. It runs
 # on Qt's offscreen platform unless the test asks for another one, in a folder
 # of its own for temporary files, so that sockets and shared-memory keys of
-# parallel tests never meet.
+# parallel tests never meet. With XVFB it runs on an X server of its own, of the size given
+# (1280x1024).
 function(tonewell_test name)
-    cmake_parse_arguments(arg "RUN_SERIAL" "TIMEOUT" "SOURCES;LINK" ${ARGN})
+    cmake_parse_arguments(arg "RUN_SERIAL" "TIMEOUT;XVFB" "SOURCES;LINK" ${ARGN})
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 120)
     endif()
     add_executable(${name} ${arg_SOURCES})
     target_link_libraries(${name} PRIVATE tonewell_options ${arg_LINK} Qt5::Test)
-    add_test(NAME ${name} COMMAND ${name})
+    if(arg_XVFB)
+        add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/support/with_xvfb
+            -s ${arg_XVFB} $<TARGET_FILE:${name}>)
+    else()
+        add_test(NAME ${name} COMMAND ${name})
+    endif()
     tonewell_test_environment(${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
     if(arg_RUN_SERIAL)

@@ -237,8 +237,16 @@ QString errorCodeReference()
 
 QString audioServiceDiagnostics()
 {
-    return QStringLiteral("[Audio Service Diagnostics]\n")
-        + QStringLiteral("[Windows Audio Service Status]\n") + audioService()
-        + endpointBuilderService() + QLatin1Char('\n') + comBlock() + QLatin1Char('\n')
-        + devicesBlock() + QLatin1Char('\n') + errorCodeReference();
+    // One statement a block: they are to be asked in the order in which they are printed.
+    QString text = QStringLiteral("[Audio Service Diagnostics]\n");
+    text += QStringLiteral("[Windows Audio Service Status]\n");
+    text += audioService();
+    text += endpointBuilderService();
+    text += QLatin1Char('\n');
+    text += comBlock();
+    text += QLatin1Char('\n');
+    text += devicesBlock();
+    text += QLatin1Char('\n');
+    text += errorCodeReference();
+    return text;
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <libunwind.h>
 #include <link.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace {
@@ -63,8 +64,35 @@ bool findModule(ModuleSearch *search)
 // as after an interruption, or the return address of a call.
 enum FrameKind : DWORD64 { Called, Interrupted };
 
+bool isCode(DWORD64 address)
+{
+    ModuleSearch search {};
+    search.address = address;
+    return findModule(&search);
+}
+
+// After the call of a pointer that points nowhere there is no function to unwind, only the return
+// address that the call has pushed. Read by the kernel, since the stack may be no memory either.
+bool returnFromNowhere(CONTEXT *context)
+{
+    DWORD64 address = 0;
+    iovec local {&address, sizeof(address)};
+    iovec remote {reinterpret_cast<void *>(context->Rsp), sizeof(address)};
+    if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0) != ssize_t(sizeof(address))
+        || !isCode(address)) {
+        return false;
+    }
+    context->Rip = address;
+    context->Rsp += sizeof(address);
+    return true;
+}
+
 bool stepToCaller(CONTEXT *context, DWORD64 *kind)
 {
+    if (*kind == Interrupted && !isCode(context->Rip)) {
+        *kind = Called;
+        return returnFromNowhere(context);
+    }
     ucontext_t machine {};
     fromContext(*context, &machine);
     unw_cursor_t cursor;

@@ -68,8 +68,10 @@ HRESULT FakeEnumerator::EnumAudioEndpoints(EDataFlow flow, DWORD stateMask,
             {
                 const std::lock_guard<std::mutex> lock(m_world->m_mutex);
                 for (const FakeEndpoint &endpoint : std::as_const(m_world->m_endpoints)) {
-                    if (endpoint.present && endpoint.flow == flow && (endpoint.state & stateMask))
+                    if (endpoint.present && (flow == eAll || endpoint.flow == flow)
+                        && (endpoint.state & stateMask)) {
                         ids.append(endpoint.id);
+                    }
                 }
             }
             *devices = new FakeCollection(m_world, ids);

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <signal.h>
 #include <stdexcept>
@@ -30,7 +31,9 @@ void announce(const char *instruction = nullptr)
     QFile maps(QStringLiteral("/proc/self/maps"));
     if (maps.open(QIODevice::ReadOnly))
         std::fputs(maps.readAll().constData(), stdout);
-    std::puts("crashing");
+    timespec now {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    std::printf("fault=%lld\ncrashing\n", now.tv_sec * 1000000000LL + now.tv_nsec);
     std::fflush(stdout);
 }
 
@@ -103,6 +106,13 @@ void faultTogether()
     faultRead();
 }
 
+[[gnu::noinline]] void callNowhere()
+{
+    const auto nowhere = reinterpret_cast<void (*)()>(std::uintptr_t {0x10});
+    nowhere();
+    g_depth = 1; // keeps the call from being a jump
+}
+
 void overflowNow()
 {
     overflow(0);
@@ -125,6 +135,9 @@ void overflowNow()
     } else if (kind == "non-canonical") {
         announce(faultNonCanonicalAt);
         faultNonCanonical();
+    } else if (kind == "bad-call") {
+        announce();
+        callNowhere();
     } else if (kind == "breakpoint") {
         announce(faultBreakpointAt + 1);
         faultBreakpoint();
@@ -209,7 +222,7 @@ int main(int argc, char **argv)
     setrlimit(RLIMIT_CORE, &noCore);
     std::set_terminate(terminateHandler);
     SetUnhandledExceptionFilter(filterNamed(argc > 2 ? argv[2] : ""));
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) { });
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
 
     std::string kind = argc > 1 ? argv[1] : "";
     if (kind.rfind("early-", 0) == 0) {

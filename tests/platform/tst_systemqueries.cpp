@@ -1,0 +1,131 @@
+// What this host answers about itself, beside where it says so; what it cannot answer fails.
+#include "platform/dialogvisibility.h"
+
+#include <QFile>
+#include <QGuiApplication>
+#include <QtTest>
+
+#include <windows.h>
+
+#include <unistd.h>
+#include <winsvc.h>
+
+class TestSystemQueries : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void versionIsNotAnswered();
+    void processors();
+    void memory();
+    void memoryNeedsItsLength();
+    void noServices();
+    void noDisplayInMemory();
+    void displayNeedsItsSize();
+    void lastErrorIsTheThreads();
+};
+
+void TestSystemQueries::versionIsNotAnswered()
+{
+    OSVERSIONINFOEXW version {};
+    version.dwOSVersionInfoSize = sizeof(version);
+    QVERIFY(!GetVersionExW(reinterpret_cast<OSVERSIONINFOW *>(&version)));
+    QCOMPARE(GetLastError(), DWORD(ERROR_CALL_NOT_IMPLEMENTED));
+    QCOMPARE(version.dwMajorVersion, 0U);
+}
+
+void TestSystemQueries::processors()
+{
+    SYSTEM_INFO info {};
+    GetSystemInfo(&info);
+    QCOMPARE(info.wProcessorArchitecture, WORD(PROCESSOR_ARCHITECTURE_AMD64));
+    int listed = 0;
+    QFile file(QStringLiteral("/proc/cpuinfo"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    for (const QByteArray &line : file.readAll().split('\n'))
+        listed += line.startsWith("processor\t") ? 1 : 0;
+    QCOMPARE(int(info.dwNumberOfProcessors), listed);
+    QCOMPARE(long(info.dwPageSize), sysconf(_SC_PAGESIZE));
+}
+
+void TestSystemQueries::memory()
+{
+    MEMORYSTATUSEX status {};
+    status.dwLength = sizeof(status);
+    QVERIFY(GlobalMemoryStatusEx(&status));
+    QFile file(QStringLiteral("/proc/meminfo"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QString text = QString::fromLatin1(file.readAll());
+    const auto bytes = [&text](const char *name) {
+        const QRegularExpression line(QStringLiteral("^%1: +(\\d+) kB$").arg(QLatin1String(name)),
+                                      QRegularExpression::MultilineOption);
+        return line.match(text).captured(1).toULongLong() * 1024;
+    };
+    QCOMPARE(qulonglong(status.ullTotalPhys), bytes("MemTotal"));
+    // Others use memory meanwhile.
+    const double available = double(bytes("MemAvailable"));
+    QVERIFY(qAbs(double(status.ullAvailPhys) - available) < double(status.ullTotalPhys) / 10);
+    const double used = double(status.ullTotalPhys - status.ullAvailPhys);
+    QCOMPARE(int(status.dwMemoryLoad), int(used * 100 / double(status.ullTotalPhys)));
+    QVERIFY(status.ullTotalPageFile >= status.ullTotalPhys);
+}
+
+void TestSystemQueries::memoryNeedsItsLength()
+{
+    MEMORYSTATUSEX status {};
+    status.dwLength = sizeof(status) - 1;
+    QVERIFY(!GlobalMemoryStatusEx(&status));
+    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    QCOMPARE(status.ullTotalPhys, DWORDLONG(0));
+}
+
+void TestSystemQueries::noServices()
+{
+    QVERIFY(!OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    QCOMPARE(GetLastError(), DWORD(ERROR_CALL_NOT_IMPLEMENTED));
+    SetLastError(ERROR_SUCCESS);
+    QVERIFY(!OpenServiceW(nullptr, L"Audiosrv", SERVICE_QUERY_STATUS));
+    QCOMPARE(GetLastError(), DWORD(ERROR_CALL_NOT_IMPLEMENTED));
+    SERVICE_STATUS status {};
+    QVERIFY(!QueryServiceStatus(nullptr, &status));
+    QVERIFY(!CloseServiceHandle(nullptr));
+}
+
+void TestSystemQueries::noDisplayInMemory()
+{
+    DEVMODEW mode {};
+    mode.dmSize = sizeof(mode);
+    QVERIFY(!dialogCanBeSeen());
+    QVERIFY(!EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode));
+    QCOMPARE(GetLastError(), DWORD(ERROR_NOT_SUPPORTED));
+
+    int argc = 1;
+    char name[] = "test";
+    char *argv[] = {name, nullptr};
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    const QGuiApplication application(argc, argv);
+    QVERIFY(QGuiApplication::primaryScreen());
+    QVERIFY(!dialogCanBeSeen());
+    QVERIFY(!EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode));
+}
+
+void TestSystemQueries::displayNeedsItsSize()
+{
+    DEVMODEW mode {};
+    mode.dmSize = sizeof(mode) - 1;
+    QVERIFY(!EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode));
+    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+}
+
+void TestSystemQueries::lastErrorIsTheThreads()
+{
+    SetLastError(ERROR_NOT_FOUND);
+    DWORD other = ERROR_ACCESS_DENIED;
+    QScopedPointer<QThread> thread(QThread::create([&other] { other = GetLastError(); }));
+    thread->start();
+    thread->wait();
+    QCOMPARE(other, DWORD(ERROR_SUCCESS));
+    QCOMPARE(GetLastError(), DWORD(ERROR_NOT_FOUND));
+}
+
+QTEST_APPLESS_MAIN(TestSystemQueries)
+#include "tst_systemqueries.moc"

@@ -1,0 +1,63 @@
+// The sink before the application object exists: the report is a file in the current directory.
+#include "report/deliverreport.h"
+
+#include <QtTest>
+
+namespace {
+
+const QString Report = QStringLiteral("first line\n第二行\n%1\n");
+
+} // namespace
+
+class TestDeliverReportEarly : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void writesAFile();
+    void overwritesAFileOfTheSameSecond();
+    void folderThatCannotBeWritten();
+};
+
+void TestDeliverReportEarly::writesAFile()
+{
+    QTemporaryDir folder;
+    QVERIFY(QDir::setCurrent(folder.path()));
+    const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
+    deliverReport(Report);
+    const QStringList files = QDir().entryList(QDir::Files);
+    QCOMPARE(files.size(), 1);
+    const auto name = QRegularExpression(QStringLiteral("^crash_report_(\\d{8}_\\d{6})\\.txt$"))
+                          .match(files.first());
+    QVERIFY2(name.hasMatch(), qPrintable(files.first()));
+    const QDateTime time =
+        QDateTime::fromString(name.captured(1), QStringLiteral("yyyyMMdd_HHmmss"));
+    QVERIFY(time >= before && time <= QDateTime::currentDateTime());
+    QFile file(files.first());
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    QCOMPARE(file.readAll(), Report.toUtf8());
+}
+
+void TestDeliverReportEarly::overwritesAFileOfTheSameSecond()
+{
+    QTemporaryDir folder;
+    QVERIFY(QDir::setCurrent(folder.path()));
+    // Whichever second the second call falls into, no file has more than its own text.
+    deliverReport(Report + Report);
+    deliverReport(QStringLiteral("short"));
+    const QStringList files = QDir().entryList(QDir::Files, QDir::Name);
+    QVERIFY(!files.isEmpty());
+    QFile file(files.last());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), QByteArray("short"));
+}
+
+void TestDeliverReportEarly::folderThatCannotBeWritten()
+{
+    // Nobody creates files here, not even the administrator.
+    QVERIFY(QDir::setCurrent(QStringLiteral("/proc/self")));
+    deliverReport(Report);
+    QVERIFY(QDir::setCurrent(QDir::tempPath()));
+}
+
+QTEST_APPLESS_MAIN(TestDeliverReportEarly)
+#include "tst_deliverreport_early.moc"
