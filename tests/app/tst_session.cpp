@@ -1,0 +1,221 @@
+// The session's events as window messages, and the restart that they cause.
+#include "app/widget.h"
+#include "report/deliverreport.h"
+#include "spectrum/specengine.h"
+#include "tests/support/fakeaudio.h"
+#include "tests/support/messagelog.h"
+
+#include <QPushButton>
+#include <QTest>
+#include <QTextBrowser>
+
+#include <memory>
+
+#include <windows.h>
+
+#include <wtsapi32.h>
+
+namespace {
+
+constexpr int s_patience = 20000; // ms
+
+FakeAudio &world()
+{
+    static FakeAudio audio;
+    return audio;
+}
+
+class OpenWidget : public Widget {
+public:
+    using Widget::nativeEvent;
+
+    /// Passes the message in; what nativeEvent returned.
+    bool pass(UINT id, WPARAM code, const char *type = "windows_generic_MSG")
+    {
+        MSG message = {};
+        message.hwnd = reinterpret_cast<HWND>(winId());
+        message.message = id;
+        message.wParam = code;
+        message.lParam = 1;
+        long result = 4711;
+        const bool consumed = nativeEvent(type, &message, &result);
+        resultUntouched = result == 4711;
+        return consumed;
+    }
+
+    bool resultUntouched = false;
+};
+
+} // namespace
+
+class SessionTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void everyCode_data();
+    void everyCode();
+    void otherMessagesPassUnchanged_data();
+    void otherMessagesPassUnchanged();
+    void lockThenUnlockRestartsAfterASecond();
+    void logOnWhileStoppedStarts();
+    void consoleDisconnectLeavesCaptureAsItWas();
+    void twoEventsStopOnceAndStartTwice();
+    void destroyedWindowStartsNothing();
+    void failedRegistrationIsLoggedAndChangesNothing();
+
+private:
+    QString logView() const { return m_widget->findChild<QTextBrowser *>()->toPlainText(); }
+
+    std::unique_ptr<OpenWidget> m_widget;
+};
+
+void SessionTest::initTestCase()
+{
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus");
+    world().add(QStringLiteral("speakers"), QStringLiteral("Speakers"));
+    world().setDefault(QStringLiteral("speakers"));
+    setReportSink([](const QString &report) { qFatal("%s", qPrintable(report)); });
+}
+
+void SessionTest::init()
+{
+    m_widget = std::make_unique<OpenWidget>();
+    m_widget->show();
+    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), s_patience);
+}
+
+void SessionTest::cleanup()
+{
+    m_widget.reset();
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+}
+
+void SessionTest::everyCode_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<bool>("restarts");
+    QTest::newRow("console connect") << 1 << QStringLiteral("会话连接") << true;
+    QTest::newRow("console disconnect") << 2 << QStringLiteral("系统注销") << false;
+    QTest::newRow("remote connect") << 3 << QString() << false;
+    QTest::newRow("remote disconnect") << 4 << QString() << false;
+    QTest::newRow("log-on") << 5 << QStringLiteral("用户登录") << true;
+    QTest::newRow("log-off") << 6 << QString() << false;
+    QTest::newRow("lock") << 7 << QStringLiteral("系统锁屏") << false;
+    QTest::newRow("unlock") << 8 << QStringLiteral("系统解锁") << true;
+    QTest::newRow("remote control") << 9 << QString() << false;
+    QTest::newRow("0") << 0 << QString() << false;
+}
+
+void SessionTest::everyCode()
+{
+    QFETCH(int, code);
+    QFETCH(QString, text);
+    QFETCH(bool, restarts);
+    MessageLog log;
+    QVERIFY(!m_widget->pass(WM_WTSSESSION_CHANGE, WPARAM(code)));
+    QVERIFY(m_widget->resultUntouched);
+    QStringList expected;
+    if (!text.isEmpty())
+        expected.append(text);
+    QCOMPARE(log.texts().mid(0, expected.size()), expected);
+    for (const char *other : {"会话连接", "系统注销", "用户登录", "系统锁屏", "系统解锁"})
+        QCOMPARE(log.count(QString::fromUtf8(other)), int(text == QString::fromUtf8(other)));
+    QCOMPARE(logView(), restarts ? QStringLiteral("用户登录：重启服务") : QString());
+    QCOMPARE(SpecEngine::instance()->isCapturing(), !restarts);
+}
+
+void SessionTest::otherMessagesPassUnchanged_data()
+{
+    QTest::addColumn<uint>("id");
+    QTest::addColumn<QByteArray>("type");
+    QTest::newRow("other message") << 0x0010U << QByteArray("windows_generic_MSG");
+    QTest::newRow("neighbour") << 0x02B2U << QByteArray("windows_generic_MSG");
+    QTest::newRow("other window system") << 0x02B1U << QByteArray("xcb_generic_event_t");
+}
+
+void SessionTest::otherMessagesPassUnchanged()
+{
+    QFETCH(uint, id);
+    QFETCH(QByteArray, type);
+    MessageLog log;
+    QVERIFY(!m_widget->pass(id, WTS_SESSION_UNLOCK, type.constData()));
+    QVERIFY(m_widget->resultUntouched);
+    QVERIFY(!log.contains(QStringLiteral("系统解锁")));
+    QCOMPARE(logView(), QString());
+    QVERIFY(SpecEngine::instance()->isCapturing());
+}
+
+void SessionTest::lockThenUnlockRestartsAfterASecond()
+{
+    MessageLog log;
+    m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_LOCK);
+    QVERIFY(SpecEngine::instance()->isCapturing());
+    QCOMPARE(logView(), QString());
+    const int starts = world().calls(FakeCall::Initialize);
+    QElapsedTimer clock;
+    clock.start();
+    m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK);
+    QCOMPARE(logView(), QStringLiteral("用户登录：重启服务"));
+    QVERIFY(!SpecEngine::instance()->isCapturing());
+    QVERIFY(log.inOrder({QStringLiteral("系统锁屏"), QStringLiteral("系统解锁")}));
+    QTRY_VERIFY_WITH_TIMEOUT(SpecEngine::instance()->isCapturing(), s_patience);
+    QVERIFY2(clock.elapsed() >= 950, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(world().calls(FakeCall::Initialize), starts + 1);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+}
+
+void SessionTest::logOnWhileStoppedStarts()
+{
+    Q_EMIT m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"))->released();
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_LOGON);
+    QCOMPARE(logView(), QStringLiteral("停止\n用户登录：重启服务"));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+}
+
+void SessionTest::consoleDisconnectLeavesCaptureAsItWas()
+{
+    const int starts = world().calls(FakeCall::Initialize);
+    m_widget->pass(WM_WTSSESSION_CHANGE, WTS_CONSOLE_DISCONNECT);
+    QTest::qWait(1300);
+    QVERIFY(SpecEngine::instance()->isCapturing());
+    QCOMPARE(world().calls(FakeCall::Initialize), starts);
+    QCOMPARE(logView(), QString());
+}
+
+void SessionTest::twoEventsStopOnceAndStartTwice()
+{
+    const int starts = world().calls(FakeCall::Initialize);
+    m_widget->pass(WM_WTSSESSION_CHANGE, WTS_CONSOLE_CONNECT);
+    QTest::qWait(200);
+    m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK);
+    QCOMPARE(logView(), QStringLiteral("用户登录：重启服务\n用户登录：重启服务"));
+    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+}
+
+void SessionTest::destroyedWindowStartsNothing()
+{
+    m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK);
+    const int starts = world().calls(FakeCall::Initialize);
+    m_widget.reset();
+    QTest::qWait(1300);
+    QVERIFY(!SpecEngine::instance()->isCapturing());
+    QCOMPARE(world().calls(FakeCall::Initialize), starts);
+}
+
+void SessionTest::failedRegistrationIsLoggedAndChangesNothing()
+{
+    MessageLog log;
+    m_widget.reset();
+    m_widget = std::make_unique<OpenWidget>();
+    QCOMPARE(log.count(QStringLiteral("注册windows通知事件： false")), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+}
+
+QTEST_MAIN(SessionTest)
+#include "tst_session.moc"

@@ -1,0 +1,417 @@
+// The main window on a scripted audio system.
+#include "app/widget.h"
+#include "capture/diagnosticlog.h"
+#include "platform/diagnosticlogpath.h"
+#include "remote/commoninterface.h"
+#include "report/deliverreport.h"
+#include "spectrum/specengine.h"
+#include "tests/support/fakeaudio.h"
+#include "tests/support/messagelog.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QFile>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMetaMethod>
+#include <QPushButton>
+#include <QRemoteObjectHost>
+#include <QScreen>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTextBrowser>
+#include <QTimer>
+#include <QTranslator>
+
+#include <memory>
+
+namespace {
+
+constexpr int s_patience = 20000; // ms
+
+/// Made before the engine, so that it goes after it.
+FakeAudio &world()
+{
+    static FakeAudio audio;
+    return audio;
+}
+
+QString speakers()
+{
+    return QStringLiteral("Speakers (当前默认)");
+}
+QString screen()
+{
+    return QStringLiteral("HDMI 输出");
+}
+
+/// Answers in capitals for one context only.
+class Capitals : public QTranslator {
+public:
+    bool isEmpty() const override { return false; }
+    QString translate(const char *context, const char *source, const char *, int) const override
+    {
+        if (qstrcmp(context, "Widget") != 0)
+            return {};
+        return QStringLiteral("<%1>").arg(QString::fromUtf8(source));
+    }
+};
+
+} // namespace
+
+/// Looks into the engine.
+class SpecEnginePeer {
+public:
+    static double smoothing() { return SpecEngine::instance()->m_smoothing; }
+    static int historyLength() { return SpecEngine::instance()->m_historyLength; }
+    static double quantile() { return SpecEngine::instance()->m_quantile; }
+    static const std::vector<Spectrum *> &spectra() { return SpecEngine::instance()->m_spectra; }
+};
+
+class WidgetTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void formAsDesigned_data();
+    void formAsDesigned();
+    void childrenInOrder();
+    void textsAreTranslatable();
+    void slotsInOrder();
+    void neverOnTheTaskBarAndNotVisibleOnScreen();
+    void tunesTheEngineAndSwitchesTheLogOff();
+    void comboHoldsTheEnginesDevices();
+    void activatingTheCurrentItemRestarts();
+    void activatingAnotherItemSwitches();
+    void pressingStopTwice();
+    void pressingStart();
+    void publishesOnAPreciseTimerOfTwentyMilliseconds();
+    void messageHoldsTheEnginesValues();
+    void messageFromAReplicaChangesNothing();
+    void destructionStopsCaptureAndUnregistersTheBars();
+
+private:
+    QStringList logView() const
+    {
+        return m_widget->findChild<QTextBrowser *>()->toPlainText().split(QLatin1Char('\n'));
+    }
+
+    std::unique_ptr<Widget> m_widget;
+};
+
+void WidgetTest::initTestCase()
+{
+    world().add(QStringLiteral("speakers"), QStringLiteral("Speakers"));
+    world().add(QStringLiteral("hdmi"), screen());
+    world().setDefault(QStringLiteral("speakers"));
+    setReportSink([](const QString &report) { qFatal("%s", qPrintable(report)); });
+}
+
+void WidgetTest::init()
+{
+    m_widget = std::make_unique<Widget>();
+    m_widget->show();
+    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), s_patience);
+}
+
+void WidgetTest::cleanup()
+{
+    m_widget.reset();
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+}
+
+void WidgetTest::formAsDesigned_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("className");
+    QTest::addColumn<QRect>("geometry");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("start") << QStringLiteral("pushButton") << QStringLiteral("QPushButton")
+                           << QRect(9, 40, 80, 23) << QStringLiteral("启动");
+    QTest::newRow("stop") << QStringLiteral("pushButton_2") << QStringLiteral("QPushButton")
+                          << QRect(110, 40, 80, 23) << QStringLiteral("停止");
+    QTest::newRow("log") << QStringLiteral("textBrowser") << QStringLiteral("QTextBrowser")
+                         << QRect(9, 69, 311, 122) << QString();
+    QTest::newRow("row") << QStringLiteral("layoutWidget") << QStringLiteral("QWidget")
+                         << QRect(9, 9, 311, 29) << QString();
+}
+
+void WidgetTest::formAsDesigned()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, className);
+    QFETCH(QRect, geometry);
+    QFETCH(QString, text);
+    auto *const child = m_widget->findChild<QWidget *>(name);
+    QVERIFY(child);
+    QCOMPARE(QLatin1String(child->metaObject()->className()), className);
+    QCOMPARE(child->parentWidget(), m_widget.get());
+    QCOMPARE(child->geometry(), geometry);
+    if (const auto *const button = qobject_cast<QPushButton *>(child))
+        QCOMPARE(button->text(), text);
+}
+
+void WidgetTest::childrenInOrder()
+{
+    QCOMPARE(m_widget->objectName(), QStringLiteral("Widget"));
+    QCOMPARE(m_widget->windowTitle(), QStringLiteral("TonewellDetection"));
+    QStringList names;
+    const auto widgets = m_widget->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly);
+    for (const QWidget *widget : widgets)
+        names.append(widget->objectName());
+    QCOMPARE(names,
+             QStringList({QStringLiteral("pushButton"), QStringLiteral("pushButton_2"),
+                          QStringLiteral("textBrowser"), QStringLiteral("layoutWidget")}));
+
+    const auto *const layout =
+        m_widget->findChild<QHBoxLayout *>(QStringLiteral("horizontalLayout"));
+    QVERIFY(layout);
+    QCOMPARE(layout->parentWidget()->objectName(), QStringLiteral("layoutWidget"));
+    QCOMPARE(layout->contentsMargins(), QMargins(0, 0, 0, 0));
+    QCOMPARE(layout->count(), 2);
+    const auto *const label = qobject_cast<QLabel *>(layout->itemAt(0)->widget());
+    QVERIFY(label);
+    QCOMPARE(label->objectName(), QStringLiteral("label"));
+    QCOMPARE(label->text(), QStringLiteral("设备列表："));
+    QCOMPARE(label->sizePolicy().horizontalPolicy(), QSizePolicy::Maximum);
+    QCOMPARE(label->sizePolicy().verticalPolicy(), QSizePolicy::Preferred);
+    const auto *const combo = qobject_cast<QComboBox *>(layout->itemAt(1)->widget());
+    QVERIFY(combo);
+    QCOMPARE(combo->objectName(), QStringLiteral("comboBox"));
+    QCOMPARE(combo->sizePolicy().horizontalPolicy(), QSizePolicy::Preferred);
+    QCOMPARE(combo->sizePolicy().verticalPolicy(), QSizePolicy::Fixed);
+}
+
+void WidgetTest::textsAreTranslatable()
+{
+    Capitals capitals;
+    QVERIFY(QCoreApplication::installTranslator(&capitals));
+    m_widget.reset();
+    m_widget = std::make_unique<Widget>();
+    QCoreApplication::removeTranslator(&capitals);
+    QCOMPARE(m_widget->windowTitle(), QStringLiteral("<TonewellDetection>"));
+    QCOMPARE(m_widget->findChild<QPushButton *>(QStringLiteral("pushButton"))->text(),
+             QStringLiteral("<启动>"));
+    QCOMPARE(m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"))->text(),
+             QStringLiteral("<停止>"));
+    QCOMPARE(m_widget->findChild<QLabel *>(QStringLiteral("label"))->text(),
+             QStringLiteral("<设备列表：>"));
+    QCOMPARE(m_widget->findChild<QComboBox *>()->itemText(2), QStringLiteral("<%1>").arg(screen()));
+}
+
+void WidgetTest::slotsInOrder()
+{
+    const QMetaObject &meta = Widget::staticMetaObject;
+    QStringList methods;
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+        const QMetaMethod method = meta.method(i);
+        QCOMPARE(method.methodType(), QMetaMethod::Slot);
+        QCOMPARE(method.access(),
+                 i == meta.methodOffset() ? QMetaMethod::Public : QMetaMethod::Private);
+        methods.append(QString::fromLatin1(method.methodSignature()));
+    }
+    QCOMPARE(methods,
+             QStringList({QStringLiteral("timeOver()"), QStringLiteral("onReceiveMsg(QString)"),
+                          QStringLiteral("on_pushButton_released()"),
+                          QStringLiteral("on_pushButton_2_released()"),
+                          QStringLiteral("on_comboBox_textActivated(QString)"),
+                          QStringLiteral("restartService()")}));
+}
+
+void WidgetTest::neverOnTheTaskBarAndNotVisibleOnScreen()
+{
+    // A tool window has no entry on the task bar.
+    QCOMPARE(m_widget->windowType(), Qt::Tool);
+    QVERIFY(m_widget->windowFlags().testFlag(Qt::FramelessWindowHint));
+    QVERIFY(m_widget->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+    QVERIFY(m_widget->testAttribute(Qt::WA_TranslucentBackground));
+    QCOMPARE(m_widget->size(), QSize(1, 1));
+    QCOMPARE(m_widget->pos(), QPoint(-100, -100));
+    const QList<QScreen *> screens = QGuiApplication::screens();
+    QVERIFY(!screens.isEmpty());
+    for (const QScreen *const one : screens)
+        QVERIFY(!one->geometry().intersects(m_widget->frameGeometry()));
+    QVERIFY(!QGuiApplication::quitOnLastWindowClosed());
+}
+
+void WidgetTest::tunesTheEngineAndSwitchesTheLogOff()
+{
+    QCOMPARE(SpecEnginePeer::smoothing(), 0.5);
+    QCOMPARE(SpecEnginePeer::historyLength(), 10);
+    QCOMPARE(SpecEnginePeer::quantile(), 0.1);
+    QCOMPARE(SpecEnginePeer::spectra().size(), std::size_t(1));
+    const Spectrum &bars = *SpecEnginePeer::spectra().front();
+    QCOMPARE(bars.minFrequency, -7000);
+    QCOMPARE(bars.maxFrequency, 7000);
+    QCOMPARE(bars.bars.size(), std::size_t(100));
+
+    enableDiagnosticLog(true);
+    m_widget.reset();
+    m_widget = std::make_unique<Widget>();
+    QFile::remove(diagnosticLogPath());
+    writeDiagnosticLog(QStringLiteral("not to be seen"));
+    QVERIFY(!QFile::exists(diagnosticLogPath()));
+}
+
+void WidgetTest::comboHoldsTheEnginesDevices()
+{
+    MessageLog log;
+    m_widget.reset();
+    m_widget = std::make_unique<Widget>();
+    const auto *const combo = m_widget->findChild<QComboBox *>();
+    const QStringList expected {QStringLiteral("默认输出设备"), speakers(), screen()};
+    QStringList items;
+    for (int i = 0; i < combo->count(); ++i) {
+        items.append(combo->itemText(i));
+        QVERIFY(combo->itemIcon(i).isNull());
+        QVERIFY(!combo->itemData(i).isValid());
+    }
+    QCOMPARE(items, expected);
+    QVERIFY(log.contains(QStringLiteral("------获取设备列表:------")));
+}
+
+void WidgetTest::activatingTheCurrentItemRestarts()
+{
+    auto *const combo = m_widget->findChild<QComboBox *>();
+    const QString current = combo->itemText(0);
+    m_widget->findChild<QTextBrowser *>()->append(QStringLiteral("what was there before"));
+    const int before = world().calls(FakeCall::Initialize);
+    Q_EMIT combo->textActivated(current);
+    QCOMPARE(logView(),
+             QStringList({QStringLiteral("停止"), QStringLiteral("设置设备：%1").arg(current),
+                          QStringLiteral("启动")}));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QVERIFY(world().calls(FakeCall::Initialize) > before);
+    QVERIFY(SpecEngine::instance()->isCapturing());
+}
+
+void WidgetTest::activatingAnotherItemSwitches()
+{
+    auto *const combo = m_widget->findChild<QComboBox *>();
+    Q_EMIT combo->textActivated(screen());
+    QCOMPARE(logView(),
+             QStringList({QStringLiteral("停止"), QStringLiteral("设置设备：%1").arg(screen()),
+                          QStringLiteral("启动")}));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("hdmi"), s_patience);
+    // The name is passed on as shown, suffix included.
+    Q_EMIT combo->textActivated(speakers());
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    Q_EMIT combo->textActivated(combo->itemText(0));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+}
+
+void WidgetTest::pressingStopTwice()
+{
+    auto *const stop = m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"));
+    Q_EMIT stop->released();
+    Q_EMIT stop->released();
+    QCOMPARE(logView(), QStringList({QStringLiteral("停止"), QStringLiteral("停止")}));
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QVERIFY(!SpecEngine::instance()->isCapturing());
+    // Longer than any restart would wait.
+    QSignalSpy sent(m_widget->findChild<CommonInterface *>(), &CommonInterface::sigMessage);
+    QTest::qWait(1200);
+    QVERIFY(!SpecEngine::instance()->isCapturing());
+    QVERIFY(sent.count() >= 5);
+}
+
+void WidgetTest::pressingStart()
+{
+    Q_EMIT m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"))->released();
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    Q_EMIT m_widget->findChild<QPushButton *>(QStringLiteral("pushButton"))->released();
+    QCOMPARE(logView(), QStringList({QStringLiteral("停止"), QStringLiteral("启动")}));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+}
+
+void WidgetTest::publishesOnAPreciseTimerOfTwentyMilliseconds()
+{
+    const auto timers = m_widget->findChildren<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
+    QCOMPARE(timers.size(), 1);
+    QCOMPARE(timers.first()->interval(), 20);
+    QCOMPARE(timers.first()->timerType(), Qt::PreciseTimer);
+    QVERIFY(!timers.first()->isSingleShot());
+    QVERIFY(timers.first()->isActive());
+    // On a loaded machine fewer come; never more, which a second timer would give.
+    QSignalSpy sent(m_widget->findChild<CommonInterface *>(), &CommonInterface::sigMessage);
+    QElapsedTimer clock;
+    clock.start();
+    QTest::qWait(1000);
+    const double rate = sent.count() * 1000.0 / double(clock.elapsed());
+    QVERIFY2(rate > 10 && rate < 55, qPrintable(QString::number(rate)));
+    const QStringList fields = sent.last().at(0).toString().split(QStringLiteral("/&+&/"));
+    QCOMPARE(fields.size(), 104);
+    QCOMPARE(fields.first(), QStringLiteral("SoundSpectrum"));
+}
+
+void WidgetTest::messageHoldsTheEnginesValues()
+{
+    auto *const source = m_widget->findChild<CommonInterface *>();
+    QSignalSpy sent(source, &CommonInterface::sigMessage);
+    // A constant level of 0.25 is captured: the smoothed levels approach it.
+    const auto field = [&](int index) {
+        return sent.isEmpty() ? 0.0
+                              : sent.last()
+                                    .at(0)
+                                    .toString()
+                                    .section(QStringLiteral("/&+&/"), index, index)
+                                    .toDouble();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(qAbs(field(1) - 100) < 0.5, s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(qAbs(field(2) - 100) < 0.5, s_patience);
+
+    Spectrum &spectrum = *SpecEnginePeer::spectra().front();
+    spectrum.bars.assign(100, 0.0F);
+    spectrum.bars[1] = 0.03F;
+    spectrum.bars[99] = 0.2175F;
+    sent.clear();
+    m_widget->timeOver();
+    QCOMPARE(sent.count(), 1);
+    const SpecEngine *const engine = SpecEngine::instance();
+    QStringList expected {QStringLiteral("SoundSpectrum"),
+                          QString::number(engine->rmsLevel() * 400.0, 'g', 6),
+                          QString::number(engine->peakLevel() * 400.0, 'g', 6),
+                          QString::number(engine->dynamicLevel() * 400.0, 'g', 6)};
+    for (int i = 0; i < 100; ++i)
+        expected.append(i == 1        ? QStringLiteral("12")
+                            : i == 99 ? QStringLiteral("87")
+                                      : QStringLiteral("0"));
+    QCOMPARE(sent.at(0).at(0).toString().split(QStringLiteral("/&+&/")), expected);
+
+    // No bars: four fields, still sent.
+    std::vector<float> bars;
+    bars.swap(spectrum.bars);
+    m_widget->timeOver();
+    bars.swap(spectrum.bars);
+    QCOMPARE(sent.count(), 2);
+    QCOMPARE(sent.at(1).at(0).toString().split(QStringLiteral("/&+&/")), expected.mid(0, 4));
+}
+
+void WidgetTest::messageFromAReplicaChangesNothing()
+{
+    auto *const source = m_widget->findChild<CommonInterface *>();
+    QVERIFY(m_widget->findChild<QRemoteObjectHost *>());
+    QSignalSpy received(source, &CommonInterface::sigReceiveMsg);
+    const int before = world().calls(FakeCall::Initialize);
+    for (const char *text : {"", "stop", "停止", "SoundSpectrum/&+&/1"})
+        source->onMessage(QString::fromUtf8(text));
+    QCOMPARE(received.count(), 4);
+    QCOMPARE(logView(), QStringList(QString()));
+    QTest::qWait(100);
+    QVERIFY(SpecEngine::instance()->isCapturing());
+    QCOMPARE(world().calls(FakeCall::Initialize), before);
+}
+
+void WidgetTest::destructionStopsCaptureAndUnregistersTheBars()
+{
+    QVERIFY(SpecEngine::instance()->isCapturing());
+    m_widget.reset();
+    QVERIFY(SpecEnginePeer::spectra().empty());
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QVERIFY(!SpecEngine::instance()->isCapturing());
+}
+
+QTEST_MAIN(WidgetTest)
+#include "tst_widget.moc"

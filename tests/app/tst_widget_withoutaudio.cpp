@@ -1,0 +1,47 @@
+// The main window where there is no audio system at all.
+#include "app/widget.h"
+#include "platform/deviceenumerator.h"
+#include "remote/commoninterface.h"
+#include "report/deliverreport.h"
+#include "spectrum/specengine.h"
+
+#include <QComboBox>
+#include <QSignalSpy>
+#include <QTest>
+
+class WidgetWithoutAudioTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void comboStaysEmptyAndMessagesArePublished();
+
+private:
+    static int s_reports;
+};
+
+int WidgetWithoutAudioTest::s_reports = 0;
+
+void WidgetWithoutAudioTest::comboStaysEmptyAndMessagesArePublished()
+{
+    setDeviceEnumeratorFactory([](IMMDeviceEnumerator **enumerator) -> HRESULT {
+        *enumerator = nullptr;
+        return E_FAIL;
+    });
+    setReportSink([](const QString &) { ++s_reports; });
+
+    Widget widget;
+    widget.show();
+    QCOMPARE(widget.findChild<QComboBox *>()->count(), 0);
+    // The engine was started all the same, and the failure reported by the capture side.
+    QCOMPARE(s_reports, 1);
+    QVERIFY(!SpecEngine::instance()->isCapturing());
+
+    QSignalSpy sent(widget.findChild<CommonInterface *>(), &CommonInterface::sigMessage);
+    QTRY_VERIFY_WITH_TIMEOUT(sent.count() >= 10, 20000);
+    const QStringList fields = sent.last().at(0).toString().split(QStringLiteral("/&+&/"));
+    QCOMPARE(fields.size(), 104);
+    QCOMPARE(fields.mid(1), QVector<QString>(103, QStringLiteral("0")).toList());
+}
+
+QTEST_MAIN(WidgetWithoutAudioTest)
+#include "tst_widget_withoutaudio.moc"
