@@ -62,6 +62,15 @@ LPARAM sessionNumber(const QString &path)
     return ok ? LPARAM(number) : 0;
 }
 
+/// A connection of its own. The bus library reads the variable once a process; here it counts each
+/// time.
+QDBusConnection connectToSystemBus(const QString &name)
+{
+    const QString address = qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
+    return address.isEmpty() ? QDBusConnection::connectToBus(QDBusConnection::SystemBus, name)
+                             : QDBusConnection::connectToBus(address, name);
+}
+
 QWindow *windowOf(HWND handle)
 {
     const QWindowList windows = QGuiApplication::allWindows();
@@ -94,7 +103,7 @@ SessionNotifier *SessionNotifier::connected()
     delete s_notifier;
 
     const QString name = QStringLiteral("tonewell-session");
-    const QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SystemBus, name);
+    const QDBusConnection bus = connectToSystemBus(name);
     if (!bus.isConnected() || !bus.interface()->isServiceRegistered(service()).value()) {
         QDBusConnection::disconnectFromBus(name);
         return nullptr;

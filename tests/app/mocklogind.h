@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <memory>
+
+/// A system bus of the test's own, with a mocked logind on it.
+class MockLogind {
+public:
+    /// Starts the bus, and logind if wanted. valid() says whether all of it is there.
+    explicit MockLogind(bool withLogind = true);
+    ~MockLogind();
+    MockLogind(const MockLogind &) = delete;
+    MockLogind &operator=(const MockLogind &) = delete;
+
+    bool valid() const { return m_valid; }
+
+    /// For DBUS_SYSTEM_BUS_ADDRESS.
+    QString address() const { return m_address; }
+
+    /// Adds a session of the user; its object path, empty on failure. An empty class or remote
+    /// false leave what logind has for a graphical session.
+    QString addSession(const QString &id, uint user, bool remote = false,
+                       const QString &sessionClass = {}) const;
+    /// Tells that the session is new, or gone.
+    bool emitManagerSignal(const char *name, const QString &id) const;
+    /// Calls a method of the session's own: "Lock", "Unlock".
+    bool callSession(const QString &id, const char *method) const;
+    /// Changes a property of the session and tells it.
+    bool changeProperty(const QString &id, const char *name, bool value) const;
+
+private:
+    static QString path(const QString &id);
+
+    QTemporaryDir m_folder;
+    QProcess m_bus;
+    QProcess m_logind;
+    QString m_address;
+    QString m_connectionName;
+    bool m_valid = false;
+};
