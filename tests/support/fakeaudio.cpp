@@ -4,6 +4,7 @@
 #include "tests/support/fakeaudioobjects.h"
 #include <atomic>
 #include <cstring>
+#include <QThread>
 
 namespace {
 
@@ -55,6 +56,8 @@ HRESULT FakeAudio::create(IMMDeviceEnumerator **enumerator)
     } else if (!fault.nullSuccess) {
         *enumerator = new FakeEnumerator(world);
         record.result = fault.code;
+    } else {
+        record.nullOut = true;
     }
     world->finish(record);
     return record.result;
@@ -224,6 +227,7 @@ bool FakeAudio::begin(FakeCallRecord &record, FakeFault *fault)
 
     const std::lock_guard<std::mutex> lock(m_mutex);
     record.atMs = nowMs();
+    record.thread = QThread::currentThreadId();
     const int number = ++m_totalCalls;
     const int nth = ++m_calls[int(record.call)];
     for (Rule &rule : m_rules) {
@@ -334,10 +338,30 @@ int FakeAudio::faults() const
     return m_faults;
 }
 
-QList<FakeCallRecord> FakeAudio::records() const
+QList<FakeCallRecord> FakeAudio::timeline() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_records;
+}
+
+QList<FakeCallRecord> FakeAudio::records() const
+{
+    QList<FakeCallRecord> result;
+    for (const FakeCallRecord &record : timeline()) {
+        if (record.call != FakeCall::Message)
+            result.append(record);
+    }
+    return result;
+}
+
+void FakeAudio::note(const QString &message)
+{
+    FakeCallRecord record;
+    record.call = FakeCall::Message;
+    record.atMs = nowMs();
+    record.thread = QThread::currentThreadId();
+    record.text = message;
+    finish(record);
 }
 
 QList<FakeCallRecord> FakeAudio::records(FakeCall call) const

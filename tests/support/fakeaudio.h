@@ -41,7 +41,8 @@ enum class FakeCall {
     GetBuffer,
     ReleaseBuffer,
     Other, ///< calls of the interfaces that the product does not make
-    Count
+    Count,
+    Message ///< no call: a debug message in between
 };
 
 struct FakePacket {
@@ -73,12 +74,16 @@ struct FakeFault {
 struct FakeCallRecord {
     FakeCall call = FakeCall::Other;
     HRESULT result = S_OK;
+    bool nullOut = false; ///< a success without its object
     qint64 atMs = 0; ///< since the world was made
+    Qt::HANDLE thread = nullptr;
     QString device; ///< endpoint id, where there is one
     int client = 0; ///< number of the audio client, from 1
-    qint64 argument = 0; ///< Initialize: duration; Activate: class context; defaults: role
+    /// Initialize: duration; Activate: class context; defaults: role; packet size, packet: frames.
+    qint64 argument = 0;
     const WAVEFORMATEX *format = nullptr; ///< Initialize: as passed; not to be read
     bool argumentsRight = true; ///< Initialize: the other arguments are those of shared loopback
+    QString text; ///< of a message
 };
 
 class FakeObject;
@@ -147,7 +152,11 @@ public:
     int totalCalls() const;
     /// Calls that failed by a rule.
     int faults() const;
+    /// Calls in the order of their end, without messages.
     QList<FakeCallRecord> records() const;
+    /// The same with the debug messages of this world's threads (kept by a MessageLog).
+    QList<FakeCallRecord> timeline() const;
+    void note(const QString &message);
     QList<FakeCallRecord> records(FakeCall call) const;
     qint64 nowMs() const { return m_clock.elapsed(); }
     /// Endpoint id of the client that runs and was polled within the last 250 ms; else empty.

@@ -104,7 +104,7 @@ HRESULT FakeAudioClient::GetMixFormat(WAVEFORMATEX **format)
                 mix = m_world->find(m_id)->mix;
             }
             const size_t size = sizeof(WAVEFORMATEX) + mix.Format.cbSize;
-            *format = static_cast<WAVEFORMATEX *>(taskAlloc(size));
+            *format = static_cast<WAVEFORMATEX *>(taskAlloc(size, m_world));
             std::memcpy(*format, &mix, size);
             return S_OK;
         },
@@ -114,22 +114,20 @@ HRESULT FakeAudioClient::GetMixFormat(WAVEFORMATEX **format)
 
 HRESULT FakeAudioClient::Start()
 {
-    return run(
-        record(FakeCall::Start),
-        [&] {
-            const std::lock_guard<std::mutex> lock(m_world->m_mutex);
-            if (invalidated())
-                return AUDCLNT_E_DEVICE_INVALIDATED;
-            if (!m_initialized)
-                return AUDCLNT_E_NOT_INITIALIZED;
-            if (m_world->m_running == this)
-                return AUDCLNT_E_NOT_STOPPED;
-            if (m_world->m_running)
-                m_world->m_violations.append(QStringLiteral("two sessions at once"));
-            m_world->m_running = this;
-            return S_OK;
-        },
-        nothing, nothing);
+    const auto start = [&] {
+        const std::lock_guard<std::mutex> lock(m_world->m_mutex);
+        if (invalidated())
+            return AUDCLNT_E_DEVICE_INVALIDATED;
+        if (!m_initialized)
+            return AUDCLNT_E_NOT_INITIALIZED;
+        if (m_world->m_running == this)
+            return AUDCLNT_E_NOT_STOPPED;
+        if (m_world->m_running)
+            m_world->m_violations.append(QStringLiteral("two sessions at once"));
+        m_world->m_running = this;
+        return S_OK;
+    };
+    return run(record(FakeCall::Start), start, start, nothing);
 }
 
 HRESULT FakeAudioClient::Stop()
@@ -223,8 +221,9 @@ FakeCallRecord FakeCaptureClient::record(FakeCall call) const
 
 HRESULT FakeCaptureClient::GetNextPacketSize(UINT32 *frames)
 {
+    FakeCallRecord call = record(FakeCall::GetNextPacketSize);
     return run(
-        record(FakeCall::GetNextPacketSize),
+        call,
         [&] {
             const std::lock_guard<std::mutex> lock(m_world->m_mutex);
             const FakeEndpoint *endpoint = m_world->find(m_client->deviceId());
@@ -233,6 +232,7 @@ HRESULT FakeCaptureClient::GetNextPacketSize(UINT32 *frames)
             m_world->m_lastPollMs = m_world->nowMs();
             *frames = endpoint->packets.isEmpty() ? endpoint->endlessFrames
                                                   : qMax(1U, endpoint->packets.head().frames);
+            call.argument = *frames;
             return S_OK;
         },
         [&] { *frames = 0; }, [&] { *frames = 0xFFFFFFFFU; });
@@ -240,8 +240,9 @@ HRESULT FakeCaptureClient::GetNextPacketSize(UINT32 *frames)
 
 HRESULT FakeCaptureClient::GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, UINT64 *, UINT64 *)
 {
+    FakeCallRecord call = record(FakeCall::GetBuffer);
     return run(
-        record(FakeCall::GetBuffer),
+        call,
         [&] {
             const std::lock_guard<std::mutex> lock(m_world->m_mutex);
             FakeEndpoint *endpoint = m_world->find(m_client->deviceId());
@@ -262,6 +263,7 @@ HRESULT FakeCaptureClient::GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, 
             m_takenFrames = packet.frames;
             ++m_world->m_buffersTaken;
             *frames = packet.frames;
+            call.argument = packet.frames;
             *flags = packet.flags;
             if (packet.nullData) {
                 *data = nullptr;

@@ -13,10 +13,10 @@ template <typename T> T *junkPointer()
     return reinterpret_cast<T *>(quintptr(0x10));
 }
 
-LPWSTR taskString(const QString &text)
+LPWSTR taskString(const QString &text, const FakeAudio *world)
 {
     const auto size = size_t(text.size() + 1) * sizeof(wchar_t);
-    auto *memory = static_cast<wchar_t *>(taskAlloc(size));
+    auto *memory = static_cast<wchar_t *>(taskAlloc(size, world));
     const int length = text.toWCharArray(memory);
     memory[length] = L'\0';
     return memory;
@@ -248,7 +248,7 @@ HRESULT FakeDevice::GetId(LPWSTR *id)
     return run(
         record,
         [&] {
-            *id = taskString(m_id);
+            *id = taskString(m_id, m_world);
             return S_OK;
         },
         [&] { *id = nullptr; }, [&] { *id = junkPointer<WCHAR>(); });
@@ -297,7 +297,7 @@ HRESULT FakePropertyStore::GetValue(REFPROPERTYKEY key, PROPVARIANT *value)
             value->vt = VT_EMPTY;
             if (known) {
                 value->vt = VT_LPWSTR;
-                value->pwszVal = taskString(name);
+                value->pwszVal = taskString(name, m_world);
             }
             return S_OK;
         },

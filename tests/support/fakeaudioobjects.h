@@ -19,9 +19,10 @@ public:
 
 protected:
     /// Runs a call: counts it, fails it when a rule says so (out pointers are then junk), and
-    /// records its result. `fill` does the work; `empty` makes the out values null.
-    template <typename Fill, typename Empty, typename Junk>
-    HRESULT run(FakeCallRecord record, Fill fill, Empty empty, Junk junk);
+    /// records its result. `fill` does the work and may complete the record; `empty` makes the out
+    /// values null.
+    template <typename Record, typename Fill, typename Empty, typename Junk>
+    HRESULT run(Record &&record, Fill fill, Empty empty, Junk junk);
 
     FakeAudio *const m_world;
 
@@ -143,8 +144,8 @@ private:
     UINT32 m_takenFrames = 0;
 };
 
-template <typename Fill, typename Empty, typename Junk>
-HRESULT FakeObject::run(FakeCallRecord record, Fill fill, Empty empty, Junk junk)
+template <typename Record, typename Fill, typename Empty, typename Junk>
+HRESULT FakeObject::run(Record &&record, Fill fill, Empty empty, Junk junk)
 {
     m_world->enter();
     if (!isAlive())
@@ -154,6 +155,7 @@ HRESULT FakeObject::run(FakeCallRecord record, Fill fill, Empty empty, Junk junk
         if (fault.nullSuccess) {
             empty();
             record.result = S_OK;
+            record.nullOut = true;
         } else if (FAILED(fault.code)) {
             junk();
             record.result = fault.code;

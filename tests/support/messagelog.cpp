@@ -10,6 +10,7 @@ namespace {
 std::mutex s_mutex;
 QList<MessageLog::Line> s_lines;
 QtMessageHandler s_previous = nullptr;
+bool s_keep = true;
 
 void collect(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
@@ -23,16 +24,21 @@ void collect(QtMsgType type, const QMessageLogContext &context, const QString &t
     line.atMs = std::chrono::duration_cast<std::chrono::milliseconds>(
                     std::chrono::steady_clock::now().time_since_epoch())
                     .count();
-    line.world = FakeAudio::ofThread();
+    FakeAudio *world = FakeAudio::ofThread();
+    line.world = world;
+    if (world)
+        world->note(line.text);
     const std::lock_guard<std::mutex> lock(s_mutex);
-    s_lines.append(line);
+    if (s_keep)
+        s_lines.append(line);
 }
 
 } // namespace
 
-MessageLog::MessageLog()
+MessageLog::MessageLog(Keep keep)
 {
     clear();
+    s_keep = keep == Keep::Here;
     s_previous = qInstallMessageHandler(collect);
 }
 

@@ -17,7 +17,10 @@ public:
         const FakeAudio *world = nullptr;
     };
 
-    MessageLog();
+    /// Messages go to the timeline of their world in any case; for a program with thousands of
+    /// worlds that is enough.
+    enum class Keep { Here, InTheWorldsOnly };
+    explicit MessageLog(Keep keep = Keep::Here);
     ~MessageLog();
     MessageLog(const MessageLog &) = delete;
     MessageLog &operator=(const MessageLog &) = delete;

@@ -4,8 +4,8 @@
 #include <cstddef>
 
 /// CoTaskMemAlloc, remembered until the product frees the block (CoTaskMemFree, PropVariantClear).
-void *taskAlloc(std::size_t size);
+void *taskAlloc(std::size_t size, const void *owner);
 
-/// Blocks given out by taskAlloc and not freed yet. Where the host's functions cannot be watched
-/// (Windows) this is always 0.
-int taskBlocksAlive();
+/// Blocks of this owner that are not freed yet; of every owner for null. Where the host's functions
+/// cannot be watched (Windows) this is always 0.
+int taskBlocksAlive(const void *owner = nullptr);

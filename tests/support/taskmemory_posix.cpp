@@ -4,16 +4,16 @@
 #include <mutex>
 #include <objbase.h>
 #include <propidl.h>
-#include <unordered_set>
+#include <unordered_map>
 
 namespace {
 
 std::mutex s_mutex;
 
-std::unordered_set<void *> &blocks()
+std::unordered_map<void *, const void *> &blocks()
 {
-    static auto *const set = new std::unordered_set<void *>; // outlives every static
-    return *set;
+    static auto *const map = new std::unordered_map<void *, const void *>; // outlives every static
+    return *map;
 }
 
 void forget(void *memory)
@@ -43,16 +43,19 @@ HRESULT __wrap__Z16PropVariantClearP11PROPVARIANT(PROPVARIANT *value)
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
-void *taskAlloc(std::size_t size)
+void *taskAlloc(std::size_t size, const void *owner)
 {
     void *memory = CoTaskMemAlloc(size);
     const std::lock_guard<std::mutex> lock(s_mutex);
-    blocks().insert(memory);
+    blocks().emplace(memory, owner);
     return memory;
 }
 
-int taskBlocksAlive()
+int taskBlocksAlive(const void *owner)
 {
     const std::lock_guard<std::mutex> lock(s_mutex);
-    return int(blocks().size());
+    int alive = 0;
+    for (const auto &block : blocks())
+        alive += !owner || block.second == owner ? 1 : 0;
+    return alive;
 }

@@ -2,12 +2,12 @@
 
 #include <objbase.h>
 
-void *taskAlloc(std::size_t size)
+void *taskAlloc(std::size_t size, const void *)
 {
     return CoTaskMemAlloc(size);
 }
 
-int taskBlocksAlive()
+int taskBlocksAlive(const void *)
 {
     return 0;
 }
