@@ -204,11 +204,27 @@ class World:
         self.pactl("set-default-sink", name)
         wait_until(lambda: self.pactl("get-default-sink") == name, 5, f"default sink {name}")
 
+    def sink_inputs(self):
+        return {line.split("\t")[0] for line in self.pactl("list", "short", "sink-inputs").splitlines()}
+
     def play(self, sink, rate, left, right, seconds=120):
         path = os.path.join(self.folder, f"tone{len(self.others)}.wav")
         write_tone(path, rate, seconds, left, right)
+        before = self.sink_inputs()
         player = self.start("player", "paplay", f"--device={sink}", path)
         self.others.append(player)
+        wait_until(lambda: self.sink_inputs() - before, 5, "the tone's stream")
+        return player
+
+    def play_pinned(self, sink, rate, left, right):
+        """Plays to a sink that the stream stays on when the default changes: servers move a stream
+        along unless it was put by hand on a sink that is not the default. Needs such a sink."""
+        before = self.sink_inputs()
+        player = self.play(sink, rate, left, right)
+        stream = (self.sink_inputs() - before).pop()
+        sinks = [line.split("\t")[1] for line in self.pactl("list", "short", "sinks").splitlines()]
+        self.pactl("move-sink-input", stream, next(name for name in sinks if name != sink))
+        self.pactl("move-sink-input", stream, sink)
         return player
 
     # The program and its consumers
