@@ -102,10 +102,12 @@ void TestDbgHelp::walkIsTheCLibrarysBacktrace()
     const int count = backtrace(expected, 64);
     const std::vector<DWORD64> addresses = walk(context);
     QVERIFY2(count >= 5, qPrintable(QString::number(count)));
-    // Both calls were made here; from here outwards the frames are the same.
-    QCOMPARE(int(addresses.size()), count);
-    for (int i = 1; i < count; ++i)
-        QCOMPARE(addresses[std::size_t(i)], addressOf(expected[i]));
+    // Both calls were made here; from here outwards the frames are the same. A sanitizer puts one
+    // of its own before them.
+    const int here = count - int(addresses.size());
+    QVERIFY2(here >= 0 && here <= 2, qPrintable(QString::number(here)));
+    for (std::size_t i = 1; i < addresses.size(); ++i)
+        QCOMPARE(addresses[i], addressOf(expected[here + int(i)]));
 }
 
 namespace {
