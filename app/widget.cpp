@@ -3,6 +3,7 @@
 #include "capture/audiocapture.h"
 #include "platform/privatefiles.h"
 #include "remote/commoninterface.h"
+#include "remote/consumerguard.h"
 #include "remote/spectrummessage.h"
 #include "spectrum/specengine.h"
 #include "ui_widget.h"
@@ -70,6 +71,7 @@ void Widget::setupRemote()
     m_interface = new CommonInterface(this);
     m_host->enableRemoting(m_interface, QStringLiteral("Tonewell"));
     connect(m_interface, &CommonInterface::sigReceiveMsg, this, &Widget::onReceiveMsg);
+    new ConsumerGuard(m_host);
 }
 
 void Widget::timeOver()

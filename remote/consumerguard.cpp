@@ -1,0 +1,57 @@
+#include "remote/consumerguard.h"
+
+#include "platform/descriptors.h"
+
+#include <QLocalSocket>
+#include <QRemoteObjectHostBase>
+#include <QTimer>
+
+namespace {
+
+constexpr int s_interval = 1000; // ms
+
+/// The host's listener, which only its own kind knows by type; null for a host without one.
+QObject *listenerOf(QObject *host)
+{
+    const auto children = host->findChildren<QObject *>();
+    for (QObject *child : children) {
+        if (child->inherits("QConnectionAbstractServer"))
+            return child;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+ConsumerGuard::ConsumerGuard(QRemoteObjectHostBase *host)
+    : QObject(host)
+{
+    // Connected after the host's own slot, which takes the connection in.
+    if (QObject *const listener = listenerOf(host))
+        connect(listener, SIGNAL(newConnection()), this, SLOT(admitNewest()));
+    auto *const timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, &ConsumerGuard::dropSlowOnes);
+    timer->start(s_interval);
+}
+
+void ConsumerGuard::admitNewest()
+{
+    const auto sockets = parent()->findChildren<QLocalSocket *>();
+    for (QLocalSocket *socket : sockets) {
+        if (socket->readBufferSize() != 0)
+            continue;
+        socket->setReadBufferSize(s_limit);
+        if (freeDescriptors() < s_reserve)
+            socket->abort();
+    }
+}
+
+void ConsumerGuard::dropSlowOnes()
+{
+    const auto sockets = parent()->findChildren<QLocalSocket *>();
+    for (QLocalSocket *socket : sockets) {
+        // Aborting, unlike closing, does not wait for what the consumer does not read.
+        if (socket->bytesToWrite() > s_limit || socket->bytesAvailable() >= s_limit)
+            socket->abort();
+    }
+}

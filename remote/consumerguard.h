@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QObject>
+
+class QRemoteObjectHostBase;
+
+/// Keeps one consumer's conduct from becoming the program's or another consumer's trouble.
+///
+/// - A consumer that stops reading is dropped within a second of more than s_limit bytes waiting
+///   for it. Messages wait in memory, one copy a consumer, so without this they pile up for good.
+/// - A consumer that announces more than s_limit bytes in one piece is dropped too; no more than
+///   that of its input is ever kept.
+/// - A consumer that comes when fewer than s_reserve descriptors are free is dropped at once. A
+///   local server that runs out of descriptors while accepting stops listening for good, and the
+///   program needs some itself to reach the sound server again.
+///
+/// What is dropped may connect again. Lives on the host's thread; looks at the host's sockets once
+/// a second and whenever one is added, so it costs nothing on the way of a message.
+class ConsumerGuard : public QObject {
+    Q_OBJECT
+
+public:
+    static constexpr qint64 s_limit = 1024 * 1024; ///< bytes
+    static constexpr int s_reserve = 16;
+
+    /// Watches every consumer of the host from now on. Create it when the host's URL is set; it is
+    /// the host's child.
+    explicit ConsumerGuard(QRemoteObjectHostBase *host);
+
+private Q_SLOTS:
+    void admitNewest();
+    void dropSlowOnes();
+};
