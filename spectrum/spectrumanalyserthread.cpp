@@ -44,6 +44,8 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
     , m_spectrum(FFTRealWrapper::Length)
     , m_thread(new QThread)
 {
+    // The thread object goes once its thread has ended, never while it runs.
+    connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
     setParent(nullptr); // an object with a parent cannot change threads
     moveToThread(m_thread);
     m_thread->start();
@@ -53,11 +55,7 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
 SpectrumAnalyserThread::~SpectrumAnalyserThread()
 {
     m_fft.reset();
-    // The thread object is deleted once its thread has ended, never while it runs.
-    connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
     m_thread->quit();
-    if (m_thread->isFinished())
-        m_thread->deleteLater();
 }
 
 void SpectrumAnalyserThread::setWindowFunction(WindowFunction type)

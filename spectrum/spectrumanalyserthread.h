@@ -14,9 +14,8 @@ class QThread;
 /// The analysis worker: turns the first 2048 frames of a block of PCM into a spectrum.
 ///
 /// It lives on a thread of its own, which it starts, and has no parent: whoever creates it may
-/// let go of it. Its slots run on that thread. Destroying it (from its own thread with
-/// deleteLater(), or after its thread has ended) asks the thread to quit and lets it go without
-/// waiting.
+/// let go of it. Its slots run on that thread. Destroying it, with deleteLater(), asks the thread
+/// to quit and schedules the deletion of the thread object for then, without waiting.
 class SpectrumAnalyserThread : public QObject {
     Q_OBJECT
 

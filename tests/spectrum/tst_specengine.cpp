@@ -2,8 +2,11 @@
 #include "platform/deviceenumerator.h"
 #include "report/deliverreport.h"
 #include "testsound.h"
+#include "workerthread.h"
 
+#include <atomic>
 #include <cmath>
+#include <functional>
 #include <QtTest>
 
 namespace {
@@ -16,18 +19,17 @@ QByteArray numbered(int frames, int first = 0)
                       first, frames);
 }
 
+/// How many spectra the worker makes of what `action` hands it.
 int calculations(const SpecEnginePeer &peer, const std::function<void()> &action)
 {
-    QSemaphore done;
+    std::atomic<int> count {0};
     SpectrumAnalyserThread *worker = SpectrumAnalyserPeer::worker(peer.analyser());
     const auto connection = QObject::connect(worker, &SpectrumAnalyserThread::calculationComplete,
-                                             worker, [&done] { done.release(); });
+                                             worker, [&count] { ++count; });
     action();
-    // What was handed over before this call has been calculated when it returns.
-    QMetaObject::invokeMethod(
-        worker, [] {}, Qt::BlockingQueuedConnection);
+    runThere(worker, [] {}); // what was handed over before has been calculated now
     QObject::disconnect(connection);
-    return done.available();
+    return count;
 }
 
 } // namespace
@@ -493,16 +495,14 @@ void TestSpecEngine::blockIsAnalysedAsItWasAtTheHandOver()
         peer.feed(sound::pcm(sound::silence(), 0, 240000 - 2048));
         peer.feed(sound::pcm(sound::sine(1000, 0.5), 0, 2048));
         SpectrumAnalyserThread *worker = SpectrumAnalyserPeer::worker(peer.analyser());
-        QSemaphore go;
-        QMetaObject::invokeMethod(
-            worker, [&go] { go.acquire(); }, Qt::QueuedConnection);
+        Gate gate(worker);
         peer.tick();
         if (&spectrum == &spectra[1]) {
             for (int i = 0; i < 100; ++i)
                 peer.feed(sound::pcm(sound::whiteNoise(1.0), 0, 2400));
             peer.setFormat(8000);
         }
-        go.release();
+        gate.open();
         QTRY_VERIFY(peer.analyser().isReady());
         spectrum = peer.spectrum();
     }
