@@ -360,6 +360,7 @@ Tone::Tone(const SoundServer &server, const SoundServer::Sink &sink, double freq
     for (const double amplitude : amplitudes)
         arguments << QString::number(amplitude);
     m_process->setProcessEnvironment(server.environment());
+    m_process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     m_process->start(QCoreApplication::applicationDirPath() + QStringLiteral("/toneplayer"),
                      arguments, QIODevice::ReadOnly);
     // It says so once the server has taken the first of the tone.
