@@ -35,7 +35,14 @@ std::unique_ptr<QProcess> ProgramWorld::start() const
     auto process = std::make_unique<QProcess>();
     process->setProcessEnvironment(environment);
     process->setWorkingDirectory(m_folder.path());
-    process->start(QStringLiteral(TONEWELL_PROGRAM), QStringList());
+    if (descriptorLimit > 0) {
+        process->start(QStringLiteral("/bin/sh"),
+                       {QStringLiteral("-c"), QStringLiteral("ulimit -n \"$1\"; exec \"$2\""),
+                        QStringLiteral("sh"), QString::number(descriptorLimit),
+                        QStringLiteral(TONEWELL_PROGRAM)});
+    } else {
+        process->start(QStringLiteral(TONEWELL_PROGRAM), QStringList());
+    }
     return process->waitForStarted(s_patience) ? std::move(process) : nullptr;
 }
 

@@ -15,6 +15,7 @@ public:
     ProgramWorld();
 
     QProcessEnvironment environment;
+    int descriptorLimit = 0; ///< of the copies; 0 leaves them the test's own
 
     /// The file of the program's socket.
     QString socket() const;
