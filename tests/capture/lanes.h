@@ -1,0 +1,78 @@
+// Many controllers at once: the product waits for most of its time, so runs overlap well.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QStringList>
+#include <QThread>
+#include <vector>
+
+/// Handles the calling thread's events for a while.
+inline void spin(int ms)
+{
+    QElapsedTimer clock;
+    clock.start();
+    do {
+        QCoreApplication::processEvents();
+        QThread::msleep(2);
+    } while (clock.elapsed() < ms);
+    QCoreApplication::processEvents();
+}
+
+/// Handles events until the condition holds; false after the time-out.
+inline bool spinUntil(const std::function<bool()> &condition, int timeoutMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents();
+        QThread::msleep(2);
+    }
+    return true;
+}
+
+/// Calls job(0) to job(jobs - 1), `lanes` of them at a time, each on a thread with events of its
+/// own. Returns when all are done.
+inline void runInLanes(int lanes, int jobs, const std::function<void(int)> &job)
+{
+    std::atomic<int> next {0};
+    std::vector<std::unique_ptr<QThread>> threads;
+    for (int i = 0; i < lanes; ++i) {
+        threads.emplace_back(QThread::create([&] {
+            for (int n = next++; n < jobs; n = next++)
+                job(n);
+        }));
+        threads.back()->start();
+    }
+    for (const auto &thread : threads)
+        thread->wait();
+}
+
+/// Complaints of many threads.
+class Complaints {
+public:
+    void add(const QString &run, const QStringList &texts)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const QString &text : texts)
+            m_texts.append(run + QStringLiteral(": ") + text);
+    }
+    /// The first ones, one a line; empty when there is none.
+    QString summary() const
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_texts.isEmpty() ? QString()
+                                 : QStringLiteral("%1 complaints\n").arg(m_texts.size())
+                + m_texts.mid(0, 30).join(QLatin1Char('\n'));
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    QStringList m_texts;
+};

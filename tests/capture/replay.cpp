@@ -1,0 +1,469 @@
+#include "tests/capture/replay.h"
+
+#include <objbase.h>
+#include <QHash>
+
+namespace {
+
+QString text(const char *utf8)
+{
+    return QString::fromUtf8(utf8);
+}
+
+QString hex(HRESULT code)
+{
+    return QString::number(quint64(qint64(code)), 16);
+}
+
+HRESULT resultOf(const FakeCallRecord &record)
+{
+    return record.nullOut ? E_POINTER : record.result;
+}
+
+/// The part of one thread, read from the front.
+class Cursor {
+public:
+    Cursor(const QList<FakeCallRecord> &entries, QStringList &complaints)
+        : m_entries(entries)
+        , m_complaints(complaints)
+    {
+    }
+
+    bool atEnd() const { return m_next >= m_entries.size(); }
+    bool isBroken() const { return m_broken; }
+    /// From now on the end of the timeline is no complaint.
+    void mayEnd() { m_mayEnd = true; }
+    bool isCutOff() const { return m_broken && m_mayEnd && atEnd(); }
+    const FakeCallRecord &peek() const { return m_entries.at(m_next); }
+    bool nextIsMessage(const QString &start) const
+    {
+        return !atEnd() && peek().call == FakeCall::Message && peek().text.startsWith(start);
+    }
+    bool nextIsCall(FakeCall call) const { return !atEnd() && peek().call == call; }
+    const FakeCallRecord &take() { return m_entries.at(m_next++); }
+
+    void message(const QString &start)
+    {
+        if (m_broken)
+            return;
+        if (nextIsMessage(start))
+            ++m_next;
+        else
+            complain(QStringLiteral("expected \"%1\"").arg(start));
+    }
+
+    FakeCallRecord call(FakeCall wanted)
+    {
+        if (m_broken)
+            return {};
+        if (nextIsCall(wanted))
+            return take();
+        complain(QStringLiteral("expected call %1").arg(int(wanted)));
+        FakeCallRecord none;
+        none.result = E_UNEXPECTED;
+        return none;
+    }
+
+    void complain(const QString &what)
+    {
+        if (m_broken)
+            return;
+        m_broken = true;
+        if (atEnd() && m_mayEnd)
+            return;
+        QString found = QStringLiteral("the end");
+        if (!atEnd())
+            found = peek().call == FakeCall::Message
+                ? QStringLiteral("\"%1\"").arg(peek().text)
+                : QStringLiteral("call %1 (%2)").arg(int(peek().call)).arg(hex(peek().result));
+        m_complaints.append(QStringLiteral("%1, found %2").arg(what, found));
+    }
+
+private:
+    const QList<FakeCallRecord> &m_entries;
+    QStringList &m_complaints;
+    int m_next = 0;
+    bool m_broken = false;
+    bool m_mayEnd = false;
+};
+
+// --- a start -----------------------------------------------------------------------------------
+
+class StartReplay {
+public:
+    StartReplay(Cursor &cursor, Replay &replay)
+        : m_cursor(cursor)
+        , m_replay(replay)
+    {
+    }
+
+    void run()
+    {
+        ++m_replay.starts;
+        const HRESULT result = steps();
+        if (m_cursor.isBroken())
+            return;
+        m_replay.lastStartSucceeded = SUCCEEDED(result);
+        if (FAILED(result)) {
+            ++m_replay.startsFailed;
+            ++m_replay.failures;
+            m_cursor.message(text("引擎启动失败，错误代码 ") + hex(result));
+        } else {
+            m_replay.lastDevice = m_device;
+        }
+    }
+
+private:
+    HRESULT steps()
+    {
+        HRESULT hr = chooseDevice();
+        if (FAILED(hr))
+            return hr;
+        hr = activate();
+        if (FAILED(hr))
+            return hr;
+        hr = mixFormat();
+        if (FAILED(hr))
+            return hr;
+        hr = initialize();
+        if (FAILED(hr))
+            return hr;
+        m_cursor.message(text("[Step 4f] Initialize成功，已通知下游16bit PCM"));
+        ++m_replay.announced;
+        m_cursor.message(text("[Step 5] GetBufferSize"));
+        hr = m_cursor.call(FakeCall::GetBufferSize).result;
+        if (FAILED(hr)) {
+            m_cursor.message(text("GetBufferSize 失败 ") + hex(hr));
+            return hr;
+        }
+        m_cursor.message(text("[Step 5a] Buffer 大小: "));
+        m_cursor.message(text("[Step 6] 调用 CaptureAudioThread::start"));
+        return S_OK;
+    }
+
+    HRESULT defaultDevice()
+    {
+        HRESULT hr = resultOf(m_cursor.call(FakeCall::CreateEnumerator));
+        if (FAILED(hr))
+            return hr;
+        for (const ERole role : {eConsole, eMultimedia}) {
+            const FakeCallRecord call = m_cursor.call(FakeCall::GetDefaultAudioEndpoint);
+            hr = resultOf(call);
+            if (call.argument != role)
+                m_cursor.complain(QStringLiteral("wrong role"));
+            if (SUCCEEDED(hr))
+                return hr;
+        }
+        return hr;
+    }
+
+    HRESULT chooseDevice()
+    {
+        if (m_cursor.nextIsMessage(text("[Step 1] 使用回调指定的设备ID:")))
+            m_cursor.take();
+        HRESULT hr = S_OK;
+        if (m_cursor.nextIsMessage(text("[Step 1] 使用指定输出设备:"))) {
+            m_cursor.take();
+            hr = resultOf(m_cursor.call(FakeCall::GetDevice));
+            if (FAILED(hr))
+                m_cursor.message(text("GetDevice 失败 ") + hex(hr));
+            return hr;
+        }
+        if (m_cursor.nextIsMessage(text("[Step 1] 根据回调ID获取设备"))) {
+            m_cursor.take();
+            hr = resultOf(m_cursor.call(FakeCall::GetDevice));
+            if (SUCCEEDED(hr))
+                return hr;
+            m_cursor.message(text("GetDevice(回调ID) 失败，回退到默认设备"));
+        } else {
+            m_cursor.message(text("[Step 1] 使用默认输出设备"));
+        }
+        hr = defaultDevice();
+        if (FAILED(hr))
+            m_cursor.message(text("获取默认设备失败 ") + hex(hr));
+        return hr;
+    }
+
+    HRESULT tryActivate(DWORD context)
+    {
+        const FakeCallRecord call = m_cursor.call(FakeCall::Activate);
+        if (call.argument != context)
+            m_cursor.complain(QStringLiteral("wrong class context"));
+        m_device = call.device;
+        return resultOf(call);
+    }
+
+    HRESULT activate()
+    {
+        m_cursor.message(text("[Step 2] Activate IAudioClient"));
+        if (SUCCEEDED(m_cursor.call(FakeCall::GetState).result)) {
+            DWORD state = DEVICE_STATE_ACTIVE;
+            const QString line = text("[Step 2a] 设备状态 = ");
+            if (m_cursor.nextIsMessage(line))
+                state =
+                    m_cursor.peek().text.mid(line.size()).section(QLatin1Char(' '), 0, 0).toUInt();
+            m_cursor.message(line);
+            if (state != DEVICE_STATE_ACTIVE)
+                m_cursor.message(text("[Step 2a] 警告: 设备未激活，状态 = ")
+                                 + QString::number(state));
+            if (state == DEVICE_STATE_NOTPRESENT || state == DEVICE_STATE_UNPLUGGED) {
+                m_cursor.message(text(state == DEVICE_STATE_NOTPRESENT
+                                          ? "[Step 2a] 错误: 设备不存在"
+                                          : "[Step 2a] 错误: 设备已拔出"));
+                return AUDCLNT_E_DEVICE_INVALIDATED;
+            }
+        }
+        m_cursor.message(text("[Step 2b] IID_IAudioClient = 1cb9ad4c"));
+        HRESULT hr = tryActivate(CLSCTX_INPROC_SERVER);
+        if (FAILED(hr)) {
+            m_cursor.message(text("CLSCTX_INPROC_SERVER 失败，再试 CLSCTX_ALL"));
+            hr = tryActivate(CLSCTX_ALL);
+        }
+        if (FAILED(hr)) {
+            m_cursor.message(text("Activate 失败 ") + hex(hr));
+            if (hr == E_NOINTERFACE)
+                m_cursor.message(text("错误: 不支持此接口，可能是驱动不支持 WASAPI"));
+            else if (hr == AUDCLNT_E_DEVICE_INVALIDATED)
+                m_cursor.message(text("错误: 设备无效"));
+            else if (hr == CO_E_NOTINITIALIZED)
+                m_cursor.message(text("错误: COM 未初始化"));
+        }
+        return hr;
+    }
+
+    HRESULT mixFormat()
+    {
+        m_cursor.message(text("[Step 3] GetMixFormat"));
+        const HRESULT hr = resultOf(m_cursor.call(FakeCall::GetMixFormat));
+        if (FAILED(hr)) {
+            m_cursor.message(text("GetMixFormat 失败 ") + hex(hr));
+            return hr;
+        }
+        m_cursor.message(text("[Step 3a] 原始格式: 通道="));
+        m_cursor.message(text("------运行状态:------"));
+        m_cursor.message(text("音频设备——（"));
+        m_cursor.message(text("通道数 : "));
+        m_cursor.message(text("采样率 : "));
+        m_cursor.message(text("位深  : "));
+        return hr;
+    }
+
+    FakeCallRecord initializeCall()
+    {
+        const FakeCallRecord call = m_cursor.call(FakeCall::Initialize);
+        if (!call.argumentsRight)
+            m_cursor.complain(QStringLiteral("wrong arguments of Initialize"));
+        return call;
+    }
+
+    HRESULT initialize()
+    {
+        m_cursor.message(text("[Step 4] Initialize (使用原始混音格式)"));
+        m_cursor.message(text("[Step 4a] 原始格式（通道="));
+        HRESULT hr = S_OK;
+        qint64 lastMs = 0;
+        for (int retry = 1;; ++retry) {
+            FakeCallRecord call = initializeCall();
+            if (retry > 1 && call.atMs - lastMs < 199)
+                m_cursor.complain(QStringLiteral("a retry came too early"));
+            hr = call.result;
+            if (hr == AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED) {
+                m_cursor.message(text("[Step 4c] Buffer 对齐问题，尝试调整..."));
+                call = m_cursor.call(FakeCall::GetBufferSize);
+                hr = call.result;
+                if (SUCCEEDED(hr)) {
+                    call = initializeCall();
+                    hr = call.result;
+                }
+            }
+            lastMs = call.atMs;
+            if (SUCCEEDED(hr))
+                return hr;
+            if (m_cursor.isBroken())
+                return hr;
+            if (hr != AUDCLNT_E_EVENTHANDLE_NOT_SET && hr != AUDCLNT_E_BUFFER_OPERATION_PENDING) {
+                m_cursor.message(text("[Step 4d] 非瞬态错误: 0x") + hex(hr));
+                break;
+            }
+            if (retry > 3)
+                break;
+            m_cursor.message(
+                text("[Step 4d] 瞬态错误 0x%1，第%2次重试...").arg(hex(hr)).arg(retry));
+        }
+        m_cursor.message(text("Initialize 失败 ") + hex(hr));
+        for (int attempt = 0; attempt < 2 && FAILED(hr); ++attempt) {
+            if (!m_cursor.atEnd() && m_cursor.peek().atMs - lastMs < 499)
+                m_cursor.complain(QStringLiteral("a recovery came too early"));
+            hr = recover(&lastMs);
+        }
+        return hr;
+    }
+
+    HRESULT recover(qint64 *lastMs)
+    {
+        if (!m_cursor.atEnd())
+            *lastMs = m_cursor.peek().atMs;
+        HRESULT hr = defaultDevice();
+        if (FAILED(hr))
+            return hr;
+        hr = tryActivate(CLSCTX_INPROC_SERVER);
+        if (FAILED(hr))
+            return hr;
+        hr = resultOf(m_cursor.call(FakeCall::GetMixFormat));
+        if (FAILED(hr))
+            return hr;
+        const FakeCallRecord call = initializeCall();
+        *lastMs = call.atMs;
+        return call.result;
+    }
+
+    Cursor &m_cursor;
+    Replay &m_replay;
+    QString m_device;
+};
+
+// --- a session ---------------------------------------------------------------------------------
+
+class SessionReplay {
+public:
+    SessionReplay(Cursor &cursor, Replay &replay)
+        : m_cursor(cursor)
+        , m_replay(replay)
+    {
+    }
+
+    void run()
+    {
+        const HRESULT service = m_cursor.peek().result;
+        const bool nullService = m_cursor.peek().nullOut;
+        m_cursor.call(FakeCall::GetService);
+        m_cursor.message(text("[Thread 4] GetService hr = ") + hex(service));
+        if (FAILED(service) || nullService) {
+            m_cursor.message(text("GetService 失败，无法获取 IAudioCaptureClient"));
+            end(service);
+            return;
+        }
+        m_cursor.message(text("[Thread 5] 调用 Start"));
+        const HRESULT start = m_cursor.call(FakeCall::Start).result;
+        m_cursor.message(text("[Thread 6] Start hr = ") + hex(start));
+        if (FAILED(start)) {
+            m_cursor.message(text("Start 失败, hr = ") + hex(start));
+            end(start);
+            return;
+        }
+        m_cursor.message(text("频谱引擎已启动"));
+        if (m_cursor.nextIsCall(FakeCall::GetMixFormat)) {
+            m_cursor.take();
+            m_cursor.message(text("[Thread] 需要格式转换: "));
+        }
+        drain();
+        m_cursor.message(text("[Thread] 退出采集循环，准备停止"));
+        m_cursor.call(FakeCall::Stop);
+        m_cursor.message(text("频谱引擎已停止采集！"));
+        if (m_cursor.isCutOff())
+            ++m_replay.sessionsOpen;
+        else
+            ++m_replay.sessionsEnded;
+    }
+
+private:
+    void end(HRESULT code)
+    {
+        if (m_cursor.isCutOff()) {
+            ++m_replay.sessionsOpen;
+            return;
+        }
+        ++m_replay.sessionsEnded;
+        m_replay.sessionErrors += FAILED(code) ? 1 : 0;
+    }
+
+    void drain()
+    {
+        int empty = 0;
+        while (m_cursor.nextIsCall(FakeCall::GetNextPacketSize)) {
+            const FakeCallRecord size = m_cursor.take();
+            if (FAILED(size.result)) {
+                m_cursor.message(text("[Thread Error] GetNextPacketSize 失败, hr = ")
+                                 + hex(size.result));
+                if (size.result == AUDCLNT_E_DEVICE_INVALIDATED) {
+                    m_cursor.message(text("[Thread Error] 设备已失效，停止采集"));
+                    return;
+                }
+            } else if (size.argument == 0) {
+                if (++empty <= 400)
+                    continue;
+                m_cursor.message(text("[Thread] 2秒无数据(2秒)，尝试 Stop/Start 恢复"));
+                const FakeCallRecord stop = m_cursor.call(FakeCall::Stop);
+                const FakeCallRecord start = m_cursor.call(FakeCall::Start);
+                if (start.atMs - stop.atMs < 19)
+                    m_cursor.complain(QStringLiteral("Start came too early"));
+                if (FAILED(start.result))
+                    return;
+                empty = 0;
+                m_cursor.message(text("[Thread] Stop/Start 恢复成功"));
+            } else {
+                empty = 0;
+                const FakeCallRecord buffer = m_cursor.call(FakeCall::GetBuffer);
+                if (buffer.result == AUDCLNT_E_DEVICE_INVALIDATED) {
+                    m_cursor.message(text("[Thread Error] GetBuffer 设备失效，停止采集"));
+                    return;
+                }
+                if (FAILED(buffer.result))
+                    m_cursor.message(text("[Thread Error] GetBuffer 瞬态错误, hr =%1，跳过")
+                                         .arg(hex(buffer.result)));
+                else
+                    m_cursor.call(FakeCall::ReleaseBuffer);
+            }
+        }
+    }
+
+    Cursor &m_cursor;
+    Replay &m_replay;
+};
+
+} // namespace
+
+Replay replay(const QList<FakeCallRecord> &timeline)
+{
+    Replay result;
+    QHash<Qt::HANDLE, QList<FakeCallRecord>> threads;
+    for (const FakeCallRecord &entry : timeline) {
+        threads[entry.thread].append(entry);
+        if (entry.call != FakeCall::Message)
+            continue;
+        if (entry.text.startsWith(text("[handleThreadStopped] 检测到线程停止，需要自动重启")))
+            ++result.stopsAnswered;
+        else if (entry.text.startsWith(text("[handleThreadStopped] 线程停止（不需要自动重启）")))
+            ++result.stopsPassedOver;
+        else if (entry.text.startsWith(text("[handleThreadStopped] 正在执行自动重启")))
+            ++result.restarts;
+    }
+
+    qint64 lastStartMs = -1;
+    for (const QList<FakeCallRecord> &entries : std::as_const(threads)) {
+        Cursor cursor(entries, result.complaints);
+        while (!cursor.atEnd() && !cursor.isBroken()) {
+            if (cursor.nextIsMessage(text("[Step 1] "))) {
+                // Starts may be spread over threads: the last one counts.
+                const Replay before = result;
+                const qint64 atMs = cursor.peek().atMs;
+                StartReplay(cursor, result).run();
+                if (atMs < lastStartMs) {
+                    result.lastStartSucceeded = before.lastStartSucceeded;
+                    result.lastDevice = before.lastDevice;
+                } else {
+                    lastStartMs = atMs;
+                }
+            } else if (cursor.nextIsCall(FakeCall::GetService)) {
+                cursor.mayEnd(); // the worker's thread goes on
+                SessionReplay(cursor, result).run();
+            } else if (cursor.nextIsMessage(text("[Step "))) {
+                cursor.complain(QStringLiteral("a step outside of a start"));
+            } else {
+                result.failures += cursor.nextIsMessage(text("引擎启动失败")) ? 1 : 0;
+                cursor.take();
+            }
+        }
+    }
+    return result;
+}

@@ -1,0 +1,26 @@
+// Replays the timeline of a fake audio system against the rules of a start and of a session.
+#pragma once
+
+#include "tests/support/fakeaudio.h"
+
+/// What a timeline contained, and what in it was against the rules.
+struct Replay {
+    QStringList complaints;
+    int starts = 0; ///< that came to Step 1
+    int startsFailed = 0;
+    int announced = 0; ///< formats
+    int sessionsEnded = 0;
+    int sessionsOpen = 0; ///< that the timeline's end cuts off
+    int sessionErrors = 0; ///< failure codes that the worker had to report
+    int failures = 0; ///< calls of the failure handler
+    int stopsAnswered = 0;
+    int stopsPassedOver = 0;
+    int restarts = 0;
+    bool lastStartSucceeded = false;
+    QString lastDevice; ///< that the last successful start activated
+};
+
+/// Every call and every message of every start (from Step 1 to its end) and of every session (from
+/// GetService to its end) must be the one that the result of the call before asks for, with the
+/// prescribed pauses in between. The timeline must not end within a start.
+Replay replay(const QList<FakeCallRecord> &timeline);

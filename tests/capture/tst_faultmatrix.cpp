@@ -1,0 +1,323 @@
+// Every call that crosses into the audio system fails, one after the other, in every scenario.
+//
+// usage: tst_faultmatrix <scenario> [lanes]
+//
+// Call number n of the scenario's own phase fails, n = 1, 2, ..., until a run is over before it
+// comes to call n: once with every code; and, with a few codes and every third n, from call n on
+// for 3 s and for good. After each run its timeline is replayed against the rules of starts and
+// sessions, and nothing may be left behind.
+#include "capture/audiocapture.h"
+#include "report/deliverreport.h"
+#include "tests/capture/lanes.h"
+#include "tests/capture/replay.h"
+#include "tests/support/messagelog.h"
+#include "tests/support/taskmemory.h"
+#include "tests/support/threads.h"
+#include <cstdio>
+#include <cstdlib>
+#include <objbase.h>
+#include <thread>
+
+namespace {
+
+const QString kFollow = QStringLiteral("默认输出设备");
+constexpr int kSettleMs = 60; // some polls of a session
+
+std::atomic<int> s_reports {0};
+
+enum class Mode { Once, ThreeSeconds, ForGood };
+
+struct Run {
+    int number = 1;
+    FakeFault fault;
+    Mode mode = Mode::Once;
+};
+
+/// One controller in one world. Ids are its own: the debounce of default changes is the process's.
+class Stage {
+public:
+    explicit Stage(int index)
+        : idA(QStringLiteral("{%1}.a").arg(index))
+        , idB(QStringLiteral("{%1}.b").arg(index))
+    {
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        audio.enter();
+        audio.add(idA, QStringLiteral("Speakers"));
+        audio.add(idB, QStringLiteral("Headset"));
+        audio.add(QStringLiteral("{%1}.mic").arg(index), QStringLiteral("Mic"), eCapture);
+        audio.setDefault(idA);
+    }
+
+    void make()
+    {
+        capture = std::make_unique<AudioCapture>();
+        QObject::connect(capture.get(), &AudioCapture::formatChanged, capture.get(),
+                         [this] { ++formats; });
+    }
+    bool begin(const QString &device = kFollow)
+    {
+        make();
+        capture->setCurrentDevice(device);
+        const QString id = device == kFollow ? idA : idB;
+        return spinUntil([&] { return audio.capturedDevice() == id; }, 5000);
+    }
+    /// On a thread of the audio system; events of this one go on.
+    void notify(const std::function<void()> &function)
+    {
+        std::atomic<bool> done {false};
+        std::thread thread([&] {
+            function();
+            done = true;
+        });
+        spinUntil([&] { return done.load(); }, 60000);
+        thread.join();
+    }
+    void arm(const Run &run)
+    {
+        const int first = audio.totalCalls() + run.number;
+        if (run.mode == Mode::Once)
+            audio.failNumbered(first, run.fault);
+        else
+            audio.failNumbered(first, run.fault, -1, run.mode == Mode::ThreeSeconds ? 3000 : -1);
+    }
+
+    const QString idA;
+    const QString idB;
+    FakeAudio audio;
+    std::unique_ptr<AudioCapture> capture;
+    std::atomic<int> formats {0};
+};
+
+struct Scenario {
+    const char *name;
+    /// Brings the stage to where the faults begin; false when it does not get there.
+    std::function<bool(Stage &)> prepare;
+    std::function<void(Stage &)> act;
+    bool wanted; ///< capture is wanted in the end
+};
+
+const std::vector<Scenario> &scenarios()
+{
+    static const std::vector<Scenario> all {
+        {"start", [](Stage &) { return true; },
+         [](Stage &stage) {
+             stage.make();
+             stage.capture->startCapture();
+         },
+         true},
+        {"steady", [](Stage &stage) { return stage.begin(); }, [](Stage &) {}, true},
+        {"pick", [](Stage &stage) { return stage.begin(); },
+         [](Stage &stage) { stage.capture->setCurrentDevice(QStringLiteral("Headset")); }, true},
+        {"default", [](Stage &stage) { return stage.begin(); },
+         [](Stage &stage) {
+             stage.audio.setDefault(stage.idB);
+             stage.notify([&] { stage.audio.notifyDefaultChanged(stage.idB); });
+         },
+         true},
+        {"removed", [](Stage &stage) { return stage.begin(QStringLiteral("Headset")); },
+         [](Stage &stage) {
+             stage.audio.setState(stage.idB, DEVICE_STATE_NOTPRESENT);
+             stage.notify([&] { stage.audio.notifyRemoved(stage.idB); });
+         },
+         true},
+        {"state", [](Stage &stage) { return stage.begin(); },
+         [](Stage &stage) {
+             stage.notify(
+                 [&] { stage.audio.notifyStateChanged(stage.idA, DEVICE_STATE_UNPLUGGED); });
+             stage.notify([&] { stage.audio.notifyStateChanged(stage.idA, DEVICE_STATE_ACTIVE); });
+             spin(520);
+         },
+         true},
+        {"stop", [](Stage &stage) { return stage.begin(); },
+         [](Stage &stage) { stage.capture->stopCapture(); }, false},
+        {"destruction", [](Stage &stage) { return stage.begin(); },
+         [](Stage &stage) { stage.capture.reset(); }, false},
+    };
+    return all;
+}
+
+QString describe(const Scenario &scenario, const Run &run)
+{
+    const char *modes[] = {"once", "for 3 s", "for good"};
+    return QStringLiteral("%1, call %2 fails %3 with %4%5")
+        .arg(QLatin1String(scenario.name))
+        .arg(run.number)
+        .arg(QLatin1String(modes[int(run.mode)]), QString::number(quint32(run.fault.code), 16),
+             run.fault.nullSuccess ? QStringLiteral(" and null") : QString());
+}
+
+/// What must hold when the events have come to rest.
+QStringList judge(const Scenario &scenario, const Run &run, Stage &stage)
+{
+    const Replay seen = replay(stage.audio.timeline());
+    QStringList wrong = seen.complaints;
+    const auto expect = [&](bool right, const char *what) {
+        if (!right)
+            wrong.append(QString::fromUtf8(what));
+    };
+    expect(seen.announced == stage.formats, "formatChanged and its message differ in number");
+    expect(seen.failures == seen.startsFailed + seen.sessionErrors,
+           "not exactly one failure handler for each failure");
+    expect(seen.sessionsEnded >= seen.stopsAnswered + seen.stopsPassedOver,
+           "more stops than sessions that ended");
+    expect(seen.restarts <= seen.stopsAnswered, "a restart without a stop");
+    if (!stage.capture)
+        expect(seen.sessionsOpen == 0, "a session that did not end");
+    if (run.mode == Mode::ForGood || !stage.capture)
+        return wrong;
+
+    const QString captured = stage.audio.capturedDevice();
+    if (!scenario.wanted)
+        expect(captured.isEmpty() && !stage.capture->isCapturing(), "capture goes on");
+    else if (seen.starts > 0 && !seen.lastStartSucceeded)
+        expect(captured.isEmpty(), "capture without a start");
+    else if (stage.audio.faults() > 0 || seen.starts > 0)
+        expect(captured == seen.lastDevice, "the device of the last start is not captured");
+    return wrong;
+}
+
+/// Whether the run came to its fault.
+bool perform(const Scenario &scenario, const Run &run, int index, Complaints &complaints)
+{
+    Stage stage(index);
+    QStringList wrong;
+    if (!scenario.prepare(stage)) {
+        complaints.add(describe(scenario, run), {QStringLiteral("did not get to its fault")});
+        return true;
+    }
+    stage.arm(run);
+    scenario.act(stage);
+    spin(kSettleMs);
+    const bool failed = stage.audio.faults() > 0;
+    if (failed && run.mode == Mode::ThreeSeconds)
+        spin(3100);
+    if (stage.capture) {
+        // At rest: the last start failed for good, or capture goes on; or nothing is wanted.
+        const auto atRest = [&] {
+            if (stage.audio.capturedDevice().isEmpty() != scenario.wanted)
+                return true;
+            spin(30);
+            const Replay now = replay(stage.audio.timeline());
+            return now.starts > 0 && !now.lastStartSucceeded;
+        };
+        QStringList verdict;
+        int faults = 0;
+        do { // the fault may hit a session that had come to rest
+            faults = stage.audio.faults();
+            if (run.mode != Mode::ForGood) {
+                spinUntil(atRest, 8000);
+                spin(20);
+            }
+            verdict = judge(scenario, run, stage);
+        } while (run.mode != Mode::ForGood && stage.audio.faults() != faults);
+        wrong += verdict;
+    }
+    stage.capture.reset();
+    wrong += judge(scenario, run, stage);
+    // A stop that fails or a callback that could not be registered changes nothing of this.
+    wrong += stage.audio.problems();
+    if (taskBlocksAlive(&stage.audio) != 0)
+        wrong.append(QStringLiteral("%1 task memory blocks").arg(taskBlocksAlive(&stage.audio)));
+    wrong.removeDuplicates();
+    complaints.add(describe(scenario, run), wrong);
+    return failed;
+}
+
+QList<FakeFault> everyFault()
+{
+    QList<FakeFault> faults;
+    for (const HRESULT code :
+         {AUDCLNT_E_DEVICE_INVALIDATED, AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED,
+          AUDCLNT_E_EVENTHANDLE_NOT_SET, AUDCLNT_E_BUFFER_OPERATION_PENDING,
+          AUDCLNT_E_UNSUPPORTED_FORMAT, AUDCLNT_E_SERVICE_NOT_RUNNING, E_NOINTERFACE, E_POINTER,
+          E_FAIL, CO_E_NOTINITIALIZED, RPC_E_CHANGED_MODE, HRESULT(0x88890FFFU), S_FALSE})
+        faults.append({code, false});
+    faults.append({S_OK, true});
+    return faults;
+}
+
+/// Runs call numbers 1, 2, ... for one fault until a run is over before its fault.
+struct Column {
+    FakeFault fault;
+    Mode mode = Mode::Once;
+    int step = 1;
+    std::atomic<int> end {1 << 30};
+};
+
+int runScenario(const Scenario &scenario, int lanes)
+{
+    FakeAudio elsewhere; // the world of threads that have not met theirs yet
+    MessageLog log(MessageLog::Keep::InTheWorldsOnly);
+    setReportSink([](const QString &) { ++s_reports; });
+    const int threadsBefore = threadCount();
+
+    std::vector<std::unique_ptr<Column>> columns;
+    const auto column = [&](FakeFault fault, Mode mode, int step) {
+        columns.push_back(std::make_unique<Column>());
+        columns.back()->fault = fault;
+        columns.back()->mode = mode;
+        columns.back()->step = step;
+    };
+    for (const FakeFault &fault : everyFault())
+        column(fault, Mode::Once, 1);
+    for (const HRESULT code :
+         {AUDCLNT_E_DEVICE_INVALIDATED, AUDCLNT_E_BUFFER_OPERATION_PENDING, E_FAIL}) {
+        column({code, false}, Mode::ThreeSeconds, 3);
+        column({code, false}, Mode::ForGood, 3);
+    }
+
+    Complaints complaints;
+    std::atomic<int> runs {0};
+    std::atomic<int> faulty {0};
+    constexpr int kMostCalls = 300;
+    const int width = int(columns.size());
+    runInLanes(lanes, kMostCalls * width, [&](int job) {
+        Column &mine = *columns[size_t(job % width)];
+        const int number = 1 + (job / width) * mine.step;
+        if (number > mine.end)
+            return;
+        const bool failed = perform(scenario, {number, mine.fault, mine.mode}, job, complaints);
+        ++runs;
+        if (failed)
+            ++faulty;
+        else if (number < mine.end)
+            mine.end = number;
+    });
+
+    int problems = 0;
+    const auto expect = [&](bool right, const QString &what) {
+        if (!right) {
+            ++problems;
+            std::printf("%s\n", qPrintable(what));
+        }
+    };
+    for (const auto &each : columns)
+        expect(each->end < kMostCalls * each->step,
+               QStringLiteral("no run was over before its fault"));
+    expect(s_reports <= 1, QStringLiteral("%1 reports").arg(s_reports.load()));
+    spin(50);
+    expect(threadCount() <= threadsBefore,
+           QStringLiteral("%1 threads, %2 before").arg(threadCount()).arg(threadsBefore));
+    expect(complaints.summary().isEmpty(), complaints.summary());
+    std::printf("%s: %d runs, %d of them with a fault, %d reports\n", scenario.name, runs.load(),
+                faulty.load(), s_reports.load());
+    return problems;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    const QString wanted = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
+    const int lanes = argc > 2 ? std::atoi(argv[2]) : 48;
+    for (const Scenario &scenario : scenarios()) {
+        if (wanted == QLatin1String(scenario.name))
+            return runScenario(scenario, lanes) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+    std::printf("usage: %s <scenario> [lanes]; scenarios:", argv[0]);
+    for (const Scenario &scenario : scenarios())
+        std::printf(" %s", scenario.name);
+    std::printf("\n");
+    return EXIT_FAILURE;
+}
