@@ -1,0 +1,112 @@
+// One real transform of 2048 points: ours beside FFTW's (single precision, FFTW_MEASURE) and
+// KissFFT's, on the same samples. The counter "relative_rms_error" is against the definition in
+// double precision, on white noise.
+#include "spectrum/fftrealwrapper.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <cmath>
+#include <complex>
+#include <fftw3.h>
+#include <kiss_fftr.h>
+#include <random>
+#include <vector>
+
+namespace {
+
+constexpr int N = FFTRealWrapper::Length;
+using Bins = std::vector<std::complex<double>>; // 0 ... N/2
+
+struct FftwFree {
+    void operator()(void *memory) const { fftwf_free(memory); }
+};
+using FftwFloats = std::unique_ptr<float[], FftwFree>;
+
+FftwFloats noise()
+{
+    FftwFloats samples(fftwf_alloc_real(N));
+    std::mt19937 random(1);
+    std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
+    std::generate_n(samples.get(), N, [&] { return uniform(random); });
+    return samples;
+}
+
+Bins definition(const float *samples)
+{
+    std::vector<std::complex<double>> unit;
+    for (int i = 0; i < N; ++i)
+        unit.push_back(std::polar(1.0, -2.0 * std::acos(-1.0) * i / N));
+    Bins bins(N / 2 + 1);
+    for (int k = 0; k <= N / 2; ++k) {
+        for (int n = 0; n < N; ++n)
+            bins[std::size_t(k)] += double(samples[n]) * unit[std::size_t(k * n % N)];
+    }
+    return bins;
+}
+
+template <typename BinAt> double relativeRmsError(const float *samples, BinAt binAt)
+{
+    const Bins expected = definition(samples);
+    double error = 0.0;
+    double power = 0.0;
+    for (int k = 0; k <= N / 2; ++k) {
+        error += std::norm(std::complex<double>(binAt(k)) - expected[std::size_t(k)]);
+        power += std::norm(expected[std::size_t(k)]);
+    }
+    return std::sqrt(error / power);
+}
+
+void ours(benchmark::State &state)
+{
+    FFTRealWrapper fft;
+    const FftwFloats in = noise();
+    const FftwFloats out(fftwf_alloc_real(N));
+    for (auto step : state) {
+        fft.calculateFFT(out.get(), in.get());
+        benchmark::ClobberMemory();
+    }
+    state.counters["relative_rms_error"] = relativeRmsError(in.get(), [&](int k) {
+        const bool single = k == 0 || k == N / 2;
+        return std::complex<float>(out[k], single ? 0.0F : out[N / 2 + k]);
+    });
+}
+BENCHMARK(ours)->Name("fft2048/ours");
+
+void fftw(benchmark::State &state)
+{
+    const FftwFloats in(fftwf_alloc_real(N));
+    auto *out = fftwf_alloc_complex(N / 2 + 1);
+    // Planning overwrites both.
+    fftwf_plan plan = fftwf_plan_dft_r2c_1d(N, in.get(), out, FFTW_MEASURE);
+    const FftwFloats samples = noise();
+    std::copy_n(samples.get(), N, in.get());
+    for (auto step : state) {
+        fftwf_execute(plan);
+        benchmark::ClobberMemory();
+    }
+    state.counters["relative_rms_error"] = relativeRmsError(
+        samples.get(), [&](int k) { return std::complex<float>(out[k][0], out[k][1]); });
+    fftwf_destroy_plan(plan);
+    fftwf_free(out);
+}
+BENCHMARK(fftw)->Name("fft2048/fftw");
+
+void kissfft(benchmark::State &state)
+{
+    const kiss_fftr_cfg plan = kiss_fftr_alloc(N, 0, nullptr, nullptr);
+    const FftwFloats in = noise();
+    std::vector<kiss_fft_cpx> out(N / 2 + 1);
+    for (auto step : state) {
+        kiss_fftr(plan, in.get(), out.data());
+        benchmark::ClobberMemory();
+    }
+    state.counters["relative_rms_error"] = relativeRmsError(in.get(), [&](int k) {
+        return std::complex<float>(out[std::size_t(k)].r, out[std::size_t(k)].i);
+    });
+    kiss_fftr_free(plan);
+}
+BENCHMARK(kissfft)->Name("fft2048/kissfft");
+
+} // namespace
+
+BENCHMARK_MAIN();
