@@ -22,7 +22,10 @@ if(MSVC)
     target_compile_options(tonewell_options INTERFACE /W4 /WX /utf-8 /permissive-)
 else()
     target_compile_options(tonewell_options INTERFACE -Wall -Wextra -Wpedantic -Werror
-        -Wshadow -Wnon-virtual-dtor -Wimplicit-fallthrough)
+        -Wshadow -Wimplicit-fallthrough)
+    if(NOT WIN32) # whose interfaces have no destructor
+        target_compile_options(tonewell_options INTERFACE -Wnon-virtual-dtor)
+    endif()
 endif()
 
 if(TONEWELL_SANITIZER STREQUAL "address")

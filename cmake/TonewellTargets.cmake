@@ -10,6 +10,19 @@ function(tonewell_room room)
     target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE tonewell_options ${arg_PRIVATE_LINK})
 endfunction()
 
+# tonewell_remote_program(<name> [WIN32] <sources>...)
+#
+# add_executable for a program that uses Qt Remote Objects. Where there are only the headers of that
+# (Qt5RemoteObjects_HEADERS_ONLY), its sources are compiled and nothing is linked.
+function(tonewell_remote_program name)
+    if(Qt5RemoteObjects_HEADERS_ONLY)
+        list(REMOVE_ITEM ARGN WIN32)
+        add_library(${name} OBJECT ${ARGN})
+    else()
+        add_executable(${name} ${ARGN})
+    endif()
+endfunction()
+
 # tonewell_test(<name> SOURCES ... LINK ... [TIMEOUT seconds] [RUN_SERIAL] [XVFB size])
 #
 # One QtTest program, bin/<name>, and the CTest entry of the same name. It runs

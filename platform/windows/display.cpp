@@ -1,0 +1,3 @@
+#include "platform/display.h"
+
+void chooseDisplay() { }

@@ -1,0 +1,4 @@
+#include "platform/privatefiles.h"
+
+PrivateFileScope::PrivateFileScope() = default;
+PrivateFileScope::~PrivateFileScope() = default;

@@ -1,0 +1,61 @@
+#include "platform/termination.h"
+
+#include <QCoreApplication>
+
+#include <mutex>
+
+#include <windows.h>
+
+namespace {
+
+std::mutex s_mutex;
+QCoreApplication *s_application = nullptr; // guarded: the handler has a thread of its own
+bool s_interrupted = false; // by ctrl-C, guarded
+
+/// Posts the end; false when there is no application to end.
+bool quitApplication()
+{
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    return s_application
+        && QMetaObject::invokeMethod(s_application, &QCoreApplication::quit, Qt::QueuedConnection);
+}
+
+BOOL WINAPI handleControl(DWORD event)
+{
+    switch (event) {
+    case CTRL_C_EVENT:
+    case CTRL_BREAK_EVENT: {
+        {
+            const std::lock_guard<std::mutex> lock(s_mutex);
+            if (s_interrupted)
+                return FALSE; // the second one has the default effect
+            s_interrupted = true;
+        }
+        return quitApplication();
+    }
+    case CTRL_CLOSE_EVENT:
+        if (!quitApplication())
+            return FALSE;
+        // The system ends the process when this returns, and after five seconds in any case.
+        Sleep(INFINITE);
+        return TRUE;
+    default:
+        return FALSE;
+    }
+}
+
+} // namespace
+
+void endEventLoopOnTermination()
+{
+    QCoreApplication *const application = QCoreApplication::instance();
+    {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        s_application = application;
+    }
+    QObject::connect(application, &QObject::destroyed, [] {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        s_application = nullptr;
+    });
+    SetConsoleCtrlHandler(handleControl, TRUE);
+}
