@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace {
 
 constexpr QLatin1String s_kind("SoundSpectrum");
-constexpr QLatin1String s_separator("/&+&/");
+constexpr char16_t s_separator[] = u"/&+&/";
+constexpr int s_separatorLength = 5;
 constexpr double s_scale = 400.0;
 constexpr int s_levelLength = 13; // -1.23457e+308
 constexpr int s_barLength = 4;
@@ -19,9 +21,11 @@ QChar *write(QChar *out, const char *begin, const char *end)
     return std::transform(begin, end, out, [](char unit) { return QLatin1Char(unit); });
 }
 
-QChar *write(QChar *out, QLatin1String text)
+QChar *writeSeparator(QChar *out)
 {
-    return write(out, text.begin(), text.end());
+    // Five units at once; memcpy of a constant size becomes two stores.
+    std::memcpy(out, s_separator, sizeof(QChar) * s_separatorLength);
+    return out + s_separatorLength;
 }
 
 /// True when the shortest scientific text of a number has seven digits of which the last is 5:
@@ -62,8 +66,18 @@ int scaledBar(float bar)
 
 QChar *writeBar(QChar *out, float bar)
 {
+    const int value = scaledBar(bar);
+    if (value >= 0 && value < 1000) {
+        // Nearly every bar is one of these.
+        if (value >= 100)
+            *out++ = QLatin1Char(char('0' + value / 100));
+        if (value >= 10)
+            *out++ = QLatin1Char(char('0' + value / 10 % 10));
+        *out++ = QLatin1Char(char('0' + value % 10));
+        return out;
+    }
     char text[12];
-    const char *const end = std::to_chars(text, text + sizeof text, scaledBar(bar)).ptr;
+    const char *const end = std::to_chars(text, text + sizeof text, value).ptr;
     return write(out, text, std::min<const char *>(end, text + s_barLength));
 }
 
@@ -73,15 +87,15 @@ QString spectrumMessage(double rmsLevel, double peakLevel, double dynamicLevel, 
                         int barCount)
 {
     barCount = std::max(barCount, 0);
-    QString message(s_kind.size() + 3 * (s_separator.size() + s_levelLength)
-                        + barCount * (s_separator.size() + s_barLength),
+    QString message(s_kind.size() + 3 * (s_separatorLength + s_levelLength)
+                        + barCount * (s_separatorLength + s_barLength),
                     Qt::Uninitialized);
     QChar *const begin = message.data();
-    QChar *out = write(begin, s_kind);
+    QChar *out = write(begin, s_kind.begin(), s_kind.end());
     for (const double level : {rmsLevel, peakLevel, dynamicLevel})
-        out = writeLevel(write(out, s_separator), level);
+        out = writeLevel(writeSeparator(out), level);
     for (const float *bar = bars; bar != bars + barCount; ++bar)
-        out = writeBar(write(out, s_separator), *bar);
+        out = writeBar(writeSeparator(out), *bar);
     message.truncate(int(out - begin));
     return message;
 }
