@@ -2,9 +2,12 @@
 
 #include "spectrum/frequencyspectrum.h"
 
-#include <mmreg.h>
 #include <QByteArray>
 #include <QObject>
+
+#include <windows.h>
+
+#include <mmreg.h>
 
 class SpectrumAnalyserThread;
 

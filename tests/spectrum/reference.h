@@ -2,11 +2,14 @@
 #pragma once
 
 #include <complex>
-#include <mmreg.h>
 #include <QByteArray>
 #include <QList>
 #include <QVector>
 #include <vector>
+
+#include <windows.h>
+
+#include <mmreg.h>
 
 namespace reference {
 
