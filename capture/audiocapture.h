@@ -95,6 +95,7 @@ Q_SIGNALS:
 private:
     static QString followDefaultName();
 
+    void handleWorkerError(HRESULT hr);
     void waitForOldSession();
     void supersedeSessions();
     void releaseOldSession();

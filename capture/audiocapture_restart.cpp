@@ -5,6 +5,20 @@
 #include <QDebug>
 #include <QTimer>
 
+/// What the worker found of a session that a newer start has taken over meanwhile is no longer
+/// anybody's concern; above all it must not undo a choice that came after it.
+void AudioCapture::handleWorkerError(HRESULT hr)
+{
+    bool superseded = false;
+    {
+        // The error precedes the stop of its session, which is the next one to arrive.
+        const QMutexLocker lock(&m_mutex);
+        superseded = m_sessionsEnded + 1 <= m_sessionsSuperseded;
+    }
+    if (!superseded)
+        handleStartError(hr);
+}
+
 void AudioCapture::handleThreadStopped()
 {
     writeDiagnosticLog(QStringLiteral("handleThreadStopped 触发"));

@@ -4,7 +4,6 @@
 #include "platform/diagnosticlogpath.h"
 #include "tests/capture/scene.h"
 #include <objbase.h>
-#include <QSignalSpy>
 
 namespace {
 
@@ -35,6 +34,12 @@ struct Session {
     {
         CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
         scene.audio.setEndlessFrames(kIdA, 0);
+        QObject::connect(worker.get(), &CaptureAudioThread::notifyData, &receiver,
+                         [this](const QByteArray &data) { blocks.append(data); });
+        QObject::connect(worker.get(), &CaptureAudioThread::stoped, &receiver,
+                         [this] { stops.append(true); });
+        QObject::connect(worker.get(), &CaptureAudioThread::error, &receiver,
+                         [this](HRESULT hr) { errors.append(hr); });
     }
     ~Session()
     {
@@ -75,7 +80,7 @@ struct Session {
     QByteArray block(int index)
     {
         waitUntil([this, index] { return blocks.size() > index; }, 3000);
-        return blocks.value(index).value(0).toByteArray();
+        return blocks.value(index);
     }
     QStringList leftovers()
     {
@@ -88,9 +93,11 @@ struct Session {
     Scene scene;
     std::unique_ptr<CaptureAudioThread> worker = std::make_unique<CaptureAudioThread>();
     QList<IAudioClient *> clients;
-    QSignalSpy blocks {worker.get(), &CaptureAudioThread::notifyData};
-    QSignalSpy stops {worker.get(), &CaptureAudioThread::stoped};
-    QSignalSpy errors {worker.get(), &CaptureAudioThread::error};
+    // Received in this thread, in the order of their emission.
+    QObject receiver;
+    QList<QByteArray> blocks;
+    QList<bool> stops;
+    QList<HRESULT> errors;
 };
 
 QStringList diagnosticLines()
@@ -446,7 +453,7 @@ void TestCaptureAudioThread::nullClient()
     session.start(nullptr, 8);
     QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
     QCOMPARE(session.errors.size(), 1);
-    QCOMPARE(session.errors.first().first().value<HRESULT>(), E_POINTER);
+    QCOMPARE(session.errors.first(), E_POINTER);
     QVERIFY(session.scene.log.contains(text("[Thread Error] pAudioClient 为空指针")));
     VERIFY_NOTHING_LEFT(session);
 }
@@ -459,7 +466,7 @@ void TestCaptureAudioThread::serviceFails()
     session.start(client, 8);
     QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
     QCOMPARE(session.errors.size(), 1);
-    QCOMPARE(session.errors.first().first().value<HRESULT>(), AUDCLNT_E_DEVICE_INVALIDATED);
+    QCOMPARE(session.errors.first(), AUDCLNT_E_DEVICE_INVALIDATED);
     QVERIFY(session.scene.log.inOrder({text("[Thread 3a] IID_IAudioCaptureClient = c8adbd64"),
                                        text("[Thread 4] GetService hr = ffffffff88890004"),
                                        text("GetService 失败，无法获取 IAudioCaptureClient")}));
@@ -476,7 +483,7 @@ void TestCaptureAudioThread::serviceWithoutPointerEmitsASuccessCode()
     session.start(client, 8);
     QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
     QCOMPARE(session.errors.size(), 1);
-    QCOMPARE(session.errors.first().first().value<HRESULT>(), S_OK);
+    QCOMPARE(session.errors.first(), S_OK);
     VERIFY_NOTHING_LEFT(session);
 }
 
@@ -488,7 +495,7 @@ void TestCaptureAudioThread::startFails()
     session.start(client, 8);
     QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
     QCOMPARE(session.errors.size(), 1);
-    QCOMPARE(session.errors.first().first().value<HRESULT>(), E_FAIL);
+    QCOMPARE(session.errors.first(), E_FAIL);
     QVERIFY(session.scene.log.inOrder({text("[Thread 5] 调用 Start"),
                                        text("[Thread 6] Start hr = ffffffff80004005"),
                                        text("Start 失败, hr = ffffffff80004005")}));

@@ -1,0 +1,465 @@
+// Random orders of notifications, user choices, starts, stops and worker ends, from several threads
+// at once, many controllers side by side.
+//
+// usage: tst_notificationfuzz [sequences [seed [lanes]]]
+// TONEWELL_FUZZ_SEQUENCES and TONEWELL_FUZZ_SEED set the first two as well.
+//
+// Invariants of every sequence: never two sessions at once; no call hangs; every start and session
+// follows its rules; what is captured is what the last start chose, for the device that is wanted
+// now, and the default when that is followed; nothing is used after it is gone or left behind.
+#include "capture/audiocapture.h"
+#include "report/deliverreport.h"
+#include "tests/capture/lanes.h"
+#include "tests/capture/replay.h"
+#include "tests/support/messagelog.h"
+#include "tests/support/taskmemory.h"
+#include <cstdio>
+#include <cstdlib>
+#include <list>
+#include <objbase.h>
+#include <QRandomGenerator>
+#include <thread>
+
+namespace {
+
+const QString kFollow = QStringLiteral("默认输出设备");
+constexpr int kDevices = 3;
+constexpr qint64 kWatchdogMs = 5000;
+const char *const kNames[kDevices] = {"Speakers", "Headset", "Monitor"};
+
+/// Tells a call that hangs from one that waits its turn: nothing at all has happened in its world,
+/// but for the worker's polls, for 5 s.
+class Watchdog {
+public:
+    Watchdog()
+        : m_thread([this] { watch(); })
+    {
+    }
+    ~Watchdog()
+    {
+        m_end = true;
+        m_thread.join();
+    }
+    Watchdog(const Watchdog &) = delete;
+    Watchdog &operator=(const Watchdog &) = delete;
+
+    struct Entry {
+        FakeAudio *world;
+        quint32 seed;
+        const char *what;
+        qint64 sinceMs;
+    };
+    std::list<Entry>::iterator enter(FakeAudio *world, quint32 seed, const char *what)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_entries.push_front({world, seed, what, world->nowMs()});
+        return m_entries.begin();
+    }
+    void leave(std::list<Entry>::iterator entry)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_entries.erase(entry);
+    }
+
+private:
+    static bool isPoll(const FakeCallRecord &record)
+    {
+        return record.call == FakeCall::GetNextPacketSize || record.call == FakeCall::GetBuffer
+            || record.call == FakeCall::ReleaseBuffer;
+    }
+    void watch()
+    {
+        while (!m_end) {
+            QThread::msleep(250);
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            for (const Entry &entry : m_entries) {
+                qint64 last = entry.sinceMs;
+                if (entry.world->nowMs() - last < kWatchdogMs)
+                    continue;
+                for (const FakeCallRecord &record : entry.world->timeline()) {
+                    if (!isPoll(record))
+                        last = qMax(last, record.atMs);
+                }
+                if (entry.world->nowMs() - last < kWatchdogMs)
+                    continue;
+                std::printf("sequence %u: \"%s\" hangs\n", entry.seed, entry.what);
+                for (const FakeCallRecord &record : entry.world->timeline()) {
+                    if (!isPoll(record))
+                        std::printf("%lld %p %d %s\n", static_cast<long long>(record.atMs),
+                                    record.thread, int(record.call), qPrintable(record.text));
+                }
+                std::fflush(stdout);
+                std::abort();
+            }
+        }
+    }
+
+    std::mutex m_mutex;
+    std::list<Entry> m_entries;
+    std::atomic<bool> m_end {false};
+    std::thread m_thread;
+};
+
+Watchdog *s_watchdog = nullptr;
+
+class Sequence {
+public:
+    explicit Sequence(quint32 seed)
+        : m_seed(seed)
+        , m_random(seed)
+    {
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        m_audio.enter();
+        for (int i = 0; i < kDevices; ++i) {
+            m_ids[i] = QStringLiteral("{%1}.%2").arg(seed).arg(i);
+            m_audio.add(m_ids[i], QString::fromLatin1(kNames[i]));
+            m_audio.setEndlessFrames(m_ids[i], 16);
+        }
+        m_mic = QStringLiteral("{%1}.mic").arg(seed);
+        m_audio.add(m_mic, QStringLiteral("Mic"), eCapture);
+        m_audio.setDefault(m_ids[0]);
+    }
+
+    QStringList run()
+    {
+        m_capture = std::make_unique<AudioCapture>();
+        if (m_random.bounded(4) != 0)
+            call("first start", [&] { m_capture->startCapture(); });
+
+        std::vector<std::thread> threads;
+        const auto onThread = [&](void (Sequence::*part)(QRandomGenerator &)) {
+            const quint32 seed = m_random.generate();
+            threads.emplace_back([this, part, seed] {
+                QRandomGenerator random(seed);
+                m_audio.enter();
+                (this->*part)(random);
+                --m_busy;
+            });
+        };
+        m_busy = 4;
+        onThread(&Sequence::changeDefaults);
+        onThread(&Sequence::changeDevices);
+        onThread(&Sequence::changeStates);
+        onThread(&Sequence::actFromElsewhere);
+        actAsUser(m_random);
+
+        const bool endsEarly = m_random.bounded(4) == 0;
+        if (endsEarly)
+            m_foreignCallsEnd = true; // notifications go on, calls of its owners do not
+        while (endsEarly ? m_inForeignCall.load() : m_busy > 0)
+            spin(5);
+        if (!endsEarly)
+            settle();
+        call("destruction", [&] { m_capture.reset(); });
+        for (std::thread &thread : threads)
+            thread.join();
+
+        m_wrong += m_audio.problems();
+        const Replay seen = replay(m_audio.timeline());
+        m_wrong += seen.complaints;
+        if (seen.sessionsOpen != 0)
+            m_wrong.append(QStringLiteral("a session that did not end"));
+        if (seen.failures > seen.startsFailed + seen.sessionErrors)
+            m_wrong.append(QStringLiteral("a failure handler without a failure"));
+        if (taskBlocksAlive(&m_audio) != 0)
+            m_wrong.append(QStringLiteral("task memory left behind"));
+        return m_wrong;
+    }
+
+private:
+    void call(const char *what, const std::function<void()> &function)
+    {
+        const auto entry = s_watchdog->enter(&m_audio, m_seed, what);
+        function();
+        s_watchdog->leave(entry);
+    }
+    static void pause(QRandomGenerator &random)
+    {
+        static const int pauses[] = {0, 0, 1, 5, 20, 100, 300, 510, 700};
+        QThread::msleep(ulong(pauses[random.bounded(9)]));
+    }
+
+    // --- threads of the audio system ------------------------------------------------------------
+
+    /// The default changes; what is told last is what is so.
+    void changeDefaults(QRandomGenerator &random)
+    {
+        for (int n = int(random.bounded(1, 4)); n > 0; --n) {
+            pause(random);
+            const std::lock_guard<std::mutex> lock(m_order);
+            const int device = int(random.bounded(kDevices));
+            if (m_present[device])
+                announceDefault(device, int(random.bounded(1, 4)));
+            if (random.bounded(3) == 0)
+                m_audio.notifyDefaultChanged(m_mic, eCapture);
+        }
+    }
+    void announceDefault(int device, int roles)
+    {
+        m_audio.setDefault(m_ids[device]);
+        for (int role = 0; role < roles; ++role) {
+            call("default change",
+                 [&] { m_audio.notifyDefaultChanged(m_ids[device], eRender, ERole(role)); });
+        }
+    }
+
+    /// Devices go and come back.
+    void changeDevices(QRandomGenerator &random)
+    {
+        for (int n = int(random.bounded(0, 3)); n > 0; --n) {
+            pause(random);
+            const std::lock_guard<std::mutex> lock(m_order);
+            const int device = int(random.bounded(kDevices));
+            const int other = (device + 1) % kDevices;
+            if (!m_present[device]) {
+                m_audio.setState(m_ids[device], DEVICE_STATE_ACTIVE);
+                m_audio.bringBack(m_ids[device]);
+                m_present[device] = true;
+                call("added", [&] { m_audio.notifyAdded(m_ids[device]); });
+            } else if (m_present[other]) {
+                m_present[device] = false;
+                const bool wasDefault = m_audio.defaultId() == m_ids[device];
+                if (wasDefault)
+                    m_audio.setDefault(m_ids[other]);
+                if (random.bounded(2) == 0) // forgotten, or known as not present
+                    m_audio.remove(m_ids[device]);
+                else
+                    m_audio.setState(m_ids[device], DEVICE_STATE_NOTPRESENT);
+                call("removed", [&] { m_audio.notifyRemoved(m_ids[device]); });
+                if (wasDefault)
+                    announceDefault(other, 3);
+            }
+        }
+    }
+
+    /// States come and go without the device doing so.
+    void changeStates(QRandomGenerator &random)
+    {
+        static const DWORD states[] = {DEVICE_STATE_ACTIVE, DEVICE_STATE_DISABLED,
+                                       DEVICE_STATE_UNPLUGGED, DEVICE_STATE_ACTIVE, 0x10};
+        for (int n = int(random.bounded(0, 4)); n > 0; --n) {
+            pause(random);
+            const int device = int(random.bounded(kDevices + 1));
+            const QString id = device < kDevices ? m_ids[device] : m_mic;
+            const DWORD state = states[random.bounded(5)];
+            call("state change", [&] { m_audio.notifyStateChanged(id, state); });
+            if (random.bounded(4) == 0)
+                m_audio.notifyPropertyChanged(id);
+        }
+    }
+
+    // --- the controller's owners ----------------------------------------------------------------
+
+    void actAsUser(QRandomGenerator &random)
+    {
+        for (int n = int(random.bounded(1, 5)); n > 0; --n) {
+            static const int pauses[] = {0, 1, 10, 100, 400, 550};
+            spin(pauses[random.bounded(6)]);
+            switch (random.bounded(6)) {
+            case 0:
+                call("start", [&] { m_capture->startCapture(); });
+                break;
+            case 1:
+                call("stop", [&] { m_capture->stopCapture(); });
+                break;
+            case 2: // the worker ends by itself
+                m_audio.fail(FakeCall::GetNextPacketSize, {AUDCLNT_E_DEVICE_INVALIDATED},
+                             m_audio.calls(FakeCall::GetNextPacketSize) + 1, 1);
+                break;
+            case 3: // the worker cannot begin
+                m_audio.fail(FakeCall::Start,
+                             {random.bounded(2) ? AUDCLNT_E_DEVICE_INVALIDATED : E_FAIL},
+                             m_audio.calls(FakeCall::Start) + 1, 1);
+                break;
+            default:
+                call("choice", [&] { m_capture->setCurrentDevice(someText(random)); });
+                break;
+            }
+        }
+    }
+
+    void actFromElsewhere(QRandomGenerator &random)
+    {
+        for (int n = int(random.bounded(0, 3)); n > 0; --n) {
+            pause(random);
+            m_inForeignCall = true;
+            if (m_foreignCallsEnd) {
+                m_inForeignCall = false;
+                return;
+            }
+            switch (random.bounded(5)) {
+            case 0:
+                call("start elsewhere", [&] { m_capture->startCapture(); });
+                break;
+            case 1:
+                call("stop elsewhere", [&] { m_capture->stopCapture(); });
+                break;
+            case 2:
+                call("catalogue elsewhere", [&] { m_capture->flushDevices(); });
+                break;
+            case 3:
+                call("choice elsewhere", [&] { m_capture->setCurrentDevice(someText(random)); });
+                break;
+            default:
+                call("question elsewhere", [&] {
+                    m_capture->isCapturing();
+                    m_capture->devices();
+                });
+                break;
+            }
+            m_inForeignCall = false;
+        }
+    }
+
+    QString someText(QRandomGenerator &random)
+    {
+        const auto entries = m_capture->devices();
+        const int choice = int(random.bounded(entries.size() + 2));
+        if (choice < entries.size())
+            return entries.at(choice).name;
+        return choice == entries.size() ? kFollow : QStringLiteral("Head"); // listed nowhere
+    }
+
+    // --- the model ------------------------------------------------------------------------------
+
+    /// All threads are done, and what is pending comes to rest.
+    void settle()
+    {
+        for (const QString &id : m_ids) {
+            m_audio.bringBack(id);
+            m_audio.setState(id, DEVICE_STATE_ACTIVE);
+        }
+        m_audio.clearFaults();
+        switch (m_random.bounded(4)) {
+        case 0:
+            settleByChoice();
+            break;
+        case 1:
+            settleByStop();
+            break;
+        default:
+            break;
+        }
+        checkState();
+    }
+
+    /// The last choice is what is captured.
+    void settleByChoice()
+    {
+        const auto entries = m_capture->devices();
+        if (entries.isEmpty())
+            return;
+        const DeviceEntry entry = entries.at(int(m_random.bounded(entries.size())));
+        call("last choice", [&] { m_capture->setCurrentDevice(entry.name); });
+        const bool reached = spinUntil(
+            [&] {
+                const QString wanted = entry.id.isEmpty() ? m_audio.defaultId() : entry.id;
+                return m_audio.capturedDevice() == wanted
+                    && m_capture->currentDevice() == entry.name;
+            },
+            10000);
+        if (!reached)
+            m_wrong.append(QStringLiteral("chose %1 (%2), captures %3, current %4")
+                               .arg(entry.name, entry.id, m_audio.capturedDevice(),
+                                    m_capture->currentDevice()));
+    }
+
+    /// Once no timer is pending, a stop is for good.
+    void settleByStop()
+    {
+        spin(1200); // a restart that is armed, and the start that it leads to
+        call("last stop", [&] { m_capture->stopCapture(); });
+        if (!spinUntil([&] { return m_audio.capturedDevice().isEmpty(); }, 3000))
+            m_wrong.append(QStringLiteral("captures after the stop"));
+        spin(600);
+        if (!m_audio.capturedDevice().isEmpty() || m_capture->isCapturing())
+            m_wrong.append(QStringLiteral("came back after the stop"));
+    }
+
+    /// Whatever is captured is what the last start chose, and that start was for the device that
+    /// is wanted now.
+    void checkState()
+    {
+        // Not while a start is under way or a session has not begun or ended yet.
+        QStringList wrong;
+        const bool right = spinUntil(
+            [&] {
+                wrong.clear();
+                const Replay seen = replay(m_audio.timeline());
+                const QString captured = m_audio.capturedDevice();
+                if (captured.isEmpty() || seen.starts == 0)
+                    return true;
+                if (!seen.lastStartSucceeded || captured != seen.lastDevice)
+                    wrong.append(QStringLiteral("captures %1, the last start chose %2")
+                                     .arg(captured, seen.lastDevice));
+                QString servedText;
+                for (const FakeCallRecord &record : m_audio.timeline()) {
+                    if (record.text.startsWith(QStringLiteral("音频设备——（")))
+                        servedText = record.text.mid(7).section(QStringLiteral("）已就绪"), 0, 0);
+                }
+                if (servedText != m_capture->currentDevice())
+                    wrong.append(QStringLiteral("wanted is %1, the last start was for %2")
+                                     .arg(m_capture->currentDevice(), servedText));
+                if (servedText == kFollow && captured != m_audio.defaultId())
+                    wrong.append(QStringLiteral("follows, captures %1, the default is %2")
+                                     .arg(captured, m_audio.defaultId()));
+                spin(20);
+                return wrong.isEmpty();
+            },
+            4000);
+        if (!right)
+            m_wrong += wrong;
+    }
+
+    const quint32 m_seed;
+    QRandomGenerator m_random;
+    FakeAudio m_audio;
+    QString m_ids[kDevices];
+    QString m_mic;
+    bool m_present[kDevices] = {true, true, true};
+    std::mutex m_order; ///< guards m_present; default changes are told in their order
+    std::unique_ptr<AudioCapture> m_capture;
+    std::atomic<int> m_busy {0};
+    std::atomic<bool> m_foreignCallsEnd {false};
+    std::atomic<bool> m_inForeignCall {false};
+    QStringList m_wrong;
+};
+
+int setting(int argc, char **argv, int index, const char *variable, int fallback)
+{
+    if (argc > index)
+        return int(std::strtoul(argv[index], nullptr, 10));
+    bool given = false;
+    const int value = qEnvironmentVariableIntValue(variable, &given);
+    return given ? value : fallback;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    const int sequences = setting(argc, argv, 1, "TONEWELL_FUZZ_SEQUENCES", 300);
+    const auto seed = quint32(setting(argc, argv, 2, "TONEWELL_FUZZ_SEED",
+                                      int(QRandomGenerator::global()->bounded(1U << 30))));
+    const int lanes = setting(argc, argv, 3, "TONEWELL_FUZZ_LANES", 64);
+    std::printf("%d sequences from seed %u on\n", sequences, seed);
+    std::fflush(stdout);
+
+    FakeAudio elsewhere; // the world of threads that have not met theirs yet
+    MessageLog log(MessageLog::Keep::InTheWorldsOnly);
+    setReportSink([](const QString &) {});
+    Watchdog watchdog;
+    s_watchdog = &watchdog;
+    Complaints complaints;
+    QElapsedTimer clock;
+    clock.start();
+    runInLanes(lanes, sequences, [&](int job) {
+        const quint32 own = seed + quint32(job);
+        complaints.add(QStringLiteral("sequence %1").arg(own), Sequence(own).run());
+    });
+    std::printf("%s%s%d sequences in %.1f s\n", qPrintable(complaints.summary()),
+                complaints.summary().isEmpty() ? "" : "\n", sequences,
+                double(clock.elapsed()) / 1000);
+    return complaints.summary().isEmpty() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
