@@ -5,6 +5,7 @@
 #include <QScreen>
 #include <QtTest>
 
+#include <thread>
 #include <windows.h>
 
 class TestDisplaySettings : public QObject {
@@ -41,13 +42,11 @@ void TestDisplaySettings::otherDevicesAndModesFail()
 void TestDisplaySettings::onlyOnTheGuiThread()
 {
     BOOL answered = TRUE;
-    QScopedPointer<QThread> thread(QThread::create([&answered] {
+    std::thread([&answered] {
         DEVMODEW mode {};
         mode.dmSize = sizeof(mode);
         answered = EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode);
-    }));
-    thread->start();
-    thread->wait();
+    }).join();
     QVERIFY(!answered);
 }
 

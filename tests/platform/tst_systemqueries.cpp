@@ -7,6 +7,7 @@
 
 #include <windows.h>
 
+#include <thread>
 #include <unistd.h>
 #include <winsvc.h>
 
@@ -120,9 +121,7 @@ void TestSystemQueries::lastErrorIsTheThreads()
 {
     SetLastError(ERROR_NOT_FOUND);
     DWORD other = ERROR_ACCESS_DENIED;
-    QScopedPointer<QThread> thread(QThread::create([&other] { other = GetLastError(); }));
-    thread->start();
-    thread->wait();
+    std::thread([&other] { other = GetLastError(); }).join();
     QCOMPARE(other, DWORD(ERROR_SUCCESS));
     QCOMPARE(GetLastError(), DWORD(ERROR_NOT_FOUND));
 }

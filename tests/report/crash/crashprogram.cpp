@@ -21,6 +21,25 @@
 #include <thread>
 #include <unistd.h>
 
+// Known outside of this file, so that the compiler cannot tell which run() is called.
+struct Abstract;
+void callPure(Abstract *object);
+
+struct Abstract {
+    Abstract() { callPure(this); } // the derived class is not there yet
+    virtual ~Abstract() = default;
+    virtual void run() = 0;
+};
+
+struct Concrete : Abstract {
+    void run() override { }
+};
+
+[[gnu::noinline]] void callPure(Abstract *object)
+{
+    object->run();
+}
+
 namespace {
 
 void announce(const char *instruction = nullptr)
@@ -46,24 +65,6 @@ volatile int g_depth = 0;
     std::memset(const_cast<char *>(frame), depth, sizeof(frame));
     g_depth = depth;
     return depth < 0 ? frame[0] : overflow(depth + 1) + frame[1];
-}
-
-struct Abstract;
-void callPure(Abstract *object);
-
-struct Abstract {
-    Abstract() { callPure(this); } // the derived class is not there yet
-    virtual ~Abstract() = default;
-    virtual void run() = 0;
-};
-
-struct Concrete : Abstract {
-    void run() override { }
-};
-
-[[gnu::noinline]] void callPure(Abstract *object)
-{
-    object->run();
 }
 
 [[gnu::noinline]] void throwNow()
