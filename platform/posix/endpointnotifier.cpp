@@ -3,9 +3,16 @@
 #include <algorithm>
 #include <csignal>
 #include <functiondiscoverykeys_devpkey.h>
+#include <future>
 #include <pthread.h>
 
 namespace {
+
+// The notifier that is calling a client on this thread.
+thread_local const EndpointNotifier *t_calling = nullptr;
+
+// How long the first role's listener may take before the other roles are told beside it.
+constexpr std::chrono::milliseconds RoleDelay {50};
 
 // Signals sent to the process belong to the threads that wait for them. Those that a fault of
 // this thread raises stay open: the crash handlers must see them.
@@ -85,7 +92,7 @@ void EndpointNotifier::removeAll(const void *owner)
 void EndpointNotifier::finishRemoval(std::unique_lock<std::mutex> *lock,
                                      const Registration &registration)
 {
-    if (std::this_thread::get_id() != m_thread.get_id())
+    if (t_calling != this)
         m_called.wait(*lock, [&] { return m_calling != registration.number; });
     lock->unlock();
     registration.client->Release();
@@ -121,7 +128,9 @@ void EndpointNotifier::deliver(const EndpointAnnouncement &announcement)
         listener.client->AddRef();
         m_calling = listener.number;
         lock.unlock();
+        t_calling = this;
         call(listener.client, announcement);
+        t_calling = nullptr;
         listener.client->Release();
         lock.lock();
         m_calling = 0;
@@ -143,11 +152,24 @@ void EndpointNotifier::call(IMMNotificationClient *client, const EndpointAnnounc
         client->OnDeviceStateChanged(id, announcement.state);
         break;
     case EndpointAnnouncement::DefaultChanged:
-        for (const ERole role : {eConsole, eMultimedia, eCommunications})
-            client->OnDefaultDeviceChanged(announcement.flow, role, id);
+        callForEveryRole(client, announcement.flow, id);
         break;
     case EndpointAnnouncement::NameChanged:
         client->OnPropertyValueChanged(id, PKEY_Device_FriendlyName);
         break;
     }
+}
+
+void EndpointNotifier::callForEveryRole(IMMNotificationClient *client, EDataFlow flow, LPCWSTR id)
+{
+    std::promise<void> consoleTold;
+    std::thread others([this, client, flow, id, told = consoleTold.get_future()] {
+        t_calling = this;
+        told.wait_for(RoleDelay);
+        client->OnDefaultDeviceChanged(flow, eMultimedia, id);
+        client->OnDefaultDeviceChanged(flow, eCommunications, id);
+    });
+    client->OnDefaultDeviceChanged(flow, eConsole, id);
+    consoleTold.set_value();
+    others.join();
 }

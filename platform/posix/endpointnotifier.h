@@ -13,6 +13,10 @@
 /// Follows a catalogue and calls every registered IMMNotificationClient, one at a time, on a
 /// thread of its own. No lock is held during a call, so a client may use the whole device API in
 /// it and may take as long as it likes; the sound library's thread never waits for it.
+///
+/// A new default is told once for each role, in the order console, multimedia, communications. A
+/// listener tells these three from three changes by their time, so a listener that takes long over
+/// the first is told the other two meanwhile, on a second thread.
 class EndpointNotifier {
 public:
     /// The catalogue outlives the notifier.
@@ -47,7 +51,8 @@ private:
 
     void run();
     void deliver(const EndpointAnnouncement &announcement);
-    static void call(IMMNotificationClient *client, const EndpointAnnouncement &announcement);
+    void call(IMMNotificationClient *client, const EndpointAnnouncement &announcement);
+    void callForEveryRole(IMMNotificationClient *client, EDataFlow flow, LPCWSTR id);
     void finishRemoval(std::unique_lock<std::mutex> *lock, const Registration &registration);
 
     EndpointCatalogue *const m_catalogue;

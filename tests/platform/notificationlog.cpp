@@ -48,13 +48,12 @@ void NotificationLog::setAction(std::function<void()> action)
     m_action = std::move(action);
 }
 
-bool NotificationLog::heardOnOneOtherThread() const
+bool NotificationLog::heardOnOtherThreads() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return !m_threads.empty()
-        && std::all_of(m_threads.begin(), m_threads.end(), [&](std::thread::id id) {
-               return id == m_threads.front() && id != std::this_thread::get_id();
-           });
+        && std::all_of(m_threads.begin(), m_threads.end(),
+                       [&](std::thread::id id) { return id != std::this_thread::get_id(); });
 }
 
 HRESULT NotificationLog::QueryInterface(REFIID riid, void **object)

@@ -25,8 +25,8 @@ public:
 
     long references() const { return m_references; }
 
-    /// Whether every notification came on one and the same thread, and that is not this one.
-    bool heardOnOneOtherThread() const;
+    /// Whether there were notifications and none of them came on this thread.
+    bool heardOnOtherThreads() const;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void **object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;

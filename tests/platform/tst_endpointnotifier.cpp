@@ -46,7 +46,7 @@ private Q_SLOTS:
     void goneEndpointsAreRememberedWithinBounds();
     void reconnectionIsANewConnection();
     void waitingEndsWithTheDeadline();
-    void listenersHearOnOneThreadOfItsOwn();
+    void listenersHearOnThreadsOfItsOwn();
     void registrationHoldsAReference();
     void twoRegistrationsHearTwice();
     void removalWaitsForACallUnderWay();
@@ -54,6 +54,7 @@ private Q_SLOTS:
     void removalDropsWhatHasNotBeenTold();
     void noLockIsHeldDuringACall();
     void slowListenerHearsTheLatestDefault();
+    void slowListenerHearsEveryRoleMeanwhile();
     void ownerTakesItsRegistrationsAlong();
     void destructionReleasesListeners();
 };
@@ -151,7 +152,7 @@ void EndpointNotifierTest::waitingEndsWithTheDeadline()
              std::uint64_t(1));
 }
 
-void EndpointNotifierTest::listenersHearOnOneThreadOfItsOwn()
+void EndpointNotifierTest::listenersHearOnThreadsOfItsOwn()
 {
     EndpointCatalogue catalogue;
     NotificationLog log;
@@ -169,7 +170,7 @@ void EndpointNotifierTest::listenersHearOnOneThreadOfItsOwn()
     renamed.name = L"New name";
     catalogue.update(renamed);
     QVERIFY(log.waitFor({QStringLiteral("added c"), QStringLiteral("name c")}));
-    QVERIFY(log.heardOnOneOtherThread());
+    QVERIFY(log.heardOnOtherThreads());
 }
 
 void EndpointNotifierTest::registrationHoldsAReference()
@@ -301,6 +302,29 @@ void EndpointNotifierTest::slowListenerHearsTheLatestDefault()
     const QStringList lines = log.lines();
     QVERIFY2(lines.size() < 30, qPrintable(QString::number(lines.size())));
     QCOMPARE(lines.last(), QStringLiteral("default render communications b"));
+}
+
+void EndpointNotifierTest::slowListenerHearsEveryRoleMeanwhile()
+{
+    EndpointCatalogue catalogue;
+    NotificationLog log;
+    EndpointNotifier notifier(&catalogue);
+    notifier.add(this, &log);
+    fill(&catalogue);
+    QVERIFY(waitUntilDelivered(notifier));
+    std::atomic<int> calls {0};
+    std::atomic<bool> consoleReturned {false};
+    log.setAction([&] {
+        if (calls++ == 0) {
+            std::this_thread::sleep_for(1500ms);
+            consoleReturned = true;
+        }
+    });
+    catalogue.setDefaults(L"b", L"");
+    QVERIFY(log.waitFor(NotificationLog::defaultLines(QStringLiteral("b"))));
+    QVERIFY(!consoleReturned);
+    QVERIFY(waitUntilDelivered(notifier));
+    QCOMPARE(calls.load(), 3);
 }
 
 void EndpointNotifierTest::ownerTakesItsRegistrationsAlong()
