@@ -36,6 +36,10 @@ def wait_until(condition, seconds, what):
         time.sleep(0.02)
 
 
+class ServerError(Exception):
+    """The sound server refused a request, or there is none."""
+
+
 class Message:
     """One received message: its arrival time, levels (x 400) and 100 bars."""
 
@@ -186,11 +190,14 @@ class World:
         self.servers.clear()
 
     def pactl(self, *words):
-        return subprocess.run(["pactl", *words], env=self.environment, check=True, timeout=10,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True).stdout.strip()
+        done = subprocess.run(["pactl", *words], env=self.environment, timeout=10,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        if done.returncode != 0:
+            raise ServerError(f"pactl {' '.join(words)}: {done.stderr.strip()}")
+        return done.stdout.strip()
 
     def has_server(self):
-        with contextlib.suppress(subprocess.SubprocessError):
+        with contextlib.suppress(ServerError, subprocess.TimeoutExpired):
             return self.pactl("info")
         return None
 

@@ -1,0 +1,182 @@
+"""Hundreds of default switches, sink removals and server kills under one running program.
+
+usage: stress_devices.py [--switches N] [--removals N] [--kills N]
+
+A tone plays on one sink only, and a microphone is there throughout. After every event the
+program must capture the default sink's monitor and nothing else, its bars must follow, and
+in the end its memory, descriptors and threads must be where they were. Prints how long the
+first bars of the new device took. Ends with 1 if anything did not hold.
+"""
+import argparse
+import os
+import sys
+import time
+
+import harness
+
+TONE_PLAYER = os.path.join(os.path.dirname(harness.PROGRAM), "toneplayer")
+DOWN = 4.0  # seconds without a server: longer than a start waits for a worker that is gone
+
+
+def tone_on(side):
+    def condition(message):
+        left, right = (message.left, message.right) if side == "left" else (message.right, message.left)
+        return max(left) >= 60 and not any(right)
+    return condition
+
+
+def is_silent(message):
+    return not any(message.bars)
+
+
+class Stress:
+    def __init__(self, world):
+        self.world = world
+        self.times = {}
+        self.player = None
+        self.side = None
+
+    def begin(self):
+        self.world.add_sink("resting")
+        self.world.set_default("resting")
+        self.world.add_sink("quiet", 44100)
+        self.loud = self.world.add_sink("loud")
+        self.play()
+        # A stream put by hand on a sink that is not the default stays there when it changes.
+        stream = self.world.sink_inputs().pop()
+        self.world.pactl("move-sink-input", stream, "quiet")
+        self.world.pactl("move-sink-input", stream, "loud")
+        self.world.set_default("loud")
+        self.program = self.world.start_program()
+        self.client = self.world.connect()
+        self.client.wait_for(tone_on(self.side), 10, "the tone")
+
+    def play(self):
+        """A tone on the loud sink that lasts until it is ended, each time on the other side, since
+        the bars of a lost device stand still."""
+        self.side = "right" if self.side == "left" else "left"
+        self.player = self.world.start("player", TONE_PLAYER, "loud", "48000", "front-left,front-right",
+                                       "1000", *(("0.5", "0") if self.side == "left" else ("0", "0.5")))
+        harness.wait_until(self.world.sink_inputs, 5, "the tone's stream")
+
+    def captured_sources(self):
+        names = {}
+        for line in self.world.pactl("list", "short", "sources").splitlines():
+            index, name = line.split("\t")[:2]
+            names[index] = name
+        return [names.get(line.split("\t")[1]) for line in
+                self.world.pactl("list", "short", "source-outputs").splitlines()]
+
+    def expect(self, what, condition, sink, event, seconds=10):
+        """Times the first message that meets the condition from the last step of the event on, then
+        checks the source. The event returns when that step began."""
+        del self.client.messages[:]
+        begin = event()
+        message = self.client.wait_for(lambda m: m.when > begin and condition(m), seconds, what, since=0)
+        self.times.setdefault(what, []).append(message.when - begin)
+        harness.wait_until(lambda: self.captured_sources() == [sink + ".monitor"], 3,
+                           f"capture of {sink}'s monitor alone, not {self.captured_sources()}")
+        if self.program.poll() is not None:
+            raise AssertionError("the program ended")
+
+    def usage(self):
+        process = f"/proc/{self.program.pid}/"
+        with open(process + "status", encoding="ascii") as status:
+            fields = dict(line.split(":", 1) for line in status)
+        return {"KiB": int(fields["VmRSS"].split()[0]), "descriptors": len(os.listdir(process + "fd")),
+                "threads": int(fields["Threads"])}
+
+    def choose(self, sink):
+        begin = time.monotonic()
+        self.world.pactl("set-default-sink", sink)
+        return begin
+
+    def switch(self):
+        self.expect("switch to silence", is_silent, "quiet", lambda: self.choose("quiet"))
+        self.expect("switch to the tone", tone_on(self.side), "loud", lambda: self.choose("loud"))
+
+    def remove(self):
+        def leave():
+            begin = time.monotonic()
+            self.world.pactl("unload-module", self.loud)
+            self.world.pactl("set-default-sink", "quiet")
+            return begin
+
+        def come_back():
+            self.loud = self.world.add_sink("loud")
+            self.play()
+            return self.choose("loud")
+
+        harness.end_process(self.player)
+        self.expect("removal", is_silent, "quiet", leave)
+        self.expect("return of a sink", lambda m: tone_on(self.side)(m), "loud", come_back)
+
+    def kill(self):
+        self.world.kill_server()
+        harness.end_process(self.player)
+        time.sleep(DOWN)
+
+        def come_back():
+            self.world.start_server()
+            self.loud = self.world.add_sink("loud")
+            begin = self.choose("loud")
+            self.play()
+            return begin
+
+        self.expect("return of the server", lambda m: tone_on(self.side)(m), "loud", come_back, 15)
+        self.world.add_sink("resting")
+        self.world.add_sink("quiet", 44100)
+
+    def report(self):
+        for what, times in self.times.items():
+            times = sorted(times)
+            print(f"  {what}: {len(times)} times, first bars after median {1000 * times[len(times) // 2]:.0f} ms, "
+                  f"p95 {1000 * times[int(0.95 * len(times))]:.0f} ms, longest {1000 * times[-1]:.0f} ms")
+
+
+def rounds(stress, name, count, step):
+    if not count:
+        return
+    warm = min(10, max(2, count // 10))  # the first lost server also makes the one report
+    for done in range(count):
+        if done == warm:
+            before = stress.usage()
+        step()
+        if (done + 1) % 10 == 0:
+            print(f"  {name} {done + 1}/{count}", flush=True)
+    if count <= warm:
+        return
+    after = stress.usage()
+    print(f"  {name}: {before} before, {after} after", flush=True)
+    if (after["descriptors"] > before["descriptors"] + 2 or after["threads"] > before["threads"]
+            or after["KiB"] > before["KiB"] * 1.05 + 512):
+        raise AssertionError(f"{name}: memory, descriptors or threads grew")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    parser.add_argument("--switches", type=int, default=200)
+    parser.add_argument("--removals", type=int, default=200)
+    parser.add_argument("--kills", type=int, default=50)
+    options = parser.parse_args()
+
+    world = harness.make_world()
+    print(world.name, flush=True)
+    stress = Stress(world)
+    try:
+        stress.begin()
+        rounds(stress, "switches", options.switches // 2, stress.switch)
+        rounds(stress, "removals", options.removals, stress.remove)
+        rounds(stress, "kills", options.kills, stress.kill)
+    finally:
+        stress.report()
+        if stress.player:
+            harness.end_process(stress.player)
+        world.close()
+
+
+if __name__ == "__main__":
+    try:
+        main()
+    except AssertionError as failure:
+        sys.exit(f"failed: {failure}")
