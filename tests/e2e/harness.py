@@ -142,6 +142,8 @@ def write_tone(path, rate, seconds, left, right):
 class World:
     """A temporary folder with its sound server, players, program and clients."""
 
+    null_sink_options = ()
+
     def __init__(self):
         self.folder = tempfile.mkdtemp(prefix="tonewell-e2e.")
         self.environment = {key: value for key, value in os.environ.items()
@@ -203,7 +205,7 @@ class World:
 
     def add_sink(self, name, rate=48000):
         module = self.pactl("load-module", "module-null-sink", f"sink_name={name}", f"rate={rate}",
-                            f"sink_properties=device.description={name}")
+                            f"sink_properties=device.description={name}", *self.null_sink_options)
         wait_until(lambda: f"\t{name}\t" in self.pactl("list", "short", "sinks"), 5, f"sink {name}")
         return module
 
@@ -255,6 +257,9 @@ class World:
 
 class PulseAudioWorld(World):
     name = "PulseAudio"
+    # As far ahead as a sound card's driver renders, not the two seconds that a sink which can take
+    # back what it has rendered allows itself.
+    null_sink_options = ("norewinds=1",)
 
     def start_server(self):
         self.servers.append(self.start(
