@@ -657,12 +657,15 @@ void TestAudioCaptureStart::doubleStartBeforeTheWorkerBegins()
     // GetService: nothing is used after its release, and the second device is captured.
     Scene scene;
     AudioCapture &capture = scene.make();
+    std::atomic<bool> entered {false};
     std::atomic<bool> go {false};
     scene.audio.setHook(FakeCall::GetService, [&] {
+        entered = true;
         while (!go)
             QThread::msleep(1);
     });
     capture.startCapture();
+    QVERIFY(waitUntil([&] { return entered.load(); }));
     QVERIFY(!capture.isCapturing());
     capture.setCurrentDevice(QStringLiteral("Headset"));
     capture.setCurrentDevice(kFollow);
