@@ -26,6 +26,9 @@ SC_HANDLE handle(std::uintptr_t number)
 
 extern "C" {
 
+// The host's own function, from the file of the same name for each host.
+HRESULT realCoInitializeEx(LPVOID reserved, DWORD coInit);
+
 BOOL __wrap_GetVersionExW(OSVERSIONINFOW *version)
 {
     auto *extended = reinterpret_cast<OSVERSIONINFOEXW *>(version);
@@ -104,11 +107,7 @@ FARPROC __wrap_GetProcAddress(HMODULE, LPCSTR name)
     return fakeHost().getProcAddress ? fakeHost().getProcAddress(name) : nullptr;
 }
 
-// CoInitializeEx is a C++ function on this host.
-HRESULT realCoInitializeEx(LPVOID reserved, DWORD coInit) asm("__real__Z14CoInitializeExPvj");
-HRESULT wrapCoInitializeEx(LPVOID reserved, DWORD coInit) asm("__wrap__Z14CoInitializeExPvj");
-
-HRESULT wrapCoInitializeEx(LPVOID reserved, DWORD coInit)
+HRESULT __wrap_CoInitializeEx(LPVOID reserved, DWORD coInit)
 {
     return fakeHost().coInitialize ? fakeHost().coInitialize()
                                    : realCoInitializeEx(reserved, coInit);

@@ -69,7 +69,7 @@ int main(int argc, char **argv)
     s_way = argc > 1 ? argv[1] : "";
     fakeHost().loadLibrary = [](const wchar_t *name) -> HMODULE {
         const bool known = std::wcscmp(name, L"dbghelp.dll") == 0 && s_way != "no-library";
-        return known ? &s_frames : nullptr;
+        return known ? reinterpret_cast<HMODULE>(&s_frames) : nullptr;
     };
     fakeHost().getProcAddress = [](const char *name) -> FARPROC {
         const std::string wanted = name;
