@@ -259,8 +259,10 @@ void SessionNotifier::sessionDescribed(const QString &path, QDBusPendingCallWatc
     if (user.currentSignature() != QLatin1String("(uo)"))
         return;
     uint id = 0;
+    QDBusObjectPath userPath;
     user.beginStructure();
-    user >> id;
+    user >> id >> userPath;
+    user.endStructure();
     if (id != getuid() || session.value(QStringLiteral("Remote")).toBool()
         || session.value(QStringLiteral("Class")).toString() != QLatin1String("user"))
         return;

@@ -98,7 +98,9 @@ void useHandlerStacks()
 {
     if (s_enabled.exchange(true))
         return;
-    new HandlerStack; // the main thread's lives as long as the process
+    // The main thread's lives as long as the process; kept where a leak check finds it.
+    [[maybe_unused]] static HandlerStack *volatile s_mainThreadStack;
+    s_mainThreadStack = new HandlerStack;
 }
 
 StackLimits threadStackLimits()

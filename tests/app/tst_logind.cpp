@@ -85,7 +85,7 @@ private Q_SLOTS:
 
 private:
     void start(bool withLogind = true);
-    /// Everything that was sent so far has arrived when a further Lock has.
+    /// Everything that was sent so far has arrived when a final disconnect has. Once a test.
     bool settle(Window *window, const QString &id);
 
     std::unique_ptr<MockLogind> m_logind;
@@ -119,18 +119,17 @@ void LogindTest::start(bool withLogind)
 
 bool LogindTest::settle(Window *window, const QString &id)
 {
-    const int before = window->codes.count(WTS_SESSION_LOCK);
-    if (!m_logind->callSession(id, "Lock"))
-        return false;
-    return QTest::qWaitFor(
-        [&] {
-            if (window->codes.count(WTS_SESSION_LOCK) == before)
-                return false;
-            window->codes.removeLast();
-            window->sessions.removeLast();
-            return true;
-        },
-        s_patience);
+    return m_logind->changeProperty(id, "Active", false)
+        && QTest::qWaitFor(
+               [&] {
+                   const int last = window->codes.indexOf(WTS_CONSOLE_DISCONNECT);
+                   if (last < 0)
+                       return false;
+                   window->codes.remove(last);
+                   window->sessions.remove(last);
+                   return true;
+               },
+               s_patience);
 }
 
 void LogindTest::withoutABusRegistrationFailsPromptly()
