@@ -66,7 +66,7 @@ endfunction()
 set(TONEWELL_SANITIZER_ENVIRONMENT
     "ASAN_OPTIONS=detect_stack_use_after_return=1"
     "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"
-    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
+    "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp:halt_on_error=1:second_deadlock_stack=1:history_size=7"
     "UBSAN_OPTIONS=print_stacktrace=1")
 
 # tonewell_test_environment(<ctest name>): what every test process starts with.
@@ -75,8 +75,9 @@ function(tonewell_test_environment name)
     file(MAKE_DIRECTORY ${tmp})
     set_tests_properties(${name} PROPERTIES ENVIRONMENT
         "QT_QPA_PLATFORM=offscreen;TMPDIR=${tmp};LC_ALL=C.UTF-8;${TONEWELL_SANITIZER_ENVIRONMENT}")
-    if(WIN32)
-        set_tests_properties(${name} PROPERTIES ENVIRONMENT "QT_QPA_PLATFORM=windows")
+    if(WIN32) # where Qt prints to a pipe only if it is told so
+        set_tests_properties(${name} PROPERTIES ENVIRONMENT
+            "QT_QPA_PLATFORM=windows;QT_ASSUME_STDERR_HAS_CONSOLE=1")
         if(CMAKE_CROSSCOMPILING) # one Wine session for all
             set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED windows_session)
             set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr unsigned FirstDelay = 100; // ms
-constexpr unsigned LastDelay = 500; // ms
+constexpr unsigned LastDelay = 250; // ms
 
 // For whom the first use waits: a server that is there answers within milliseconds, and one that
 // is not refuses at once. Only one that hangs takes the whole time.

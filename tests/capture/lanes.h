@@ -3,12 +3,13 @@
 
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QStringList>
 #include <QThread>
+#include <thread>
 #include <vector>
 
 /// Handles the calling thread's events for a while.
@@ -42,16 +43,16 @@ inline bool spinUntil(const std::function<bool()> &condition, int timeoutMs)
 inline void runInLanes(int lanes, int jobs, const std::function<void(int)> &job)
 {
     std::atomic<int> next {0};
-    std::vector<std::unique_ptr<QThread>> threads;
+    std::vector<std::thread> threads;
     for (int i = 0; i < lanes; ++i) {
-        threads.emplace_back(QThread::create([&] {
+        threads.emplace_back([&] {
+            const QEventLoop dispatcher; // makes this thread one with events
             for (int n = next++; n < jobs; n = next++)
                 job(n);
-        }));
-        threads.back()->start();
+        });
     }
-    for (const auto &thread : threads)
-        thread->wait();
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 /// Complaints of many threads.

@@ -201,15 +201,15 @@ bool perform(const Scenario &scenario, const Run &run, int index, Complaints &co
             return now.starts > 0 && !now.lastStartSucceeded;
         };
         QStringList verdict;
-        int faults = 0;
-        do { // the fault may hit a session that had come to rest
-            faults = stage.audio.faults();
+        QElapsedTimer clock;
+        clock.start();
+        do { // the fault may hit a session that had come to rest, and a busy machine may lag
             if (run.mode != Mode::ForGood) {
                 spinUntil(atRest, 8000);
                 spin(20);
             }
             verdict = judge(scenario, run, stage);
-        } while (run.mode != Mode::ForGood && stage.audio.faults() != faults);
+        } while (!verdict.isEmpty() && clock.elapsed() < 5000);
         wrong += verdict;
     }
     stage.capture.reset();
@@ -249,6 +249,7 @@ int runScenario(const Scenario &scenario, int lanes)
     FakeAudio elsewhere; // the world of threads that have not met theirs yet
     MessageLog log(MessageLog::Keep::InTheWorldsOnly);
     setReportSink([](const QString &) { ++s_reports; });
+    std::thread([] {}).join(); // a sanitizer starts its own thread with the first of ours
     const int threadsBefore = threadCount();
 
     std::vector<std::unique_ptr<Column>> columns;
@@ -295,8 +296,7 @@ int runScenario(const Scenario &scenario, int lanes)
         expect(each->end < kMostCalls * each->step,
                QStringLiteral("no run was over before its fault"));
     expect(s_reports <= 1, QStringLiteral("%1 reports").arg(s_reports.load()));
-    spin(50);
-    expect(threadCount() <= threadsBefore,
+    expect(spinUntil([&] { return threadCount() <= threadsBefore; }, 5000),
            QStringLiteral("%1 threads, %2 before").arg(threadCount()).arg(threadsBefore));
     expect(complaints.summary().isEmpty(), complaints.summary());
     std::printf("%s: %d runs, %d of them with a fault, %d reports\n", scenario.name, runs.load(),

@@ -88,7 +88,9 @@ private:
     bool waitUntilKnown(const QString &id, bool present = true);
     QStringList enumerate(EDataFlow flow, DWORD mask = DEVICE_STATE_ACTIVE);
     IMMDevice *device(const QString &id);
+    bool hears(LoopbackRecorder *recorder, double frequency, const std::vector<double> &amplitudes);
 
+    QString m_heard; // the last that hears() did
     SoundServer m_server {TONEWELL_TEST_SERVER};
     IMMDeviceEnumerator *m_enumerator = nullptr;
     NotificationLog m_log;
@@ -188,6 +190,36 @@ IMMDevice *AudioSystemTest::device(const QString &id)
     return found;
 }
 
+// Whether a third of a second comes in which every channel has just that tone. On a machine under
+// load the player, not the recorder, is late at times, so the first one need not be good.
+bool AudioSystemTest::hears(LoopbackRecorder *recorder, double frequency,
+                            const std::vector<double> &amplitudes)
+{
+    for (int attempt = 0; attempt < 30; ++attempt) {
+        recorder->forget();
+        if (FAILED(recorder->record(330)) || recorder->frames() < recorder->rate() / 5)
+            continue;
+        bool good = true;
+        m_heard.clear();
+        for (int i = 0; i < recorder->channels(); ++i) {
+            const double expected = amplitudes[std::size_t(i)];
+            const double found = recorder->amplitude(i, frequency);
+            const double harmonic = recorder->amplitude(i, 2 * frequency);
+            good = good && std::fabs(found - expected) < 0.005 && harmonic < 0.005
+                && recorder->peak(i) < expected + 0.005;
+            m_heard += QStringLiteral("channel %1: %2 for %3, peak %4, harmonic %5; ")
+                           .arg(i)
+                           .arg(found)
+                           .arg(expected)
+                           .arg(recorder->peak(i))
+                           .arg(harmonic);
+        }
+        if (good)
+            return true;
+    }
+    return false;
+}
+
 void AudioSystemTest::withoutServerNothingBlocksAndItsStartIsAnnounced()
 {
     QElapsedTimer timer;
@@ -210,7 +242,7 @@ void AudioSystemTest::withoutServerNothingBlocksAndItsStartIsAnnounced()
     QVERIFY2(m_log.waitFor(QStringList {QStringLiteral("added first")}
                            + NotificationLog::defaultLines(QStringLiteral("first"))),
              qPrintable(m_log.lines().join(QLatin1String(", "))));
-    QVERIFY(m_log.heardOnOneOtherThread());
+    QVERIFY(m_log.heardOnOtherThreads());
 }
 
 void AudioSystemTest::endpointsAndTheirNames()
@@ -431,21 +463,11 @@ void AudioSystemTest::tone()
 
     QCOMPARE(recorder.client()->Start(), S_OK);
     QCOMPARE(recorder.waitForSound(), S_OK);
-    QCOMPARE(recorder.record(300), S_OK); // the tone may still be on its way
-    recorder.forget();
-    QCOMPARE(recorder.record(1000), S_OK);
-    QVERIFY2(recorder.frames() > rate / 2 && recorder.frames() % (rate / 100) == 0,
-             qPrintable(QString::number(recorder.frames())));
-    for (int i = 0; i < order.size(); ++i) {
-        const double expected = amplitudes[std::size_t(order[i])];
-        const double found = recorder.amplitude(i, Frequency);
-        QVERIFY2(
-            std::fabs(found - expected) < 0.005,
-            qPrintable(QStringLiteral("channel %1: %2 for %3").arg(i).arg(found).arg(expected)));
-        QVERIFY2(recorder.peak(i) < expected + 0.005,
-                 qPrintable(QStringLiteral("channel %1: %2").arg(i).arg(recorder.peak(i))));
-        QVERIFY(recorder.amplitude(i, 2 * Frequency) < 0.005);
-    }
+    std::vector<double> expected;
+    for (const int channel : order)
+        expected.push_back(amplitudes[std::size_t(channel)]);
+    QVERIFY2(hears(&recorder, Frequency, expected), qPrintable(m_heard));
+    QCOMPARE(recorder.frames() % (rate / 100), 0); // whole packets
     recorder.close();
 }
 
@@ -614,11 +636,7 @@ void AudioSystemTest::stopAndStart()
         QCOMPARE(recorder.client()->Start(), S_OK);
         QCOMPARE(recorder.client()->Start(), AUDCLNT_E_NOT_STOPPED);
         QCOMPARE(recorder.waitForSound(), S_OK);
-        QCOMPARE(recorder.record(300), S_OK);
-        recorder.forget();
-        QCOMPARE(recorder.record(500), S_OK);
-        QVERIFY(std::fabs(recorder.amplitude(0, Frequency) - 0.5) < 0.01);
-        QVERIFY(std::fabs(recorder.amplitude(1, Frequency) - 0.25) < 0.01);
+        QVERIFY2(hears(&recorder, Frequency, {0.5, 0.25}), qPrintable(m_heard));
         QCOMPARE(recorder.client()->Stop(), S_OK);
         QCOMPARE(recorder.client()->Stop(), S_FALSE);
         recorder.record(100); // what had come before
@@ -758,10 +776,7 @@ void AudioSystemTest::microphoneIsNeverHeard()
     QCOMPARE(control.open(m_enumerator, QStringLiteral("mic_feed")), S_OK);
     QCOMPARE(control.client()->Start(), S_OK);
     QCOMPARE(control.waitForSound(), S_OK);
-    QCOMPARE(control.record(300), S_OK);
-    control.forget();
-    QCOMPARE(control.record(300), S_OK);
-    QVERIFY(control.amplitude(0, 3000) > 0.7);
+    QVERIFY2(hears(&control, 3000, {0.8, 0.8}), qPrintable(m_heard));
     control.close();
 
     // A server that wants to rescue the stream of a lost sink must not find the microphone.

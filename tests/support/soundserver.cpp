@@ -196,6 +196,10 @@ bool SoundServer::addSink(const Sink &sink)
                            QStringLiteral("rate=%1").arg(sink.rate),
                            QStringLiteral("channels=%1").arg(sink.channels()),
                            QStringLiteral("channel_map=") + text(sink.channelMap)};
+    // PulseAudio's would render two seconds at once, and whoever comes meanwhile would hear
+    // nothing until they are over.
+    if (m_kind == Kind::PulseAudio)
+        arguments << QStringLiteral("norewinds=1");
     if (!sink.description.isEmpty()) {
         arguments << QStringLiteral("sink_properties=\"device.description='%1'\"")
                          .arg(text(sink.description));
@@ -251,12 +255,23 @@ bool SoundServer::addMicrophone(const QByteArray &name)
 
 bool SoundServer::setDefaultSink(const QByteArray &name)
 {
-    return control({QStringLiteral("set-default-sink"), text(name)});
+    return setDefault(QStringLiteral("set-default-sink"), name);
 }
 
 bool SoundServer::setDefaultSource(const QByteArray &name)
 {
-    return control({QStringLiteral("set-default-source"), text(name)});
+    return setDefault(QStringLiteral("set-default-source"), name);
+}
+
+bool SoundServer::setDefault(const QString &command, const QByteArray &name)
+{
+    // PipeWire answers before its session manager has come up, which keeps the defaults.
+    for (const QDeadlineTimer deadline(PatienceMs); !control({command, text(name)});) {
+        if (deadline.hasExpired())
+            return false;
+        QThread::msleep(20);
+    }
+    return true;
 }
 
 bool SoundServer::loadModule(const QStringList &arguments, QByteArray *number)

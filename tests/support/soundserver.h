@@ -84,6 +84,7 @@ private:
     bool waitForFile(const QString &path);
     bool waitUntilAnswers();
     bool loadModule(const QStringList &arguments, QByteArray *number);
+    bool setDefault(const QString &command, const QByteArray &name);
     bool waitForName(const QString &kind, const QByteArray &name, bool present);
     void signalAll(int number);
     QByteArray infoLine(const QByteArray &title);

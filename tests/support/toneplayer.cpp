@@ -35,8 +35,8 @@ int main(int argc, char **argv)
     for (int i = 5; i < argc; ++i)
         amplitudes.push_back(std::atof(argv[i]));
 
-    // 50 ms ahead: short enough that a switch is heard at once, long enough for a busy machine.
-    pa_buffer_attr attributes {std::uint32_t(-1), std::uint32_t(pa_usec_to_bytes(50000, &spec)),
+    // Short enough that a tone is heard soon, long enough for a busy machine.
+    pa_buffer_attr attributes {std::uint32_t(-1), std::uint32_t(pa_usec_to_bytes(200000, &spec)),
                                std::uint32_t(-1), std::uint32_t(-1), std::uint32_t(-1)};
     int error = 0;
     pa_simple *const stream = pa_simple_new(nullptr, "toneplayer", PA_STREAM_PLAYBACK, argv[1],

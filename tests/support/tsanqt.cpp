@@ -8,6 +8,7 @@
 #include <QMetaObject>
 #include <QMutex>
 #include <QObject>
+#include <QThread>
 #include <QTimer>
 #include <sanitizer/tsan_interface.h>
 
@@ -35,6 +36,7 @@ const bool s_registered =
 #define SINGLE_SHOT                                                                                \
     _ZN6QTimer14singleShotImplEiN2Qt9TimerTypeEPK7QObjectPN9QtPrivate15QSlotObjectBaseE
 #define DELETE_LATER _ZN7QObject11deleteLaterEv
+#define THREAD_WAIT _ZN7QThread4waitEm
 #define LOCK _ZN6QMutex4lockEv
 #define TRY_LOCK _ZN6QMutex7tryLockEi
 #define UNLOCK _ZN6QMutex6unlockEv
@@ -49,6 +51,15 @@ void WRAP(ACTIVATE)(QObject *sender, const QMetaObject *meta, int signal, void *
 {
     __tsan_release(&s_events);
     REAL(ACTIVATE)(sender, meta, signal, arguments);
+    __tsan_release(&s_events); // what direct connections did, for those who wait for the thread
+}
+
+bool REAL(THREAD_WAIT)(QThread *, unsigned long);
+bool WRAP(THREAD_WAIT)(QThread *thread, unsigned long ms)
+{
+    const bool finished = REAL(THREAD_WAIT)(thread, ms);
+    __tsan_acquire(&s_events);
+    return finished;
 }
 
 bool REAL(INVOKE)(QObject *, const char *, Qt::ConnectionType, QGenericReturnArgument,
