@@ -16,7 +16,7 @@ enum CLSCTX : DWORD {
     CLSCTX_LOCAL_SERVER = 0x4,
     CLSCTX_REMOTE_SERVER = 0x10,
 };
-#define CLSCTX_ALL \
+#define CLSCTX_ALL                                                                                 \
     (CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER | CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER)
 
 #define STGM_READ 0x00000000U

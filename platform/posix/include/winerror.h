@@ -5,8 +5,7 @@
 
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
-#define HRESULT_FROM_WIN32(x) \
-    (static_cast<HRESULT>((x) ? (((x) & 0x0000FFFFU) | 0x80070000U) : 0U))
+#define HRESULT_FROM_WIN32(x) (static_cast<HRESULT>((x) ? (((x)&0x0000FFFFU) | 0x80070000U) : 0U))
 
 #define S_OK static_cast<HRESULT>(0)
 #define S_FALSE static_cast<HRESULT>(1)
