@@ -56,6 +56,7 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
+    void cleanupTestCase();
 
     void withoutServerNothingBlocksAndItsStartIsAnnounced(); // the first: no server has run yet
     void endpointsAndTheirNames();
@@ -84,6 +85,7 @@ private Q_SLOTS:
     void repeatedUseIsFlat();
 
 private:
+    void tidyUp();
     bool waitForDefault(const QString &id);
     bool waitUntilKnown(const QString &id, bool present = true);
     QStringList enumerate(EDataFlow flow, DWORD mask = DEVICE_STATE_ACTIVE);
@@ -107,14 +109,14 @@ void AudioSystemTest::initTestCase()
 
 void AudioSystemTest::init()
 {
-    const bool first = !m_enumerator;
-    if (first) {
+    if (!m_enumerator) {
         QElapsedTimer timer;
         timer.start();
         QCOMPARE(createDeviceEnumerator(&m_enumerator), S_OK);
         // A refused connection ends the wait for the first answers at once.
         QVERIFY2(timer.elapsed() < 1000, qPrintable(QString::number(timer.elapsed())));
     }
+    tidyUp(); // after a test whose preparation failed, nobody else has
     QCOMPARE(m_enumerator->RegisterEndpointNotificationCallback(&m_log), S_OK);
     const char *const test = QTest::currentTestFunction();
     if (qstrcmp(test, "withoutServerNothingBlocksAndItsStartIsAnnounced") == 0)
@@ -124,7 +126,10 @@ void AudioSystemTest::init()
     QVERIFY2(m_server.addSink({"a", "Speakers A"}), qPrintable(m_server.errorText()));
     QVERIFY2(m_server.addSink({"b", "Speakers B", 44100}), qPrintable(m_server.errorText()));
     QVERIFY2(m_server.setDefaultSink("a"), qPrintable(m_server.errorText()));
-    QVERIFY(waitForDefault(QStringLiteral("a")));
+    QVERIFY2(waitForDefault(QStringLiteral("a")),
+             qPrintable(QStringLiteral("known: %1; the server's default: %2")
+                            .arg(enumerate(eAll).join(QLatin1String(", ")),
+                                 QString::fromUtf8(m_server.defaultSink()))));
     QVERIFY(waitUntilKnown(QStringLiteral("b")));
     // Whatever led here is told before the test begins.
     QTest::qWait(400);
@@ -133,13 +138,27 @@ void AudioSystemTest::init()
 
 void AudioSystemTest::cleanup()
 {
+    if (m_enumerator)
+        tidyUp();
+}
+
+void AudioSystemTest::cleanupTestCase()
+{
     if (!m_enumerator)
         return;
+    tidyUp();
+    QCOMPARE(m_enumerator->Release(), ULONG(0));
+}
+
+void AudioSystemTest::tidyUp()
+{
     m_log.setAction({});
     m_enumerator->UnregisterEndpointNotificationCallback(&m_log);
     QCOMPARE(m_log.references(), 1L);
-    if (m_server.isRunning())
-        QVERIFY2(m_server.clear(), qPrintable(m_server.errorText()));
+    if (m_server.isRunning() && !m_server.clear()) {
+        qWarning("%s", qPrintable(m_server.errorText()));
+        m_server.kill();
+    }
     m_log.clear();
 }
 
