@@ -1,0 +1,133 @@
+"""What `cmake --install` puts where, and that desktops and readers can use it."""
+import configparser
+import gzip
+import os
+import re
+import shutil
+import struct
+import subprocess
+import unittest
+import xml.etree.ElementTree
+
+from installed import Installation, run
+
+FILES = {
+    "bin/TonewellDetection",
+    "bin/tonewell-monitor",
+    "etc/xdg/autostart/tonewell-detection.desktop",
+    "lib/systemd/user/tonewell-detection.service",
+    "share/applications/tonewell-monitor.desktop",
+    "share/doc/tonewell-detection/changelog.Debian.gz",
+    "share/doc/tonewell-detection/copyright",
+    "share/doc/tonewell-detection/examples/README.md",
+    "share/doc/tonewell-detection/examples/cpp/CMakeLists.txt",
+    "share/doc/tonewell-detection/examples/cpp/main.cpp",
+    "share/doc/tonewell-detection/examples/python/spectrum_consumer.py",
+    "share/doc/tonewell-detection/protocol.md",
+    "share/icons/hicolor/256x256/apps/tonewell.png",
+    "share/icons/hicolor/48x48/apps/tonewell.png",
+    "share/icons/hicolor/scalable/apps/tonewell.svg",
+    "share/man/man1/TonewellDetection.1.gz",
+    "share/man/man1/tonewell-monitor.1.gz",
+    "share/man/man7/tonewell-message.7.gz",
+    "share/tonewell/cmake/TonewellConfig.cmake",
+    "share/tonewell/cmake/TonewellConfigVersion.cmake",
+    "share/tonewell/commoninterface.rep",
+}
+
+
+class Installed(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.copy = Installation()
+        cls.addClassCleanup(cls.copy.close)
+
+    def ini(self, *names):
+        # systemd repeats keys that hold lists; the files here do not.
+        parser = configparser.ConfigParser(interpolation=None)
+        parser.optionxform = str
+        with open(self.copy.path(*names), encoding="utf-8") as file:
+            parser.read_file(file)
+        return parser
+
+    def manual(self, name):
+        with gzip.open(self.copy.path("share/man", "man" + name[-1], name + ".gz"), "rt") as file:
+            return file.read()
+
+    def test_files_are_where_they_belong(self):
+        self.assertEqual(self.copy.files() ^ FILES, set())
+
+    def test_programs_know_no_build_folder(self):
+        for name in ("TonewellDetection", "tonewell-monitor"):
+            self.assertTrue(os.access(self.copy.path("bin", name), os.X_OK))
+            dynamic = run("readelf", "-d", self.copy.path("bin", name))
+            self.assertIn("NEEDED", dynamic)
+            self.assertNotRegex(dynamic, "R(UN)?PATH")
+
+    def test_user_service_follows_the_graphical_session(self):
+        unit = self.ini("lib/systemd/user/tonewell-detection.service")
+        self.assertEqual(unit["Service"]["ExecStart"], self.copy.path("bin/TonewellDetection"))
+        self.assertEqual(unit["Service"]["Restart"], "on-failure")
+        self.assertEqual(unit["Unit"]["PartOf"], "graphical-session.target")
+        self.assertIn("graphical-session.target", unit["Unit"]["After"].split())
+        self.assertEqual(unit["Install"]["WantedBy"], "graphical-session.target")
+        self.assertNotIn("PrivateTmp", unit["Service"])
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "systemd-analyze is not installed")
+    def test_systemd_accepts_the_user_service(self):
+        runtime = os.path.join(self.copy.folder, "run")
+        os.mkdir(runtime, 0o700)
+        # What it does not know, it names and ignores.
+        self.assertEqual(run("systemd-analyze", "--user", "--man=no", "verify",
+                             self.copy.path("lib/systemd/user/tonewell-detection.service"),
+                             env={**os.environ, "XDG_RUNTIME_DIR": runtime, "HOME": self.copy.folder}), "")
+
+    def test_autostart_leaves_systemd_sessions_to_the_service(self):
+        entry = self.ini("etc/xdg/autostart/tonewell-detection.desktop")["Desktop Entry"]
+        self.assertEqual(entry["Exec"], self.copy.path("bin/TonewellDetection"))
+        self.assertEqual(entry["X-systemd-skip"], "true")
+        self.assertEqual(entry["X-GNOME-HiddenUnderSystemd"], "true")
+
+    @unittest.skipUnless(shutil.which("desktop-file-validate"), "desktop-file-validate is not installed")
+    def test_desktop_entries_are_valid(self):
+        self.assertEqual(run("desktop-file-validate",
+                             self.copy.path("etc/xdg/autostart/tonewell-detection.desktop"),
+                             self.copy.path("share/applications/tonewell-monitor.desktop")), "")
+
+    def test_icons_have_their_sizes(self):
+        for size in (48, 256):
+            with open(self.copy.path(f"share/icons/hicolor/{size}x{size}/apps/tonewell.png"), "rb") as file:
+                head = file.read(24)
+            self.assertEqual(head[:8], b"\x89PNG\r\n\x1a\n")
+            self.assertEqual(struct.unpack(">II", head[16:]), (size, size))
+        picture = xml.etree.ElementTree.parse(self.copy.path("share/icons/hicolor/scalable/apps/tonewell.svg"))
+        self.assertEqual(picture.getroot().get("viewBox"), "0 0 256 256")
+
+    @unittest.skipUnless(shutil.which("mandoc"), "mandoc is not installed")
+    def test_manual_pages_are_sound(self):
+        for name in ("TonewellDetection.1", "tonewell-monitor.1", "tonewell-message.7"):
+            result = subprocess.run(["mandoc", "-T", "lint", "-W", "warning"], text=True,
+                                    input=self.manual(name), stdout=subprocess.PIPE,
+                                    stderr=subprocess.DEVNULL, check=False)
+            self.assertEqual((result.stdout, result.returncode), ("", 0), name)
+
+    def test_monitor_manual_names_every_option(self):
+        environment = {**os.environ, "QT_QPA_PLATFORM": "offscreen"}
+        shown = set(re.findall(r"--([a-z-]+)", run(self.copy.path("bin/tonewell-monitor"), "--help",
+                                                   env=environment)))
+        shown -= {"help-all"}  # Qt's own
+        self.assertIn("seconds", shown)
+        described = set(re.findall(r"^\.It Fl (?:\w , )?-([a-z-]+)", self.manual("tonewell-monitor.1"), re.M))
+        self.assertEqual(shown - described, set())
+
+    def test_versions_agree(self):
+        version = run(self.copy.path("bin/tonewell-monitor"), "--version",
+                      env={**os.environ, "QT_QPA_PLATFORM": "offscreen"}).split()[-1]
+        with open(self.copy.path("share/tonewell/cmake/TonewellConfigVersion.cmake"), encoding="utf-8") as file:
+            self.assertIn(f'set(PACKAGE_VERSION "{version}")', file.read())
+        with gzip.open(self.copy.path("share/doc/tonewell-detection/changelog.Debian.gz"), "rt") as file:
+            self.assertTrue(file.readline().startswith(f"tonewell-detection ({version}-1) "))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
