@@ -562,6 +562,8 @@ void TestAudioCaptureStart::oldSessionIsEndedAndPausedBeforeTheNext()
     QTest::qWait(700); // the stop that the start provoked is not answered by another start
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
     QCOMPARE(scene.log.count(text("[handleThreadStopped] 线程停止（不需要自动重启）")), 1);
+    QCOMPARE(scene.audio.liveObjects(),
+             4); // enumerator, device, client, capture client: no old one
     VERIFY_NOTHING_LEFT(scene);
 }
 
