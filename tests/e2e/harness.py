@@ -12,6 +12,7 @@ import math
 import os
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -121,6 +122,16 @@ def end_process(process, seconds=5):
         except subprocess.TimeoutExpired:
             process.kill()
     return process.wait()
+
+
+def is_listening(path):
+    """Whether a process accepts connections at a local socket of that name."""
+    with socket.socket(socket.AF_UNIX) as probe:
+        try:
+            probe.connect(path)
+        except (FileNotFoundError, ConnectionRefusedError):
+            return False
+    return True
 
 
 def write_tone(path, rate, seconds, left, right):
@@ -279,14 +290,26 @@ class PipeWireWorld(World):
                              "--address=" + address)
             self.others.append(bus)
             wait_until(lambda: os.path.exists(os.path.join(self.runtime, "bus")), 5, "the bus")
-        for name, socket in (("pipewire", "pipewire-0"), ("wireplumber", None),
+        for name, listener in (("pipewire", "pipewire-0"), ("wireplumber", None),
                              ("pipewire-pulse", "pulse/native")):
             self.servers.append(self.start(name, name))
-            if socket:
-                wait_until(lambda: os.path.exists(os.path.join(self.runtime, socket)), 10, name)
+            if listener:
+                # A killed server leaves its socket's name behind, so only an answer counts: the
+                # session manager ends at once when it finds nobody there.
+                wait_until(lambda: is_listening(os.path.join(self.runtime, listener)), 10, name)
         wait_until(self.has_server, 10, "the sound server")
+        # The session manager keeps the defaults and may come up after the servers.
+        wait_until(self.has_defaults, 10, "the session manager")
         self.pactl("load-module", "module-null-sink", "media.class=Audio/Source/Virtual",
                    "sink_name=microphone", "channel_map=mono")
+
+
+    def has_defaults(self):
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            done = subprocess.run(["pw-metadata", "-n", "default"], env=self.environment, timeout=10,
+                                  stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+            return 'Found "default"' in done.stdout
+        return False
 
 
 WORLDS = {"pulseaudio": PulseAudioWorld, "pipewire": PipeWireWorld}
