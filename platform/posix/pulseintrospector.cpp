@@ -3,9 +3,15 @@
 #include <algorithm>
 #include <pulse/def.h>
 #include <pulse/operation.h>
-#include <pulse/proplist.h>
+#include <pulse/rtclock.h>
+#include <pulse/timeval.h>
 
 namespace {
+
+// PipeWire compares its default with the one that it told last, and that one can be out of date
+// when devices have just come and gone: then it takes a new default for the old one and sends no
+// event at all. So it is asked now and then.
+constexpr pa_usec_t AskingInterval = 500 * PA_USEC_PER_MSEC;
 
 // Whether nothing is plugged into any port. A server switches to another port of the device by
 // itself, so one port without a plug says nothing yet.
@@ -42,11 +48,12 @@ void letRun(pa_operation *operation)
 
 } // namespace
 
-void PulseIntrospector::start(pa_context *context)
+void PulseIntrospector::start(pa_context *context, pa_mainloop_api *loop)
 {
     m_context = context;
+    m_loop = loop;
     m_catalogue->begin();
-    m_missing = 3;
+    m_missing = Sinks | Sources | Defaults;
 
     pa_context_set_subscribe_callback(
         context,
@@ -63,7 +70,7 @@ void PulseIntrospector::start(pa_context *context)
         [](pa_context *c, const pa_sink_info *info, int end, void *self) {
             answerWithSink(c, info, end, self);
             if (end)
-                static_cast<PulseIntrospector *>(self)->finishList();
+                static_cast<PulseIntrospector *>(self)->finish(Sinks);
         },
         this));
     letRun(pa_context_get_source_info_list(
@@ -71,22 +78,40 @@ void PulseIntrospector::start(pa_context *context)
         [](pa_context *c, const pa_source_info *info, int end, void *self) {
             answerWithSource(c, info, end, self);
             if (end)
-                static_cast<PulseIntrospector *>(self)->finishList();
+                static_cast<PulseIntrospector *>(self)->finish(Sources);
         },
         this));
-    letRun(pa_context_get_server_info(
-        context,
-        [](pa_context *, const pa_server_info *info, void *userdata) {
-            auto *const self = static_cast<PulseIntrospector *>(userdata);
-            self->readDefaults(info);
-            self->finishList();
+    m_asking = false;
+    askForDefaults();
+    m_timer = pa_context_rttime_new(
+        context, pa_rtclock_now() + AskingInterval,
+        [](pa_mainloop_api *, pa_time_event *, const timeval *, void *self) {
+            static_cast<PulseIntrospector *>(self)->handleTimer();
         },
-        this));
+        this);
 }
 
-void PulseIntrospector::finishList()
+void PulseIntrospector::stop()
 {
-    if (m_context && m_missing > 0 && --m_missing == 0)
+    m_context = nullptr;
+    if (m_timer)
+        m_loop->time_free(m_timer);
+    m_timer = nullptr;
+}
+
+void PulseIntrospector::handleTimer()
+{
+    pa_context_rttime_restart(m_context, m_timer, pa_rtclock_now() + AskingInterval);
+    if (!m_asking)
+        askForDefaults();
+}
+
+void PulseIntrospector::finish(unsigned part)
+{
+    if (!m_context || !(m_missing & part))
+        return;
+    m_missing &= ~part;
+    if (!m_missing)
         m_catalogue->complete();
 }
 
@@ -96,9 +121,7 @@ void PulseIntrospector::handleEvent(pa_subscription_event_type_t event, std::uin
         return;
     const unsigned facility = event & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
     const bool gone = (event & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_REMOVE;
-    if (facility == PA_SUBSCRIPTION_EVENT_SERVER) {
-        askForDefaults();
-    } else if (facility == PA_SUBSCRIPTION_EVENT_SINK) {
+    if (facility == PA_SUBSCRIPTION_EVENT_SINK) {
         if (gone) {
             m_catalogue->remove(eRender, index);
             m_sinkGone(index);
@@ -111,14 +134,27 @@ void PulseIntrospector::handleEvent(pa_subscription_event_type_t event, std::uin
         else
             letRun(pa_context_get_source_info_by_index(m_context, index, &answerWithSource, this));
     }
+    // PipeWire may move its default while devices come and go, and send no event for that alone.
+    askForDefaults();
 }
 
 void PulseIntrospector::askForDefaults()
 {
+    if (m_asking) {
+        m_askAgain = true;
+        return;
+    }
+    m_asking = true;
+    m_askAgain = false;
     letRun(pa_context_get_server_info(
         m_context,
-        [](pa_context *, const pa_server_info *info, void *self) {
-            static_cast<PulseIntrospector *>(self)->readDefaults(info);
+        [](pa_context *, const pa_server_info *info, void *userdata) {
+            auto *const self = static_cast<PulseIntrospector *>(userdata);
+            self->readDefaults(info);
+            self->finish(Defaults);
+            self->m_asking = false;
+            if (self->m_askAgain && self->m_context)
+                self->askForDefaults();
         },
         this));
 }

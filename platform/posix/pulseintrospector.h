@@ -6,6 +6,7 @@
 #include <functional>
 #include <pulse/context.h>
 #include <pulse/introspect.h>
+#include <pulse/mainloop-api.h>
 #include <pulse/subscribe.h>
 
 /// Subscribes to the server's events and asks for what they are about. Lives on the loop thread
@@ -25,23 +26,30 @@ public:
 
     /// For a connection that has become ready. Once everything has been asked for and answered,
     /// the catalogue is complete.
-    void start(pa_context *context);
+    void start(pa_context *context, pa_mainloop_api *loop);
 
     /// The connection has ended; answers that are still to come are ignored.
-    void stop() { m_context = nullptr; }
+    void stop();
 
 private:
+    enum Part : unsigned { Sinks = 1, Sources = 2, Defaults = 4 };
+
     void handleEvent(pa_subscription_event_type_t event, std::uint32_t index);
+    void handleTimer();
     void askForDefaults();
     void readSink(const pa_sink_info &info);
     void readSource(const pa_source_info &info);
     void readDefaults(const pa_server_info *info);
-    void finishList();
+    void finish(unsigned part);
     static void answerWithSink(pa_context *, const pa_sink_info *info, int end, void *self);
     static void answerWithSource(pa_context *, const pa_source_info *info, int end, void *self);
 
     EndpointCatalogue *const m_catalogue;
     std::function<void(std::uint32_t)> m_sinkGone;
     pa_context *m_context = nullptr;
-    int m_missing = 0; // answers that the first complete catalogue still waits for
+    pa_mainloop_api *m_loop = nullptr;
+    pa_time_event *m_timer = nullptr; // while there is a connection
+    bool m_asking = false; // a question for the defaults has no answer yet
+    bool m_askAgain = false; // something happened since it was asked
+    unsigned m_missing = 0; // the parts whose answers the first complete catalogue still waits for
 };

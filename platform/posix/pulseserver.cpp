@@ -70,7 +70,7 @@ void PulseServer::handleStateChange()
     switch (pa_context_get_state(m_context)) {
     case PA_CONTEXT_READY:
         m_delay = FirstDelay;
-        m_introspector.start(m_context);
+        m_introspector.start(m_context, pa_threaded_mainloop_get_api(m_loop));
         break;
     case PA_CONTEXT_FAILED:
     case PA_CONTEXT_TERMINATED:
