@@ -21,10 +21,12 @@ std::int32_t reversed(std::int32_t value)
 
 } // namespace
 
-FFTEngine::FFTEngine()
+FFTEngine::FFTEngine(VectorUnit unit)
     : m_scratch(Length)
     , m_bitReversal(Quarter)
     , m_cosine(Quarter)
+    , m_kernel(fftKernel(unit))
+    , m_kernelTables(m_kernel ? std::make_unique<const FFTTables>() : nullptr)
 {
     const double pi = std::acos(-1.0);
     for (int c = 0; c < m_bitReversal.count; ++c)
@@ -35,6 +37,10 @@ FFTEngine::FFTEngine()
 
 void FFTEngine::transform(float *out, const float *in)
 {
+    if (m_kernel) {
+        m_kernel(out, in, m_scratch.values.get(), *m_kernelTables);
+        return;
+    }
     // The passes alternate between the two areas so that the last one lands in the output.
     float *from = m_scratch.values.get();
     float *to = out;

@@ -1,30 +1,42 @@
 #pragma once
 
+#include "spectrum/fftkernels.h"
+#include "spectrum/ffttables.h"
+
 #include <cstdint>
 #include <memory>
+#include <new>
 
 /// The tables and the passes behind FFTRealWrapper, whose contract transform() has.
 ///
-/// Decimation in time on real data: after each pass the work area holds groups of size
-/// 4, 8, 16, ... 2048, each the transform of a subset of the samples in the packed layout of the
-/// result (real parts 0 ... size/2, then imaginary parts 1 ... size/2 - 1).
+/// Where the processor has a vector unit there is a kernel for, that does the work. The portable
+/// passes are for the others, and what the kernels are tested against: decimation in time on real
+/// data. After each pass the work area holds groups of size 4, 8, 16, ... 2048, each the transform
+/// of a subset of the samples in the packed layout of the result (real parts 0 ... size/2, then
+/// imaginary parts 1 ... size/2 - 1).
 class FFTEngine {
 public:
-    static constexpr int Length = 2048;
+    static constexpr int Length = FFTTables::Length;
 
-    FFTEngine();
+    /// For a vector unit that the processor has; None takes the portable passes.
+    explicit FFTEngine(VectorUnit unit = vectorUnit());
 
     void transform(float *out, const float *in);
 
 private:
-    /// An owned array with its element count beside it.
+    /// An owned array with its element count beside it, aligned to cache lines.
     template <typename T> struct Table {
+        static constexpr std::align_val_t alignment {64};
+        struct Free {
+            void operator()(T *memory) const { ::operator delete[](memory, alignment); }
+        };
+
         explicit Table(int n)
-            : values(std::make_unique<T[]>(static_cast<std::size_t>(n)))
+            : values(new (alignment) T[static_cast<std::size_t>(n)])
             , count(n)
         {
         }
-        std::unique_ptr<T[]> values;
+        std::unique_ptr<T[], Free> values;
         int count;
     };
 
@@ -43,4 +55,8 @@ private:
     [[maybe_unused]] float m_sinePosition = 0.0F;
     [[maybe_unused]] float m_cosineStep = 1.0F;
     [[maybe_unused]] float m_sineStep = 0.0F;
+    /// Null for the portable passes.
+    FFTKernel m_kernel;
+    /// What the kernel reads, in its order.
+    std::unique_ptr<const FFTTables> m_kernelTables;
 };

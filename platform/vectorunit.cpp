@@ -1,0 +1,48 @@
+#include "platform/vectorunit.h"
+
+#ifdef _MSC_VER
+#include <immintrin.h>
+#include <intrin.h>
+#endif
+
+namespace {
+
+#if defined(_M_X64)
+bool hasAvx2AndFma()
+{
+    constexpr int fmaOsxsaveAvx = 1 << 12 | 1 << 27 | 1 << 28;
+    constexpr int avx2 = 1 << 5;
+    constexpr unsigned long long xmmAndYmm = 6;
+    int basic[4];
+    int extended[4];
+    __cpuid(basic, 0);
+    if (basic[0] < 7)
+        return false;
+    __cpuid(basic, 1);
+    __cpuidex(extended, 7, 0);
+    return (basic[2] & fmaOsxsaveAvx) == fmaOsxsaveAvx && (extended[1] & avx2) != 0
+        && (_xgetbv(0) & xmmAndYmm) == xmmAndYmm;
+}
+#elif defined(__x86_64__)
+bool hasAvx2AndFma()
+{
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+}
+#endif
+
+VectorUnit found()
+{
+#if defined(_M_X64) || defined(__x86_64__)
+    return hasAvx2AndFma() ? VectorUnit::Avx2Fma : VectorUnit::Sse2;
+#else
+    return VectorUnit::None;
+#endif
+}
+
+} // namespace
+
+VectorUnit vectorUnit()
+{
+    static const VectorUnit unit = found();
+    return unit;
+}
