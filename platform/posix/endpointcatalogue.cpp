@@ -68,6 +68,13 @@ void EndpointCatalogue::setDefaults(std::wstring render, std::wstring capture)
     publish();
 }
 
+bool EndpointCatalogue::isPresent(EDataFlow flow, const std::wstring &id) const
+{
+    const auto &endpoints = m_endpoints[flow];
+    return std::any_of(endpoints.begin(), endpoints.end(),
+                       [&](const auto &entry) { return entry.second.id == id; });
+}
+
 std::shared_ptr<const EndpointSnapshot> EndpointCatalogue::snapshot() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -26,6 +26,7 @@ public:
     void update(SoundEndpoint endpoint); ///< new or changed
     void remove(EDataFlow flow, std::uint32_t index);
     void setDefaults(std::wstring render, std::wstring capture);
+    bool isPresent(EDataFlow flow, const std::wstring &id) const;
 
     // Any thread.
 

@@ -1,6 +1,7 @@
 #include "platform/posix/pulseintrospector.h"
 
 #include <algorithm>
+#include <cstring>
 #include <pulse/def.h>
 #include <pulse/operation.h>
 #include <pulse/rtclock.h>
@@ -8,10 +9,14 @@
 
 namespace {
 
-// PipeWire compares its default with the one that it told last, and that one can be out of date
-// when devices have just come and gone: then it takes a new default for the old one and sends no
-// event at all. So it is asked now and then.
+// PipeWire does not always tell a connection of a new default. It compares the default with the one
+// that it told last, and that one can be out of date when devices have just come and gone. And it
+// keeps a change from a connection if it happens at the very moment at which another client comes.
+// So it is asked now and then, and after devices have changed, a fresh connection asks as well:
+// that one begins with all that is true.
 constexpr pa_usec_t AskingInterval = 500 * PA_USEC_PER_MSEC;
+constexpr int TicksToFirstCheck = 2; // after the last event, in asking intervals
+constexpr int TicksToNextCheck = 4; // while the answers differ or tell of no present sink
 
 // Whether nothing is plugged into any port. A server switches to another port of the device by
 // itself, so one port without a plug says nothing yet.
@@ -82,6 +87,9 @@ void PulseIntrospector::start(pa_context *context, pa_mainloop_api *loop)
         },
         this));
     m_asking = false;
+    m_told.reset();
+    m_checks = false;
+    m_ticksToCheck = 0;
     askForDefaults();
     m_timer = pa_context_rttime_new(
         context, pa_rtclock_now() + AskingInterval,
@@ -94,6 +102,7 @@ void PulseIntrospector::start(pa_context *context, pa_mainloop_api *loop)
 void PulseIntrospector::stop()
 {
     m_context = nullptr;
+    m_check.cancel();
     if (m_timer)
         m_loop->time_free(m_timer);
     m_timer = nullptr;
@@ -104,6 +113,8 @@ void PulseIntrospector::handleTimer()
     pa_context_rttime_restart(m_context, m_timer, pa_rtclock_now() + AskingInterval);
     if (!m_asking)
         askForDefaults();
+    if (m_checks && m_ticksToCheck > 0 && --m_ticksToCheck == 0)
+        m_check.start(m_loop);
 }
 
 void PulseIntrospector::finish(unsigned part)
@@ -134,7 +145,7 @@ void PulseIntrospector::handleEvent(pa_subscription_event_type_t event, std::uin
         else
             letRun(pa_context_get_source_info_by_index(m_context, index, &answerWithSource, this));
     }
-    // PipeWire may move its default while devices come and go, and send no event for that alone.
+    m_ticksToCheck = TicksToFirstCheck;
     askForDefaults();
 }
 
@@ -150,7 +161,8 @@ void PulseIntrospector::askForDefaults()
         m_context,
         [](pa_context *, const pa_server_info *info, void *userdata) {
             auto *const self = static_cast<PulseIntrospector *>(userdata);
-            self->readDefaults(info);
+            if (self->m_context && info)
+                self->readDefaults(*info);
             self->finish(Defaults);
             self->m_asking = false;
             if (self->m_askAgain && self->m_context)
@@ -189,9 +201,28 @@ void PulseIntrospector::readSource(const pa_source_info &info)
         m_catalogue->update(endpointFrom(eCapture, info));
 }
 
-void PulseIntrospector::readDefaults(const pa_server_info *info)
+PulseIntrospector::DefaultIds::DefaultIds(const pa_server_info &info)
+    : render(wideText(info.default_sink_name))
+    , capture(wideText(info.default_source_name))
 {
-    if (m_context && info)
-        m_catalogue->setDefaults(wideText(info->default_sink_name),
-                                 wideText(info->default_source_name));
+}
+
+void PulseIntrospector::readDefaults(const pa_server_info &info)
+{
+    m_checks = info.server_name && std::strstr(info.server_name, "PipeWire");
+    DefaultIds told(info);
+    if (!m_catalogue->isPresent(eRender, told.render) && m_ticksToCheck == 0)
+        m_ticksToCheck = TicksToNextCheck;
+    if (m_told && told == *m_told)
+        return; // and a check may have known better
+    m_catalogue->setDefaults(told.render, told.capture);
+    m_told = std::move(told);
+}
+
+void PulseIntrospector::readCheckedDefaults(const pa_server_info &info)
+{
+    const DefaultIds checked(info);
+    if (!m_told || !(checked == *m_told))
+        m_ticksToCheck = TicksToNextCheck;
+    m_catalogue->setDefaults(checked.render, checked.capture);
 }

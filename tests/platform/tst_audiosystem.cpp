@@ -86,6 +86,7 @@ private Q_SLOTS:
 
 private:
     void tidyUp();
+    QString defaultId();
     bool waitForDefault(const QString &id);
     bool waitUntilKnown(const QString &id, bool present = true);
     QStringList enumerate(EDataFlow flow, DWORD mask = DEVICE_STATE_ACTIVE);
@@ -127,8 +128,8 @@ void AudioSystemTest::init()
     QVERIFY2(m_server.addSink({"b", "Speakers B", 44100}), qPrintable(m_server.errorText()));
     QVERIFY2(m_server.setDefaultSink("a"), qPrintable(m_server.errorText()));
     QVERIFY2(waitForDefault(QStringLiteral("a")),
-             qPrintable(QStringLiteral("known: %1; the server's default: %2")
-                            .arg(enumerate(eAll).join(QLatin1String(", ")),
+             qPrintable(QStringLiteral("known: %1; its default: %2; the server's default: %3")
+                            .arg(enumerate(eAll).join(QLatin1String(", ")), defaultId(),
                                  QString::fromUtf8(m_server.defaultSink()))));
     QVERIFY(waitUntilKnown(QStringLiteral("b")));
     // Whatever led here is told before the test begins.
@@ -162,18 +163,20 @@ void AudioSystemTest::tidyUp()
     m_log.clear();
 }
 
+QString AudioSystemTest::defaultId()
+{
+    IMMDevice *found = nullptr;
+    const HRESULT result = m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &found);
+    if (FAILED(result))
+        return QStringLiteral("(0x%1)").arg(DWORD(result), 8, 16, QLatin1Char('0'));
+    const QString id = idOf(found);
+    found->Release();
+    return id;
+}
+
 bool AudioSystemTest::waitForDefault(const QString &id)
 {
-    return QTest::qWaitFor(
-        [&] {
-            IMMDevice *found = nullptr;
-            if (FAILED(m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &found)))
-                return false;
-            const bool same = idOf(found) == id;
-            found->Release();
-            return same;
-        },
-        10000);
+    return QTest::qWaitFor([&] { return defaultId() == id; }, 10000);
 }
 
 bool AudioSystemTest::waitUntilKnown(const QString &id, bool present)
