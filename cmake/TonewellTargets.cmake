@@ -12,8 +12,8 @@ endfunction()
 
 # tonewell_kernels([AVX2] <sources>...)
 #
-# Loops that are worth every optimisation also in a build of modest ones, on x86-64; with AVX2 for
-# processors that have it and FMA.
+# Sources of loops that are worth every optimisation also in a build of modest ones; with AVX2 for
+# x86-64 processors that have it and FMA.
 function(tonewell_kernels)
     cmake_parse_arguments(arg "AVX2" "" "" ${ARGN})
     if(MSVC)

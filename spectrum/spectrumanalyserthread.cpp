@@ -1,8 +1,8 @@
 #include "spectrum/spectrumanalyserthread.h"
 
+#include "spectrum/analysiskernels.h"
 #include "spectrum/fftrealwrapper.h"
 
-#include <cmath>
 #include <QDebug>
 #include <QtEndian>
 #include <QThread>
@@ -20,16 +20,6 @@ constexpr char NotEnoughData[] = "[SpectrumAnalyser] "
                                  "\xCC\xF8\xB9\xFD";
 
 constexpr double SampleScale = 3.0517578125e-5; // 1 / 32768
-constexpr double LevelPerNeper = 0.15;
-
-void setLevel(FrequencySpectrum::Element &point, double re, double im)
-{
-    const double magnitude = std::sqrt(re * re + im * im);
-    const double level = std::log(magnitude) * LevelPerNeper;
-    point.clipped = level > 1.0;
-    const double limited = level <= 1.0 ? level : 1.0;
-    point.amplitude = limited > 0.0 ? limited : 0.0;
-}
 
 } // namespace
 
@@ -43,6 +33,8 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
     , m_output(FFTRealWrapper::Length)
     , m_spectrum(FFTRealWrapper::Length)
     , m_thread(new QThread)
+    , m_kernels(analysisKernels(vectorUnit()))
+    , m_levels(FFTRealWrapper::Length / 2)
 {
     // The thread object goes once its thread has ended, never while it runs.
     connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
@@ -78,40 +70,61 @@ void SpectrumAnalyserThread::calculateSpectrum(QByteArray buffer, int inputFrequ
     }
 
     const int frameBytes = static_cast<int>(bytesPerFrame);
-    const int half = m_numSamples / 2;
-    const float *re = m_output.data();
-    const float *im = re + half;
-    FrequencySpectrum::iterator points = m_spectrum.begin();
+    for (int channel = 0; channel < (channels == 2 ? 2 : 1); ++channel) {
+        labelPoints(channel, inputFrequency);
+        analyseChannel(channel, buffer.constData(), frameBytes, channels);
+    }
+    Q_EMIT calculationComplete(m_spectrum);
+}
 
-    transformChannel(buffer.constData(), frameBytes);
+/// The labels stay from calculation to calculation.
+void SpectrumAnalyserThread::labelPoints(int channel, int inputFrequency)
+{
+    int &labelled = m_labelledRates[static_cast<std::size_t>(channel)];
+    if (labelled == inputFrequency)
+        return;
+    labelled = inputFrequency;
+    const int half = m_numSamples / 2;
+    FrequencySpectrum::iterator points = m_spectrum.begin();
     for (int i = 0; i < half; ++i) {
         // The product is a 32-bit one, wrapping around far above any sample rate there is.
         const auto product =
             static_cast<qint32>(static_cast<quint32>(i) * static_cast<quint32>(inputFrequency));
-        FrequencySpectrum::Element &point = points[half - 1 - i];
-        point.frequency = product * -2.0 / m_numSamples;
-        setLevel(point, static_cast<double>(re[i]), static_cast<double>(im[i]));
+        if (channel == 0)
+            points[half - 1 - i].frequency = product * -2.0 / m_numSamples;
+        else
+            points[half + i].frequency = (static_cast<double>(product) + product) / m_numSamples;
     }
-
-    if (channels == 2) {
-        transformChannel(buffer.constData() + frameBytes / 2, frameBytes);
-        for (int i = 0; i < half; ++i) {
-            const auto product =
-                static_cast<qint32>(static_cast<quint32>(i) * static_cast<quint32>(inputFrequency));
-            FrequencySpectrum::Element &point = points[half + i];
-            point.frequency = (static_cast<double>(product) + product) / m_numSamples;
-            setLevel(point, static_cast<double>(re[i]), static_cast<double>(im[i]));
-        }
-    }
-
-    Q_EMIT calculationComplete(m_spectrum);
 }
 
-void SpectrumAnalyserThread::transformChannel(const char *samples, int bytesPerFrame)
+void SpectrumAnalyserThread::analyseChannel(int channel, const char *frames, int bytesPerFrame,
+                                            int channels)
 {
+    windowChannel(channel, frames, bytesPerFrame, channels);
+    m_fft->calculateFFT(m_output.data(), m_input.data());
+    const int half = m_numSamples / 2;
+    m_kernels.logarithmicLevels(m_output.data(), m_output.data() + half, m_levels.data(), half);
+
+    const int step = channel == 0 ? -1 : 1;
+    FrequencySpectrum::iterator point = m_spectrum.begin() + (channel == 0 ? half - 1 : half);
+    for (const double level : m_levels) {
+        point->clipped = level > 1.0;
+        const double limited = level <= 1.0 ? level : 1.0;
+        point->amplitude = limited > 0.0 ? limited : 0.0;
+        point += step;
+    }
+}
+
+void SpectrumAnalyserThread::windowChannel(int channel, const char *frames, int bytesPerFrame,
+                                           int channels)
+{
+    if (channels == 2 && bytesPerFrame == 4) {
+        m_kernels.windowStereo(frames, channel, m_window.data(), m_input.data(), m_numSamples);
+        return;
+    }
+    const char *samples = frames + channel * (bytesPerFrame / 2);
     for (int i = 0; i < m_numSamples; ++i) {
         const auto value = qFromLittleEndian<qint16>(samples + qint64(i) * bytesPerFrame);
         m_input[i] = static_cast<float>(value * SampleScale) * m_window[i];
     }
-    m_fft->calculateFFT(m_output.data(), m_input.data());
 }

@@ -3,12 +3,14 @@
 #include "spectrum/frequencyspectrum.h"
 #include "spectrum/windowfunction.h"
 
+#include <array>
 #include <memory>
 #include <QByteArray>
 #include <QObject>
 #include <vector>
 
 class FFTRealWrapper;
+struct AnalysisKernels;
 class QThread;
 
 /// The analysis worker: turns the first 2048 frames of a block of PCM into a spectrum.
@@ -45,7 +47,9 @@ Q_SIGNALS:
 private:
     friend class SpectrumAnalyserThreadPeer;
 
-    void transformChannel(const char *samples, int bytesPerFrame);
+    void labelPoints(int channel, int inputFrequency);
+    void analyseChannel(int channel, const char *frames, int bytesPerFrame, int channels);
+    void windowChannel(int channel, const char *frames, int bytesPerFrame, int channels);
 
     std::unique_ptr<FFTRealWrapper> m_fft;
     int m_numSamples;
@@ -55,4 +59,8 @@ private:
     std::vector<float> m_output;
     FrequencySpectrum m_spectrum;
     QThread *m_thread;
+    const AnalysisKernels &m_kernels;
+    std::vector<double> m_levels;
+    /// The sample rate that each channel's frequency labels are for; 0 for none.
+    std::array<int, 2> m_labelledRates {};
 };

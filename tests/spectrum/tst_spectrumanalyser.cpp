@@ -102,6 +102,7 @@ private Q_SLOTS:
     void strideFollowsBitsPerSample();
     void onlyTheFirst2048FramesCount();
     void labelsStepAt48kHzAndReachTheEnds();
+    void labelsFollowTheRateOfEachChannel();
     void labelProductWrapsAround();
     void silenceGivesZeroAndNotClipped();
     void fullScaleSineAtABinCentreIsClipped();
@@ -312,6 +313,25 @@ void TestSpectrumAnalyser::labelsStepAt48kHzAndReachTheEnds()
     QCOMPARE(spectrum[1024].frequency, 0.0);
     QCOMPARE(spectrum[1025].frequency, 46.875);
     QCOMPARE(spectrum[2047].frequency, 47953.125);
+}
+
+/// They are written only when the rate is another one than before.
+void TestSpectrumAnalyser::labelsFollowTheRateOfEachChannel()
+{
+    Worker worker;
+    const QByteArray stereo = sound::pcm(sound::silence(), 0, 2048);
+    const QByteArray mono = sound::pcm(sound::silence(), 0, 2048, 1);
+    const auto step = [&](int rate, bool both) {
+        worker.calculate(both ? stereo : mono, rate, 16, both ? 2 : 1);
+        const FrequencySpectrum &points = worker.spectra.last();
+        return QVector<double> {points[1022].frequency * -1024.0, points[1025].frequency * 1024.0};
+    };
+    QCOMPARE(step(48000, false), (QVector<double> {48000.0, 0.0}));
+    QCOMPARE(step(48000, true), (QVector<double> {48000.0, 48000.0}));
+    QCOMPARE(step(44100, false), (QVector<double> {44100.0, 48000.0}));
+    QCOMPARE(step(48000, true), (QVector<double> {48000.0, 48000.0}));
+    QCOMPARE(step(44100, true), (QVector<double> {44100.0, 44100.0}));
+    QCOMPARE(step(44100, true), (QVector<double> {44100.0, 44100.0}));
 }
 
 void TestSpectrumAnalyser::labelProductWrapsAround()
