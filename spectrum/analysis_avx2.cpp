@@ -2,4 +2,4 @@
 #include "spectrum/analysiskernels.h"
 #include "spectrum/analysisloops.h"
 
-const AnalysisKernels analysisAvx2 {windowStereo, logarithmicLevels};
+const AnalysisKernels analysisAvx2 {windowStereo, logarithmicLevels, scaleAndSmooth};

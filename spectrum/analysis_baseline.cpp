@@ -2,4 +2,4 @@
 #include "spectrum/analysiskernels.h"
 #include "spectrum/analysisloops.h"
 
-const AnalysisKernels analysisBaseline {windowStereo, logarithmicLevels};
+const AnalysisKernels analysisBaseline {windowStereo, logarithmicLevels, scaleAndSmooth};

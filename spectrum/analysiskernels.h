@@ -1,4 +1,4 @@
-// The two loops of an analysis around its transforms, for the best vector unit.
+// The loops around the transforms that are worth vector code, for the best vector unit.
 #pragma once
 
 #include "platform/vectorunit.h"
@@ -12,6 +12,12 @@ struct AnalysisKernels {
     /// levels[i] = 0.15 ln(sqrt(re[i]^2 + im[i]^2)) in double precision, within 5e-16 of what the
     /// standard library makes of it. The values are finite; no magnitude gives a level far below 0.
     void (*logarithmicLevels)(const float *re, const float *im, double *levels, int count);
+
+    /// a = (amplitude × gain - floor) / (1 - floor), 0 unless above 0;
+    /// smoothed[i] = (1 - smoothing) a + smoothing × smoothed[i], within 1e-15 of the plain
+    /// rounding of each step for values of 0 to 1.
+    void (*scaleAndSmooth)(const double *amplitudes, double gain, double floor, double smoothing,
+                           double *smoothed, int count);
 };
 
 /// Those for a vector unit, which the processor must have.

@@ -1,6 +1,7 @@
-// The loops of one analysis, plain and without branches so that the compiler makes vector code of
-// them. Included by the files that are compiled for one kind of processor (analysis_baseline.cpp,
-// analysis_avx2.cpp) and by nothing else; all is static so that none of it leaves them.
+// The loops around the transforms, plain and without branches so that the compiler makes vector
+// code of them. Included by the files that are compiled for one kind of processor
+// (analysis_baseline.cpp, analysis_avx2.cpp) and by nothing else; all is static so that none of it
+// leaves them.
 #pragma once
 
 #include <cstdint>
@@ -72,5 +73,15 @@ static void logarithmicLevels(const float *re, const float *im, double *levels, 
         const double x = static_cast<double>(re[i]);
         const double y = static_cast<double>(im[i]);
         levels[i] = 0.075 * naturalLogarithm(x * x + y * y);
+    }
+}
+
+static void scaleAndSmooth(const double *amplitudes, double gain, double floor, double smoothing,
+                           double *smoothed, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        const double stretched = (amplitudes[i] * gain - floor) / (1.0 - floor);
+        const double positive = stretched > 0.0 ? stretched : 0.0;
+        smoothed[i] = (1.0 - smoothing) * positive + smoothing * smoothed[i];
     }
 }

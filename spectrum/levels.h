@@ -13,6 +13,9 @@ struct SampleSums {
 
 /// Over `count` contiguous signed little-endian 16-bit samples; no alignment is required.
 SampleSums sumSamples(const char *samples, qint64 count);
+/// The same, one sample after the other: for processors without SSE2, for what is left after the
+/// last full vector, and to test against.
+SampleSums sumSamplesPlainly(const char *samples, qint64 count);
 
 /// RMS (0.0 ... 1.0, full scale = 32768) of the `count` samples that were summed; 0.0 if there are
 /// none.

@@ -1,37 +1,114 @@
 #include "spectrum/postprocessing.h"
 
+#include "spectrum/analysiskernels.h"
 #include "spectrum/spectrum.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 
 namespace {
 
 constexpr double AudibleAmplitude = 0.05;
 constexpr double SilentPeak = 0.001;
 
-} // namespace
+/// Amplitudes fall into these by size, evenly up to 1.0; what is larger falls into the last one.
+constexpr int Classes = 256;
 
-double noiseFloor(const FrequencySpectrum &spectrum, double quantile, std::vector<double> &scratch)
+std::uint8_t classOf(double amplitude)
 {
-    scratch.clear();
-    for (const FrequencySpectrum::Element &point : spectrum) {
-        if (point.amplitude > AudibleAmplitude)
-            scratch.push_back(point.amplitude);
-    }
-    if (scratch.empty())
-        return 0.0;
-    const double last = static_cast<double>(scratch.size() - 1);
-    const auto index = static_cast<std::ptrdiff_t>(std::clamp(last * quantile, 0.0, last));
-    // Only this one entry of the sorted list is of interest.
-    std::nth_element(scratch.begin(), scratch.begin() + index, scratch.end());
-    return scratch[static_cast<std::size_t>(index)];
+    return static_cast<std::uint8_t>(static_cast<int>(std::min(amplitude, 1.0) * (Classes - 1)));
 }
 
-double trackGain(const FrequencySpectrum &spectrum, double target, double &reference)
+/// The bars of a band over frequency.
+class BarScale {
+public:
+    explicit BarScale(const Spectrum &band)
+        : m_minimum(band.minFrequency)
+        , m_last(static_cast<double>(band.bars.size()) - 1.0)
+    {
+        const auto bars = static_cast<qint64>(band.bars.size());
+        if (bars > 0)
+            m_step = static_cast<double>((qint64(band.maxFrequency) - band.minFrequency) / bars);
+    }
+
+    int indexOf(double frequency) const
+    {
+        const double position = (frequency - m_minimum) / m_step;
+        // Compared before the conversion, which a step of 0 would make meaningless.
+        return position > 0.0 && m_last > 0.0 ? static_cast<int>(std::min(position, m_last)) : 0;
+    }
+
+private:
+    double m_minimum;
+    double m_last;
+    double m_step = 0.0;
+};
+
+} // namespace
+
+void takeOver(const FrequencySpectrum &received, FrequencySpectrum &spectrum,
+              std::vector<double> &amplitudes)
 {
-    double peak = 0.0;
-    for (const FrequencySpectrum::Element &point : spectrum)
-        peak = std::max(peak, point.amplitude);
+    if (spectrum.count() != received.count())
+        spectrum = FrequencySpectrum(received.count());
+    amplitudes.resize(static_cast<std::size_t>(received.count()));
+    FrequencySpectrum::iterator copy = spectrum.begin();
+    double *amplitude = amplitudes.data();
+    for (const FrequencySpectrum::Element &point : received) {
+        *copy++ = point;
+        *amplitude++ = point.amplitude;
+    }
+}
+
+double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseScratch &scratch)
+{
+    // The entry is found without sorting: first the class that it is in, then it among that class.
+    scratch.audible.resize(amplitudes.size());
+    scratch.classes.resize(amplitudes.size());
+    double *const audible = scratch.audible.data();
+    std::uint8_t *const classes = scratch.classes.data();
+
+    int count = 0;
+    for (const double amplitude : amplitudes) {
+        audible[count] = amplitude; // the next one takes its place if it is not audible
+        count += static_cast<int>(amplitude > AudibleAmplitude);
+    }
+    if (count == 0)
+        return 0.0;
+    const double last = count - 1;
+    int index = static_cast<int>(std::clamp(last * quantile, 0.0, last));
+
+    std::array<int, Classes> sizes {};
+    for (int i = 0; i < count; ++i) {
+        classes[i] = classOf(audible[i]);
+        ++sizes[classes[i]];
+    }
+    std::uint8_t wanted = 0;
+    for (; index >= sizes[wanted]; ++wanted)
+        index -= sizes[wanted];
+
+    int members = 0;
+    for (int i = 0; i < count; ++i) {
+        if (classes[i] == wanted)
+            audible[members++] = audible[i];
+    }
+    std::nth_element(audible, audible + index, audible + members);
+    return audible[index];
+}
+
+double trackGain(const std::vector<double> &amplitudes, double target, double &reference)
+{
+    // Several largest at a time: one alone would wait for each comparison.
+    std::array<double, 8> largest {};
+    std::size_t i = 0;
+    for (; i + largest.size() <= amplitudes.size(); i += largest.size()) {
+        for (std::size_t j = 0; j < largest.size(); ++j)
+            largest[j] = std::max(largest[j], amplitudes[i + j]);
+    }
+    double peak = *std::max_element(largest.begin(), largest.end());
+    for (; i < amplitudes.size(); ++i)
+        peak = std::max(peak, amplitudes[i]);
 
     if (!(peak > SilentPeak))
         reference *= 0.99;
@@ -45,40 +122,42 @@ double trackGain(const FrequencySpectrum &spectrum, double target, double &refer
     return std::clamp(target / reference, 0.1, 10.0);
 }
 
-void scaleAndSmooth(FrequencySpectrum &spectrum, double gain, double floor, double smoothing,
-                    std::vector<double> &smoothed)
+void scaleAndSmooth(const std::vector<double> &amplitudes, double gain, double floor,
+                    double smoothing, std::vector<double> &smoothed)
 {
-    smoothed.resize(static_cast<std::size_t>(spectrum.count()));
-    double *previous = smoothed.data();
-    for (FrequencySpectrum::Element &point : spectrum) {
-        const double stretched = (point.amplitude * gain - floor) / (1.0 - floor);
-        const double positive = stretched > 0.0 ? stretched : 0.0;
-        const double mixed = (1.0 - smoothing) * positive + smoothing * *previous;
-        point.amplitude = mixed;
-        *previous++ = mixed;
-    }
+    smoothed.resize(amplitudes.size());
+    analysisKernels(vectorUnit())
+        .scaleAndSmooth(amplitudes.data(), gain, floor, smoothing, smoothed.data(),
+                        static_cast<int>(amplitudes.size()));
 }
 
-void averageAcrossFrequency(FrequencySpectrum &spectrum, int width, std::vector<double> &window)
+void averageAcrossFrequency(const std::vector<double> &amplitudes, int width,
+                            FrequencySpectrum &spectrum, std::vector<double> &window)
 {
     const int count = spectrum.count();
-    if (count == 0 || width < 1)
-        return;
+    const double *const from = amplitudes.data();
     const FrequencySpectrum::iterator points = spectrum.begin();
-
-    // The last `width` amplitudes as they were before averaging; `oldest` goes round.
-    window.assign(static_cast<std::size_t>(width), 0.0);
-    double sum = width * points[0].amplitude;
-    for (int k = 0; k < std::min(width, count); ++k) {
-        window[static_cast<std::size_t>(k)] = points[k].amplitude;
-        sum += points[k].amplitude;
-    }
-
     const int half = width / 2;
+    const bool averaged = width >= 1 && half < count - half;
+    for (int i = 0; i < (averaged ? half : count); ++i)
+        points[i].amplitude = from[i];
+    if (!averaged)
+        return;
+    for (int i = count - half; i < count; ++i)
+        points[i].amplitude = from[i];
+
+    // The amplitudes whose sum it is; `oldest` goes round.
+    window.assign(static_cast<std::size_t>(width), 0.0);
+    double sum = width * from[0];
+    for (int k = 0; k < std::min(width, count); ++k) {
+        window[static_cast<std::size_t>(k)] = from[k];
+        sum += from[k];
+    }
     std::size_t oldest = 0;
     for (int i = half; i < count - half; ++i) {
         points[i].amplitude = sum / width;
-        const double newest = points[i + half].amplitude;
+        // A single point takes in itself, averaged.
+        const double newest = half == 0 ? points[i].amplitude : from[i + half];
         sum = sum - window[oldest] + newest;
         window[oldest] = newest;
         oldest = oldest + 1 == window.size() ? 0 : oldest + 1;
@@ -87,28 +166,22 @@ void averageAcrossFrequency(FrequencySpectrum &spectrum, int width, std::vector<
 
 int barIndexFor(double frequency, const Spectrum &band)
 {
-    const auto bars = static_cast<qint64>(band.bars.size());
-    if (bars == 0)
-        return 0;
-    const qint64 step = (qint64(band.maxFrequency) - band.minFrequency) / bars;
-    const double position = (frequency - band.minFrequency) / static_cast<double>(step);
-    // Compared before the conversion, which a step of 0 would make meaningless.
-    if (!(position > 0.0))
-        return 0;
-    return static_cast<int>(std::min(position, static_cast<double>(bars - 1)));
+    return BarScale(band).indexOf(frequency);
 }
 
 void fillBars(const FrequencySpectrum &spectrum, const std::vector<Spectrum *> &bands)
 {
-    for (Spectrum *band : bands)
+    for (Spectrum *band : bands) {
         std::fill(band->bars.begin(), band->bars.end(), 0.0F);
-    for (const FrequencySpectrum::Element &point : spectrum) {
-        for (Spectrum *band : bands) {
-            if (!(point.frequency > band->minFrequency && point.frequency < band->maxFrequency))
+        if (band->bars.empty()) // its owner has emptied it
+            continue;
+        const double minimum = band->minFrequency;
+        const double maximum = band->maxFrequency;
+        const BarScale scale(*band);
+        for (const FrequencySpectrum::Element &point : spectrum) {
+            if (!(point.frequency > minimum && point.frequency < maximum))
                 continue;
-            if (band->bars.empty()) // its owner has emptied it
-                continue;
-            float &bar = band->bars[static_cast<std::size_t>(barIndexFor(point.frequency, *band))];
+            float &bar = band->bars[static_cast<std::size_t>(scale.indexOf(point.frequency))];
             bar = std::max(bar, static_cast<float>(point.amplitude));
         }
     }

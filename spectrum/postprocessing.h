@@ -1,34 +1,48 @@
 // What happens to a spectrum between the analyser and the bars. Pure functions over the values
-// they are given; the scratch vectors keep their memory from call to call. Callable from any
-// thread, one object per thread.
+// they are given; the vectors keep their memory from call to call. Callable from any thread, one
+// object per thread. The steps work on the amplitudes of a spectrum alone, side by side.
 #pragma once
 
 #include "spectrum/frequencyspectrum.h"
 
+#include <cstdint>
 #include <vector>
 
 class Spectrum;
 
+/// Copies a spectrum, and its amplitudes side by side. The copy goes to the memory of the one
+/// before if that has as many points and no other owner.
+void takeOver(const FrequencySpectrum &received, FrequencySpectrum &spectrum,
+              std::vector<double> &amplitudes);
+
+/// What noiseFloor() works in.
+struct NoiseScratch {
+    std::vector<double> audible;
+    std::vector<std::uint8_t> classes;
+};
+
 /// The `quantile` (0.0 ... 1.0) of the amplitudes above 0.05: the entry at (count - 1) × quantile,
 /// truncated, of the sorted list; 0.0 if there is none.
-double noiseFloor(const FrequencySpectrum &spectrum, double quantile, std::vector<double> &scratch);
+double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseScratch &scratch);
 
-/// Moves `reference` towards the largest amplitude of the spectrum (up by 30 % of the way, down by
-/// 0.1 % a call, 1 % when there is no more than 0.001) and returns the gain, 0.1 ... 10.0, that
-/// takes it to `target`; 1.0 while the reference is at or below 0.001.
-double trackGain(const FrequencySpectrum &spectrum, double target, double &reference);
+/// Moves `reference` towards the largest amplitude (up by 30 % of the way, down by 0.1 % a call,
+/// 1 % when there is no more than 0.001) and returns the gain, 0.1 ... 10.0, that takes it to
+/// `target`; 1.0 while the reference is at or below 0.001.
+double trackGain(const std::vector<double> &amplitudes, double target, double &reference);
 
 /// Applies the gain, then takes off the noise floor and stretches what is left to 0.0 ... 1.0, then
-/// mixes in `smoothing` × the previous result of the same point. `smoothed` holds that result; it
-/// is resized to the point count, new points starting from 0.0.
-void scaleAndSmooth(FrequencySpectrum &spectrum, double gain, double floor, double smoothing,
-                    std::vector<double> &smoothed);
+/// mixes in `smoothing` × the previous result of the same point. `smoothed` holds the result of
+/// call after call; it is resized to the point count, new points starting from 0.0.
+void scaleAndSmooth(const std::vector<double> &amplitudes, double gain, double floor,
+                    double smoothing, std::vector<double> &smoothed);
 
-/// Moving average of `width` points across frequency; the first and last width / 2 points stay as
-/// they are. The running sum deliberately starts `width` × the first amplitude too high and stays
-/// so: each averaged point carries the first amplitude on top of its mean. Nothing happens to an
-/// empty spectrum or for a width below 1; points beyond the end count as 0.0.
-void averageAcrossFrequency(FrequencySpectrum &spectrum, int width, std::vector<double> &window);
+/// Gives the points of a spectrum their final amplitudes, the moving average of `width` points
+/// across frequency; the first and last width / 2 points, or all for a width below 1, get theirs
+/// as they are. The running sum deliberately starts `width` × the first amplitude too high and
+/// stays so: each averaged point carries the first amplitude on top of its mean. `amplitudes` are
+/// as many as the points.
+void averageAcrossFrequency(const std::vector<double> &amplitudes, int width,
+                            FrequencySpectrum &spectrum, std::vector<double> &window);
 
 /// The bar of a band that a frequency falls into: whole steps of (max - min) / bar count, an
 /// integer division, above the lower limit, limited to the bars there are; 0 for a band without.

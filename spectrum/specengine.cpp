@@ -1,7 +1,6 @@
 #include "spectrum/specengine.h"
 
 #include "spectrum/levels.h"
-#include "spectrum/postprocessing.h"
 #include "spectrum/windowfunction.h"
 
 #include <algorithm>
@@ -203,11 +202,11 @@ void SpecEngine::offerBlock()
 
 void SpecEngine::onSpectrumChanged(FrequencySpectrum spectrum)
 {
-    m_spectrum = spectrum;
-    const double floor = noiseFloor(m_spectrum, m_quantile, m_scratch);
-    const double gain = m_autoGain ? trackGain(m_spectrum, m_targetLevel, m_gainReference) : 1.0;
-    scaleAndSmooth(m_spectrum, gain, floor, m_smoothing, m_smoothedAmplitudes);
-    averageAcrossFrequency(m_spectrum, m_historyLength, m_scratch);
+    takeOver(spectrum, m_spectrum, m_amplitudes);
+    const double floor = noiseFloor(m_amplitudes, m_quantile, m_noiseScratch);
+    const double gain = m_autoGain ? trackGain(m_amplitudes, m_targetLevel, m_gainReference) : 1.0;
+    scaleAndSmooth(m_amplitudes, gain, floor, m_smoothing, m_smoothedAmplitudes);
+    averageAcrossFrequency(m_smoothedAmplitudes, m_historyLength, m_spectrum, m_averaged);
     updateBars();
 }
 

@@ -2,6 +2,7 @@
 
 #include "capture/audiocapture.h"
 #include "spectrum/frequencyspectrum.h"
+#include "spectrum/postprocessing.h"
 #include "spectrum/spectrum.h"
 #include "spectrum/spectrumanalyser.h"
 
@@ -112,6 +113,8 @@ private:
     QByteArray m_analysisBuffer;
     AudioCapture m_audioCapture;
     SpectrumAnalyser m_spectrumAnalyser;
-    /// Scratch of the post-processing, kept for its memory.
-    std::vector<double> m_scratch;
+    // What the steps of the post-processing work in, kept for its memory.
+    std::vector<double> m_amplitudes;
+    NoiseScratch m_noiseScratch;
+    std::vector<double> m_averaged;
 };

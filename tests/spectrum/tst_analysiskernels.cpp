@@ -28,6 +28,12 @@ double level(float re, float im)
     return std::log(std::sqrt(x * x + y * y)) * 0.15;
 }
 
+double scaled(double amplitude, double gain, double floor, double smoothing, double before)
+{
+    const double stretched = (amplitude * gain - floor) / (1.0 - floor);
+    return (1.0 - smoothing) * std::fmax(stretched, 0.0) + smoothing * before;
+}
+
 } // namespace twin
 
 const AnalysisKernels &kernels()
@@ -50,6 +56,7 @@ private Q_SLOTS:
     void levelsMatchTheirTwinOverAllMagnitudes();
     void levelsNearOneAreAccurate();
     void noMagnitudeIsFarBelowZero();
+    void scalingMatchesItsTwinAtEveryLengthAndAlignment();
 };
 
 void TestAnalysisKernels::initTestCase_data()
@@ -177,6 +184,39 @@ void TestAnalysisKernels::noMagnitudeIsFarBelowZero()
     kernels().logarithmicLevels(zeros.data(), ones.data(), levels.data(), 3);
     for (const double level : levels)
         QVERIFY(level < -10.0);
+}
+
+void TestAnalysisKernels::scalingMatchesItsTwinAtEveryLengthAndAlignment()
+{
+    std::mt19937 random(4);
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    std::vector<double> amplitudes(Longest + 8);
+    for (double &amplitude : amplitudes)
+        amplitude = uniform(random) < 0.3 ? 0.0 : uniform(random);
+
+    for (int offset = 0; offset < 4; ++offset) {
+        for (int count = 0; count <= Longest; ++count) {
+            const double gain = 2.0 * uniform(random);
+            const double floor = 0.5 * uniform(random);
+            const double smoothing = uniform(random);
+            std::vector<double> smoothed(Longest + 8);
+            for (double &value : smoothed)
+                value = uniform(random);
+            const std::vector<double> before = smoothed;
+            kernels().scaleAndSmooth(amplitudes.data() + offset, gain, floor, smoothing,
+                                     smoothed.data() + offset, count);
+            for (int i = 0; i < int(smoothed.size()); ++i) {
+                const auto at = std::size_t(i);
+                if (i < offset || i >= offset + count) {
+                    QCOMPARE(smoothed[at], before[at]);
+                    continue;
+                }
+                const double expected =
+                    twin::scaled(amplitudes[at], gain, floor, smoothing, before[at]);
+                QVERIFY(std::fabs(smoothed[at] - expected) <= 1e-15);
+            }
+        }
+    }
 }
 
 QTEST_APPLESS_MAIN(TestAnalysisKernels)

@@ -34,6 +34,9 @@ void TestLevels::sumsMatchAPlainLoopAtEveryLengthAndAlignment()
             const SampleSums sums = sumSamples(noise.constData() + offset, count);
             QCOMPARE(sums.squares, squares);
             QCOMPARE(sums.peak, peak);
+            const SampleSums twin = sumSamplesPlainly(noise.constData() + offset, count);
+            QCOMPARE(twin.squares, squares);
+            QCOMPARE(twin.peak, peak);
         }
     }
 }

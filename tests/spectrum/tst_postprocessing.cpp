@@ -3,12 +3,15 @@
 #include "spectrum/spectrum.h"
 
 #include <algorithm>
+#include <numeric>
 #include <QtTest>
 #include <random>
 
 namespace {
 
-FrequencySpectrum spectrumOf(const std::vector<double> &amplitudes)
+using Amplitudes = std::vector<double>;
+
+FrequencySpectrum spectrumOf(const Amplitudes &amplitudes)
 {
     FrequencySpectrum spectrum(static_cast<int>(amplitudes.size()));
     for (std::size_t i = 0; i < amplitudes.size(); ++i)
@@ -16,15 +19,16 @@ FrequencySpectrum spectrumOf(const std::vector<double> &amplitudes)
     return spectrum;
 }
 
-std::vector<double> amplitudesOf(const FrequencySpectrum &spectrum)
+Amplitudes averaged(const Amplitudes &amplitudes, int width)
 {
-    std::vector<double> amplitudes;
+    FrequencySpectrum spectrum(static_cast<int>(amplitudes.size()));
+    Amplitudes window;
+    averageAcrossFrequency(amplitudes, width, spectrum, window);
+    Amplitudes result;
     for (const FrequencySpectrum::Element &point : spectrum)
-        amplitudes.push_back(point.amplitude);
-    return amplitudes;
+        result.push_back(point.amplitude);
+    return result;
 }
-
-using Amplitudes = std::vector<double>;
 
 } // namespace
 
@@ -46,6 +50,8 @@ private Q_SLOTS:
     void averageOfWidthOneFeedsItself();
     void averageLeavesShortSpectraAndWidths();
     void averageWiderThanTheSpectrumChangesNothing();
+    void averageMatchesAListAtEveryWidth();
+    void takingOverCopiesAndKeepsItsMemory();
     void barIndexRule();
     void barIndexOfDegenerateBands();
     void pointAtALimitReachesNoBar();
@@ -53,7 +59,7 @@ private Q_SLOTS:
     void bandEmptiedByItsOwnerIsSkipped();
 
 private:
-    Amplitudes m_scratch;
+    NoiseScratch m_scratch;
 };
 
 void TestPostprocessing::initTestCase()
@@ -64,8 +70,8 @@ void TestPostprocessing::initTestCase()
 
 void TestPostprocessing::noAmplitudeAbove005GivesNoNoiseFloor()
 {
-    QCOMPARE(noiseFloor(spectrumOf({0.0, 0.05, 0.03, 0.05}), 0.85, m_scratch), 0.0);
-    QCOMPARE(noiseFloor(FrequencySpectrum(), 0.85, m_scratch), 0.0);
+    QCOMPARE(noiseFloor({0.0, 0.05, 0.03, 0.05}, 0.85, m_scratch), 0.0);
+    QCOMPARE(noiseFloor({}, 0.85, m_scratch), 0.0);
 }
 
 void TestPostprocessing::noiseFloorIsTheTruncatedQuantile_data()
@@ -85,8 +91,7 @@ void TestPostprocessing::noiseFloorIsTheTruncatedQuantile()
 {
     QFETCH(double, quantile);
     QFETCH(double, expected);
-    QCOMPARE(noiseFloor(spectrumOf({0.4, 0.01, 0.2, 0.0, 0.3, 0.1}), quantile, m_scratch),
-             expected);
+    QCOMPARE(noiseFloor({0.4, 0.01, 0.2, 0.0, 0.3, 0.1}, quantile, m_scratch), expected);
 }
 
 void TestPostprocessing::noiseFloorMatchesSorting()
@@ -106,106 +111,143 @@ void TestPostprocessing::noiseFloorMatchesSorting()
         std::sort(sorted.begin(), sorted.end());
         const double expected =
             sorted.empty() ? 0.0 : sorted[std::size_t(double(sorted.size() - 1) * quantile)];
-        QCOMPARE(noiseFloor(spectrumOf(amplitudes), quantile, m_scratch), expected);
+        QCOMPARE(noiseFloor(amplitudes, quantile, m_scratch), expected);
     }
 }
 
 void TestPostprocessing::gainFollowsUpFastAndDownSlowly()
 {
     double reference = 0.0;
-    QCOMPARE(trackGain(spectrumOf({0.2, 0.5}), 0.8, reference), 0.8 / 0.15);
+    QCOMPARE(trackGain({0.2, 0.5}, 0.8, reference), 0.8 / 0.15);
     QCOMPARE(reference, 0.15);
-    trackGain(spectrumOf({0.5}), 0.8, reference);
+    trackGain({0.5}, 0.8, reference);
     QCOMPARE(reference, 0.5 * 0.3 + 0.15 * 0.7);
     const double before = reference;
-    QCOMPARE(trackGain(spectrumOf({0.1}), 0.8, reference), 0.8 / (before * 0.999));
+    QCOMPARE(trackGain({0.1}, 0.8, reference), 0.8 / (before * 0.999));
     QCOMPARE(reference, before * 0.999);
-    trackGain(spectrumOf({0.001}), 0.8, reference);
+    trackGain({0.001}, 0.8, reference);
     QCOMPARE(reference, before * 0.999 * 0.99);
 }
 
 void TestPostprocessing::gainOfSilenceIsOne()
 {
     double reference = 0.0;
-    QCOMPARE(trackGain(spectrumOf({0.0, 0.0}), 0.8, reference), 1.0);
+    QCOMPARE(trackGain({0.0, 0.0}, 0.8, reference), 1.0);
     QCOMPARE(reference, 0.0);
     reference = 0.001;
-    QCOMPARE(trackGain(FrequencySpectrum(), 0.8, reference), 1.0);
+    QCOMPARE(trackGain({}, 0.8, reference), 1.0);
 }
 
 void TestPostprocessing::gainIsLimited()
 {
     double reference = 0.01;
-    QCOMPARE(trackGain(spectrumOf({0.005}), 0.8, reference), 10.0);
+    QCOMPARE(trackGain({0.005}, 0.8, reference), 10.0);
     reference = 100.0;
-    QCOMPARE(trackGain(spectrumOf({0.5}), 0.8, reference), 0.1);
+    QCOMPARE(trackGain({0.5}, 0.8, reference), 0.1);
 }
 
 void TestPostprocessing::scalingTakesOffTheFloorAndSmooths()
 {
     Amplitudes smoothed {0.4};
-    FrequencySpectrum spectrum = spectrumOf({0.3, 0.1, 0.5});
-    scaleAndSmooth(spectrum, 2.0, 0.2, 0.25, smoothed);
+    scaleAndSmooth({0.3, 0.1, 0.5}, 2.0, 0.2, 0.25, smoothed);
     const Amplitudes expected {0.75 * (0.6 - 0.2) / 0.8 + 0.25 * 0.4, 0.0,
                                0.75 * (1.0 - 0.2) / 0.8};
+    QCOMPARE(smoothed.size(), expected.size());
     for (std::size_t i = 0; i < 3; ++i)
-        QCOMPARE(amplitudesOf(spectrum)[i] + 1.0, expected[i] + 1.0);
-    QCOMPARE(smoothed, amplitudesOf(spectrum));
+        QCOMPARE(smoothed[i] + 1.0, expected[i] + 1.0);
 
-    spectrum = spectrumOf({0.0, 0.0, 0.0});
-    scaleAndSmooth(spectrum, 2.0, 0.2, 0.25, smoothed);
-    QCOMPARE(spectrum[2].amplitude, 0.25 * expected[2]);
+    scaleAndSmooth({0.0, 0.0, 0.0}, 2.0, 0.2, 0.25, smoothed);
+    QCOMPARE(smoothed[2], 0.25 * expected[2]);
 
     // A floor of 1.0 leaves nothing rather than a value that is no number.
-    spectrum = spectrumOf({1.0, 0.5});
     smoothed.clear();
-    scaleAndSmooth(spectrum, 1.0, 1.0, 0.0, smoothed);
-    QCOMPARE(amplitudesOf(spectrum), (Amplitudes {0.0, 0.0}));
+    scaleAndSmooth({1.0, 0.5}, 1.0, 1.0, 0.0, smoothed);
+    QCOMPARE(smoothed, (Amplitudes {0.0, 0.0}));
 }
 
 void TestPostprocessing::averageKeepsItsSurplus()
 {
-    FrequencySpectrum spectrum = spectrumOf({1.0, 2.0, 3.0, 4.0, 5.0, 6.0});
-    averageAcrossFrequency(spectrum, 2, m_scratch);
     // Surplus 2 x 1.0; the window goes (1 2), (2 3), (3 4), (4 5).
-    QCOMPARE(amplitudesOf(spectrum), (Amplitudes {1.0, 2.5, 3.5, 4.5, 5.5, 6.0}));
+    QCOMPARE(averaged({1.0, 2.0, 3.0, 4.0, 5.0, 6.0}, 2),
+             (Amplitudes {1.0, 2.5, 3.5, 4.5, 5.5, 6.0}));
 }
 
 void TestPostprocessing::averageOfOddWidthTakesOnePointTwice()
 {
-    FrequencySpectrum spectrum = spectrumOf({0.0, 3.0, 6.0, 9.0, 12.0});
-    averageAcrossFrequency(spectrum, 3, m_scratch);
     // half = 1: (0 3 6), then 6 comes in again: (3 6 6), then (6 6 9).
-    QCOMPARE(amplitudesOf(spectrum), (Amplitudes {0.0, 3.0, 5.0, 7.0, 12.0}));
+    QCOMPARE(averaged({0.0, 3.0, 6.0, 9.0, 12.0}, 3), (Amplitudes {0.0, 3.0, 5.0, 7.0, 12.0}));
 }
 
 void TestPostprocessing::averageOfWidthOneFeedsItself()
 {
-    FrequencySpectrum spectrum = spectrumOf({1.0, 5.0, 7.0});
-    averageAcrossFrequency(spectrum, 1, m_scratch);
     // The sum starts at 2; the point that comes in is the one just written.
-    QCOMPARE(amplitudesOf(spectrum), (Amplitudes {2.0, 3.0, 4.0}));
+    QCOMPARE(averaged({1.0, 5.0, 7.0}, 1), (Amplitudes {2.0, 3.0, 4.0}));
 }
 
 void TestPostprocessing::averageLeavesShortSpectraAndWidths()
 {
-    FrequencySpectrum empty;
-    averageAcrossFrequency(empty, 7, m_scratch);
-    QCOMPARE(empty.count(), 0);
-    for (int width : {0, -1, -2048}) {
-        FrequencySpectrum spectrum = spectrumOf({1.0, 2.0, 3.0});
-        averageAcrossFrequency(spectrum, width, m_scratch);
-        QCOMPARE(amplitudesOf(spectrum), (Amplitudes {1.0, 2.0, 3.0}));
-    }
+    QCOMPARE(averaged({}, 7), Amplitudes());
+    for (int width : {0, -1, -2048})
+        QCOMPARE(averaged({1.0, 2.0, 3.0}, width), (Amplitudes {1.0, 2.0, 3.0}));
 }
 
 void TestPostprocessing::averageWiderThanTheSpectrumChangesNothing()
 {
-    for (int width : {6, 7, 100}) {
-        FrequencySpectrum spectrum = spectrumOf({1.0, 2.0, 3.0, 4.0, 5.0, 6.0});
-        averageAcrossFrequency(spectrum, 2 * width, m_scratch);
-        QCOMPARE(amplitudesOf(spectrum), (Amplitudes {1.0, 2.0, 3.0, 4.0, 5.0, 6.0}));
+    for (int width : {6, 7, 100})
+        QCOMPARE(averaged({1.0, 2.0, 3.0, 4.0, 5.0, 6.0}, 2 * width),
+                 (Amplitudes {1.0, 2.0, 3.0, 4.0, 5.0, 6.0}));
+}
+
+/// The points that an average leaves alone, at each width around the number of points.
+void TestPostprocessing::averageMatchesAListAtEveryWidth()
+{
+    const Amplitudes values {0.5, 0.25, 0.75, 1.0, 0.125, 0.0, 0.375, 0.625};
+    const int count = int(values.size());
+    for (int width = 1; width <= 2 * count + 2; ++width) {
+        Amplitudes expected = values;
+        Amplitudes window = values;
+        window.resize(std::size_t(width));
+        for (int i = width / 2; i < count - width / 2; ++i) {
+            const double sum = std::accumulate(window.begin(), window.end(), width * values[0]);
+            expected[std::size_t(i)] = sum / width;
+            window.erase(window.begin());
+            window.push_back(expected[std::size_t(i + width / 2)]);
+        }
+        const Amplitudes result = averaged(values, width);
+        for (std::size_t i = 0; i < values.size(); ++i)
+            QCOMPARE(result[i], expected[i]);
     }
+}
+
+void TestPostprocessing::takingOverCopiesAndKeepsItsMemory()
+{
+    FrequencySpectrum received = spectrumOf({0.25, 0.5, 0.75});
+    received[1].frequency = -46.875;
+    received[2].clipped = true;
+    FrequencySpectrum spectrum;
+    Amplitudes amplitudes {9.0};
+    takeOver(received, spectrum, amplitudes);
+    QCOMPARE(amplitudes, (Amplitudes {0.25, 0.5, 0.75}));
+    QCOMPARE(spectrum.count(), 3);
+    QCOMPARE(spectrum[1].frequency, -46.875);
+    QCOMPARE(spectrum[1].amplitude, 0.5);
+    QVERIFY(spectrum[2].clipped && !spectrum[1].clipped);
+
+    const FrequencySpectrum::Element *memory = &spectrum[0];
+    received[2].clipped = false;
+    takeOver(received, spectrum, amplitudes);
+    QCOMPARE(&spectrum[0], memory);
+    QVERIFY(!spectrum[2].clipped);
+
+    const FrequencySpectrum other = spectrum;
+    received[0].amplitude = 1.0;
+    takeOver(received, spectrum, amplitudes);
+    QCOMPARE(other[0].amplitude, 0.25);
+    QCOMPARE(spectrum[0].amplitude, 1.0);
+
+    takeOver(FrequencySpectrum(), spectrum, amplitudes);
+    QCOMPARE(spectrum.count(), 0);
+    QVERIFY(amplitudes.empty());
 }
 
 void TestPostprocessing::barIndexRule()
