@@ -1,5 +1,7 @@
 #include "report/crashhandlers.h"
 
+#include "platform/brokenpipe.h"
+#include "platform/lastreport.h"
 #include "report/deliverreport.h"
 #include "report/errorreport.h"
 #include "report/stacktrace.h"
@@ -63,7 +65,9 @@ Description describe(const EXCEPTION_RECORD &record)
 
 void printAndDeliver(const QString &report)
 {
+    const BrokenPipeGuard guard; // nobody may be reading standard error any more
     std::fprintf(stderr, "Program crash:\n%s\n", report.toLocal8Bit().constData());
+    setLastReportPrinted();
     deliverReport(report);
 }
 
@@ -89,6 +93,7 @@ LONG WINAPI crashFilter(EXCEPTION_POINTERS *pointers)
 
 void terminateHandler()
 {
+    beginLastReport();
     try {
         printAndDeliver(buildErrorReport(QStringLiteral("std::terminate"),
                                          QStringLiteral("Uncaught C++ exception")));

@@ -1,5 +1,6 @@
 #include "report/deliverreport.h"
 
+#include "platform/brokenpipe.h"
 #include "platform/dialogvisibility.h"
 #include "report/errorreportdialog.h"
 
@@ -30,8 +31,10 @@ void showReport(const QString &report)
         return;
     }
     // A crash never comes here, its process has ended: what was printed there is not repeated.
-    if (!dialogCanBeSeen())
+    if (!dialogCanBeSeen()) {
+        const BrokenPipeGuard guard;
         std::fprintf(stderr, "%s\n", report.toLocal8Bit().constData());
+    }
     ErrorReportDialog dialog(report);
     dialog.exec();
 }

@@ -1,6 +1,7 @@
 #include "platform/posix/pulseserver.h"
 
 #include "platform/posix/loopbackstream.h"
+#include "platform/posix/threadstack.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -37,6 +38,10 @@ PulseServer::PulseServer()
         std::abort(); // no descriptors or memory for a loop: nothing can go on
     m_introspector.setSinkGoneHandler([this](std::uint32_t index) { handleSinkGone(index); });
     pa_threaded_mainloop_set_name(m_loop, "sound-server");
+    // The loop's thread blocks every signal when it begins; a fault in a callback has to be seen.
+    pa_mainloop_api_once(
+        pa_threaded_mainloop_get_api(m_loop),
+        [](pa_mainloop_api *, void *) { unblockFaultSignals(); }, nullptr);
     connect();
     if (pa_threaded_mainloop_start(m_loop) < 0)
         std::abort();

@@ -69,6 +69,7 @@ void *startThread(void *data)
 {
     const ThreadStart start = *static_cast<ThreadStart *>(data);
     delete static_cast<ThreadStart *>(data);
+    unblockFaultSignals(); // the mask is inherited
     const HandlerStack stack; // ends with the thread, also by pthread_exit and pthread_cancel
     return start.function(start.argument);
 }
@@ -101,6 +102,15 @@ void useHandlerStacks()
     // The main thread's lives as long as the process; kept where a leak check finds it.
     [[maybe_unused]] static HandlerStack *volatile s_mainThreadStack;
     s_mainThreadStack = new HandlerStack;
+}
+
+void unblockFaultSignals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : FaultSignals)
+        sigaddset(&set, signal);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 StackLimits threadStackLimits()

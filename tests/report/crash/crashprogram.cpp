@@ -2,6 +2,7 @@
 // and last "crashing".
 #include "faults.h"
 #include "report/crashhandlers.h"
+#include "report/deliverreport.h"
 
 #include <QApplication>
 #include <QFile>
@@ -9,14 +10,18 @@
 #include <QTimer>
 
 #include <atomic>
+#include <cfenv>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <malloc.h>
 #include <signal.h>
 #include <stdexcept>
 #include <string>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -100,11 +105,62 @@ void runOnWorker(void (*function)())
 
 std::atomic<int> g_waiting {2};
 
-void faultTogether()
+void meet()
 {
     --g_waiting;
     while (g_waiting > 0) { }
+}
+
+void faultTogether()
+{
+    meet();
     faultRead();
+}
+
+void runTogether(void (*first)(), void (*second)())
+{
+    std::thread other([second] {
+        meet();
+        second();
+    });
+    meet();
+    first();
+    other.join();
+}
+
+// On another thread, while this one is on the way to the end.
+void failElsewhere(void (*function)())
+{
+    std::thread(function).detach();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+}
+
+void readBeyondTheFile()
+{
+    const int file = memfd_create("empty", 0);
+    void *const memory = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, file, 0);
+    if (memory == MAP_FAILED)
+        std::exit(2);
+    std::printf("data=%016llx\n", reinterpret_cast<unsigned long long>(memory));
+    announce();
+    g_depth = *static_cast<volatile char *>(memory);
+}
+
+// The allocator finds it while it holds its lock, which it does only in a process with threads.
+void corruptHeap()
+{
+    std::thread([] {
+        while (true)
+            pause();
+    }).detach();
+    // Volatile, so that the calls stay; the blocks are larger than those a thread keeps for itself.
+    const volatile std::size_t size = 5000;
+    char *const volatile block = static_cast<char *>(std::malloc(size));
+    char *const volatile next = static_cast<char *>(std::malloc(size));
+    announce();
+    std::memset(block, 'x', malloc_usable_size(block) + 24); // the next block's size as well
+    std::free(block);
+    std::free(next);
 }
 
 [[gnu::noinline]] void callNowhere()
@@ -166,6 +222,31 @@ void overflowNow()
     } else if (kind == "worker") {
         announce(faultReadAt);
         runOnWorker([] { faultRead(); });
+    } else if (kind == "worker-blocked") {
+        announce(faultReadAt);
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, nullptr); // what the worker inherits
+        runOnWorker([] { faultRead(); });
+    } else if (kind == "bus") {
+        readBeyondTheFile();
+    } else if (kind == "float-division") {
+        announce(faultFloatDivisionAt);
+        feenableexcept(FE_DIVBYZERO);
+        faultFloatDivision(1.0, 0.0);
+    } else if (kind == "two-throw") {
+        announce();
+        runTogether(throwNow, throwNow);
+    } else if (kind == "fault-and-throw") {
+        announce();
+        runTogether(faultRead, throwNow);
+    } else if (kind == "heap-corruption") {
+        corruptHeap();
+    } else if (kind == "deliver") {
+        announce();
+        deliverReport(QStringLiteral("a report\n"));
+        QTimer::singleShot(100, [] { QCoreApplication::exit(7); });
+        return;
     } else if (kind == "two") {
         announce(faultReadAt);
         Worker worker(faultTogether);
@@ -201,6 +282,30 @@ LONG WINAPI throwingFilter(EXCEPTION_POINTERS *)
     throw std::runtime_error("on purpose");
 }
 
+LONG WINAPI outpacedFilter(EXCEPTION_POINTERS *pointers)
+{
+    failElsewhere(throwNow);
+    return crashFilter(pointers);
+}
+
+// What happens after the report has been printed.
+ReportSink sinkNamed(const std::string &name)
+{
+    if (name == "hanging-sink") {
+        return [](const QString &) {
+            while (true)
+                pause();
+        };
+    }
+    if (name == "faulting-sink")
+        return [](const QString &) { faultRead(); };
+    if (name == "fault-elsewhere-sink")
+        return [](const QString &) { failElsewhere(faultRead); };
+    if (name == "throw-elsewhere-sink")
+        return [](const QString &) { failElsewhere(throwNow); };
+    return nullptr;
+}
+
 LPTOP_LEVEL_EXCEPTION_FILTER filterNamed(const std::string &name)
 {
     if (name == "hanging")
@@ -211,18 +316,22 @@ LPTOP_LEVEL_EXCEPTION_FILTER filterNamed(const std::string &name)
         return abortingFilter;
     if (name == "throwing")
         return throwingFilter;
+    if (name == "outpaced")
+        return outpacedFilter;
     return crashFilter;
 }
 
 } // namespace
 
-// usage: crashprogram kind [filter]; a kind that begins with "early-" runs without an application.
+// usage: crashprogram kind [filter or sink]; a kind that begins with "early-" runs without an
+// application.
 int main(int argc, char **argv)
 {
     const rlimit noCore {0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
     std::set_terminate(terminateHandler);
     SetUnhandledExceptionFilter(filterNamed(argc > 2 ? argv[2] : ""));
+    setReportSink(sinkNamed(argc > 2 ? argv[2] : ""));
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
 
     std::string kind = argc > 1 ? argv[1] : "";
@@ -235,7 +344,8 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
     QTimer::singleShot(0, [&kind] {
         crash(kind);
-        QCoreApplication::exit(3);
+        if (kind != "deliver") // which ends in order
+            QCoreApplication::exit(3);
     });
     return QApplication::exec();
 }

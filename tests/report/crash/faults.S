@@ -34,5 +34,6 @@ FAULT faultDivide, idivl %ecx
 FAULT faultIllegal, ud2
 FAULT faultNonCanonical, movl (%rdx), %ecx
 FAULT faultBreakpoint, int3
+FAULT faultFloatDivision, divsd %xmm1, %xmm0
 
     .section .note.GNU-stack, "", @progbits

@@ -11,6 +11,7 @@ extern "C" {
 [[noreturn]] void faultIllegal(); // is no instruction
 [[noreturn]] void faultNonCanonical(); // reads an address that no page can have
 [[noreturn]] void faultBreakpoint(); // a debugger's instruction, of one byte
+[[noreturn]] void faultFloatDivision(double dividend, double divisor); // divides them
 
 // The faulting instruction of each.
 extern const char faultReadAt[];
@@ -19,5 +20,6 @@ extern const char faultDivideAt[];
 extern const char faultIllegalAt[];
 extern const char faultNonCanonicalAt[];
 extern const char faultBreakpointAt[];
+extern const char faultFloatDivisionAt[];
 
 } // extern "C"

@@ -1,0 +1,18 @@
+// Output that nobody reads any more.
+#pragma once
+
+/// While it lives, writing to a pipe without a reader fails on the calling thread, where it would
+/// end the process otherwise. Made and destroyed on the same thread, in any thread state, a
+/// crashing one included. On Windows there is nothing to do.
+class BrokenPipeGuard {
+public:
+    BrokenPipeGuard();
+    ~BrokenPipeGuard();
+
+    BrokenPipeGuard(const BrokenPipeGuard &) = delete;
+    BrokenPipeGuard &operator=(const BrokenPipeGuard &) = delete;
+
+private:
+    bool m_wasBlocked = false;
+    bool m_wasPending = false;
+};

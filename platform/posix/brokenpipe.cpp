@@ -1,0 +1,45 @@
+#include "platform/brokenpipe.h"
+
+#include <csignal>
+#include <ctime>
+
+namespace {
+
+sigset_t pipeSignal()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGPIPE);
+    return set;
+}
+
+bool isPending()
+{
+    sigset_t pending;
+    sigemptyset(&pending);
+    sigpending(&pending);
+    return sigismember(&pending, SIGPIPE) == 1;
+}
+
+} // namespace
+
+BrokenPipeGuard::BrokenPipeGuard()
+    : m_wasPending(isPending())
+{
+    const sigset_t set = pipeSignal();
+    sigset_t before;
+    sigemptyset(&before);
+    pthread_sigmask(SIG_BLOCK, &set, &before);
+    m_wasBlocked = sigismember(&before, SIGPIPE) == 1;
+}
+
+BrokenPipeGuard::~BrokenPipeGuard()
+{
+    const sigset_t set = pipeSignal();
+    if (!m_wasPending && isPending()) {
+        const timespec now {0, 0};
+        sigtimedwait(&set, nullptr, &now);
+    }
+    if (!m_wasBlocked)
+        pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}

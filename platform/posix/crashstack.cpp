@@ -1,0 +1,3 @@
+#include "platform/crashstack.h"
+
+void reserveCrashStack() { }

@@ -1,0 +1,5 @@
+#include "platform/brokenpipe.h"
+
+BrokenPipeGuard::BrokenPipeGuard() = default;
+
+BrokenPipeGuard::~BrokenPipeGuard() = default;

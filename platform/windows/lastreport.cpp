@@ -1,0 +1,52 @@
+#include "platform/lastreport.h"
+
+#include <atomic>
+
+#include <windows.h>
+
+namespace {
+
+constexpr DWORD TimeLimit = 5000; // ms that a report has
+constexpr char NoReport[] = "Program crash: the report could not be finished\n";
+
+std::atomic<DWORD> s_reporter {0}; // the thread that reports, 0 before any has failed
+std::atomic<bool> s_printed {false};
+
+[[noreturn]] void endNow()
+{
+    if (!s_printed) {
+        DWORD written = 0;
+        WriteFile(GetStdHandle(STD_ERROR_HANDLE), NoReport, sizeof(NoReport) - 1, &written,
+                  nullptr);
+    }
+    TerminateProcess(GetCurrentProcess(), 1);
+    while (true)
+        Sleep(INFINITE);
+}
+
+DWORD WINAPI endAfterTheLimit(void *)
+{
+    Sleep(TimeLimit);
+    endNow();
+}
+
+} // namespace
+
+void beginLastReport()
+{
+    const DWORD self = GetCurrentThreadId();
+    DWORD reporter = 0;
+    if (!s_reporter.compare_exchange_strong(reporter, self)) {
+        if (reporter == self)
+            endNow();
+        while (true)
+            Sleep(INFINITE);
+    }
+    if (const HANDLE limit = CreateThread(nullptr, 0, endAfterTheLimit, nullptr, 0, nullptr))
+        CloseHandle(limit);
+}
+
+void setLastReportPrinted()
+{
+    s_printed = true;
+}

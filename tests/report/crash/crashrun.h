@@ -1,0 +1,35 @@
+// One run of crashprogram, and what it left behind.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+struct Run {
+    QByteArray facts;
+    QString report; // standard error
+    int status = -1; // exit code, or 128 + signal
+    qint64 elapsed = 0; // ms from the fault to the end of the process
+    bool hung = false;
+    QStringList files; // what is in its current directory
+    QString fileText; // content of the first of them
+
+    QByteArray fact(const char *name) const
+    {
+        for (const QByteArray &line : facts.split('\n')) {
+            if (line.startsWith(QByteArray(name) + '='))
+                return line.mid(int(qstrlen(name)) + 1);
+        }
+        return {};
+    }
+};
+
+/// Runs the program in an empty folder of its own. Without a reader, its standard error is a pipe
+/// whose other end is closed.
+Run runProgram(const QStringList &arguments, bool readsErrors = true);
+
+/// The value of a line of the report, empty if there is none of that name.
+QString field(const QString &report, const QString &name);
+
+/// Base name of the file that is mapped at the address, from the facts of the run.
+QString mappedFile(const QByteArray &maps, qulonglong address);
