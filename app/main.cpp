@@ -1,6 +1,7 @@
 // TonewellDetection: the process entry.
 #include "app/singleinstance.h"
 #include "app/widget.h"
+#include "platform/crashstack.h"
 #include "platform/display.h"
 #include "platform/termination.h"
 #include "report/crashhandlers.h"
@@ -25,6 +26,7 @@ int main(int argc, char *argv[])
     SetUnhandledExceptionFilter(crashFilter);
     qInstallMessageHandler(emptyMessageHandler);
 
+    reserveCrashStack();
     chooseDisplay();
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("TonewellDetection"));

@@ -3,6 +3,7 @@
 #include "capture/diagnosticlog.h"
 #include "capture/sampleconversion.h"
 #include "capture/wasapierrortext.h"
+#include "platform/crashstack.h"
 #include <objbase.h>
 #include <QDebug>
 #include <QThread>
@@ -40,6 +41,7 @@ SourceFormat sourceFormat(const WAVEFORMATEX *mix)
 CaptureAudioThread::CaptureAudioThread()
     : m_thread(new QThread)
 {
+    connect(m_thread, &QThread::started, this, &reserveCrashStack, Qt::DirectConnection);
     moveToThread(m_thread);
     m_thread->start();
 }

@@ -1,5 +1,6 @@
 #include "spectrum/spectrumanalyserthread.h"
 
+#include "platform/crashstack.h"
 #include "spectrum/analysiskernels.h"
 #include "spectrum/fftrealwrapper.h"
 
@@ -38,6 +39,7 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
 {
     // The thread object goes once its thread has ended, never while it runs.
     connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
+    connect(m_thread, &QThread::started, this, &reserveCrashStack, Qt::DirectConnection);
     setParent(nullptr); // an object with a parent cannot change threads
     moveToThread(m_thread);
     m_thread->start();
