@@ -1,6 +1,7 @@
 // The program as processes: its single instance, its end, its silence.
 #include "programworld.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTest>
@@ -24,6 +25,9 @@ private Q_SLOTS:
     void onlyTheUserMayConnect();
     void runsWithoutADisplay_data();
     void runsWithoutADisplay();
+    void aHeldSegmentKeepsTheProgramFromRunning();
+    void reportNamesTheProgram();
+    void noThreadBlocksTheSignalsOfFaults();
 };
 
 void ProcessTest::secondCopyExitsAtOnceWithZeroAndTheFirstGoesOn()
@@ -168,6 +172,82 @@ void ProcessTest::runsWithoutADisplay()
     copy->terminate();
     QVERIFY(copy->waitForFinished(s_patience));
     QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
+}
+
+// Whoever holds the segment of the program's key is taken for a running copy.
+void ProcessTest::aHeldSegmentKeepsTheProgramFromRunning()
+{
+    const ProgramWorld world;
+    QProcess holder;
+    holder.setProcessEnvironment(world.environment);
+    holder.start(QStringLiteral(SEGMENT_HOLDER),
+                 {QStringLiteral("--hold"), QStringLiteral("TonewellDetection")});
+    QVERIFY(holder.waitForReadyRead(s_patience));
+    QCOMPARE(holder.readLine(), QByteArray("held\n"));
+
+    const auto copy = world.start();
+    QVERIFY(copy);
+    QVERIFY(copy->waitForFinished(s_patience));
+    QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(copy->exitCode(), 0);
+    QVERIFY(!QFile::exists(world.socket()));
+    QCOMPARE(copy->readAllStandardError(), QByteArray());
+
+    holder.write("end\n");
+    QVERIFY(holder.waitForFinished(s_patience));
+    const auto next = world.startAndWait();
+    QVERIFY(next);
+    next->terminate();
+    QVERIFY(next->waitForFinished(s_patience));
+}
+
+void ProcessTest::reportNamesTheProgram()
+{
+    const ProgramWorld world;
+    const auto copy = world.startAndWait();
+    QVERIFY(copy);
+    QVERIFY(!world.receive(5).isEmpty());
+    copy->terminate();
+    QVERIFY(copy->waitForFinished(s_patience));
+    const QString errors = QString::fromUtf8(copy->readAllStandardError());
+    QVERIFY2(errors.contains(QStringLiteral("\n[Application Info]\n"
+                                            "  App Name: TonewellDetection\n"
+                                            "  App Version: 1.0.0\n"
+                                            "  Executable: " TONEWELL_PROGRAM "\n")),
+             qPrintable(errors));
+}
+
+// Where one is blocked, the kernel ends the process at a fault and nothing is reported.
+void ProcessTest::noThreadBlocksTheSignalsOfFaults()
+{
+    const ProgramWorld world;
+    const auto copy = world.startAndWait();
+    QVERIFY(copy);
+    QVERIFY(!world.receive(5).isEmpty());
+    qulonglong faults = 0;
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT})
+        faults |= 1ULL << (signal - 1);
+    const QString tasks = QStringLiteral("/proc/%1/task").arg(copy->processId());
+    QStringList names;
+    for (const QString &task : QDir(tasks).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile file(tasks + QLatin1Char('/') + task + QStringLiteral("/status"));
+        if (!file.open(QIODevice::ReadOnly))
+            continue; // it has ended meanwhile
+        QString name;
+        for (const QByteArray &line : file.readAll().split('\n')) {
+            if (line.startsWith("Name:"))
+                name = QString::fromUtf8(line.mid(5).trimmed());
+            if (line.startsWith("SigBlk:")) {
+                names.append(name);
+                QVERIFY2((line.mid(7).trimmed().toULongLong(nullptr, 16) & faults) == 0,
+                         qPrintable(name + QString::fromUtf8(line)));
+            }
+        }
+    }
+    QVERIFY2(names.contains(QStringLiteral("sound-server")), qPrintable(names.join(u' ')));
+    QVERIFY(names.size() >= 5);
+    copy->terminate();
+    QVERIFY(copy->waitForFinished(s_patience));
 }
 
 QTEST_GUILESS_MAIN(ProcessTest)
