@@ -1,5 +1,7 @@
 #include "capture/sampleconversion.h"
 
+#include "capture/floatkernels.h"
+
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -104,12 +106,17 @@ void copyPacket(QByteArray &raw, const void *packet, quint32 frames, int blockAl
 
 QByteArray toStereo16(const char *raw, qint64 size, quint32 frames, const SourceFormat &format)
 {
-    QByteArray result(arraySize(frames, kBytesPerOutputFrame), '\0');
+    const int resultSize = arraySize(frames, kBytesPerOutputFrame);
     if (format.channels <= 0)
-        return result;
+        return QByteArray(resultSize, '\0');
+    QByteArray result(resultSize, Qt::Uninitialized);
     const Packet packet(raw, size);
     frames = quint32(result.size() / kBytesPerOutputFrame);
-    if (format.isFloat)
+    if (format.isFloat && format.channels == 2 && size >= qint64(frames) * 2 * FloatRow::width) {
+        static const FloatKernel kernel = floatKernel(vectorUnit());
+        const RoundingTowardZero rounding;
+        kernel(raw, result.data(), int(frames) * 2);
+    } else if (format.isFloat)
         convert<FloatRow>(packet, frames, format.channels, result.data());
     else if (format.bitsPerSample == 32)
         convert<Int32Row>(packet, frames, format.channels, result.data());

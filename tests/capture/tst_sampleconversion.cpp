@@ -1,5 +1,6 @@
 // The conversion of packets, against a reference that looks at single bytes, with every packet
 // ending at an unreadable page.
+#include "capture/floatkernels.h"
 #include "capture/sampleconversion.h"
 #include "tests/support/guardedmemory.h"
 #include <cmath>
@@ -132,6 +133,9 @@ private Q_SLOTS:
     void noChannelsGiveZeros();
     void floatBeatsTheDepth();
     void tableAgainstTheReference();
+    void floatKernels_data();
+    void floatKernels();
+    void conversionLeavesTheRoundingModeAlone();
     void packetCopies();
     void packetCopyEndsAtThePacket();
 };
@@ -243,6 +247,60 @@ void TestSampleConversion::tableAgainstTheReference()
     }
     qInfo("%d packets", cases);
     QVERIFY(cases > 3000);
+}
+
+void TestSampleConversion::floatKernels_data()
+{
+    QTest::addColumn<int>("unit");
+    QTest::newRow("plain") << int(VectorUnit::None);
+    for (const VectorUnit unit : {VectorUnit::Sse2, VectorUnit::Avx2Fma}) {
+        if (vectorUnit() >= unit)
+            QTest::newRow(unit == VectorUnit::Sse2 ? "SSE2" : "AVX2") << int(unit);
+    }
+}
+
+/// Odd lengths, alignments, and samples whose product is nearly an integer.
+void TestSampleConversion::floatKernels()
+{
+    QFETCH(int, unit);
+    const FloatKernel kernel = floatKernel(VectorUnit(unit));
+    const SourceFormat mono {1, 32, true};
+    QRandomGenerator random(7);
+    for (int count = 0; count <= 70; ++count) {
+        for (int offset = 0; offset < 5; ++offset) {
+            Bytes floats(4 * count, '\0');
+            for (int i = 0; i < count; ++i) {
+                float value = float(int(random.bounded(65536)) - 32768) / 32767.0F;
+                if (i % 3 == 1)
+                    value = std::nextafter(value, random.bounded(2) ? 2.0F : -2.0F);
+                else if (i % 3 == 2) {
+                    const quint32 bits = random.generate();
+                    std::memcpy(&value, &bits, sizeof value);
+                }
+                std::memcpy(floats.data() + 4 * i, &value, sizeof value);
+            }
+            const Bytes packet = Bytes(offset, 'x') + floats;
+            Bytes samples(2 * count + 2 * offset, 'x');
+            {
+                const RoundingTowardZero rounding;
+                kernel(packet.constData() + offset, samples.data() + offset, count);
+            }
+            for (int i = 0; i < count; ++i)
+                QCOMPARE(int(qint16(wordAt(samples, offset + 2 * i, 2))),
+                         referenceSample(floats, i, 0, mono));
+            QCOMPARE(samples.left(offset), Bytes(offset, 'x'));
+            QCOMPARE(samples.mid(offset + 2 * count), Bytes(offset, 'x'));
+        }
+    }
+}
+
+/// Whatever the kernels need to round, the rest of the program rounds as ever.
+void TestSampleConversion::conversionLeavesTheRoundingModeAlone()
+{
+    toStereo16(Bytes(8 * 480, '\x3f'), 480, {2, 32, true});
+    volatile float three = 3.0F;
+    QCOMPARE(double(2.0F / three), double(0.666666687F)); // rounded up
+    QCOMPARE(double(-2.0F / three), double(-0.666666687F));
 }
 
 void TestSampleConversion::packetCopies()

@@ -1,0 +1,32 @@
+// Float samples to 16 bits, with the instructions of the best vector unit.
+#pragma once
+
+#include "platform/vectorunit.h"
+
+/// `count` floats, clamped to [-1, 1], times 32767, truncated toward zero; NaN gives 0. Both in
+/// the byte order of the machine; no alignment is required. Runs while the processor rounds toward
+/// zero (RoundingTowardZero): then the product, rounded to a float, still truncates as the exact
+/// one does.
+using FloatKernel = void (*)(const char *floats, char *samples, int count);
+
+/// The one for a vector unit, which the processor must have.
+FloatKernel floatKernel(VectorUnit unit);
+
+/// One sample after the other, in any rounding mode: for processors without a kernel, for what is
+/// left after the last full vector, and to test against.
+void floatsToSamplesPlainly(const char *floats, char *samples, int count);
+void floatsToSamplesSse2(const char *floats, char *samples, int count);
+void floatsToSamplesAvx2(const char *floats, char *samples, int count);
+
+/// The rounding mode of this thread's vector unit, while one of these lives.
+class RoundingTowardZero {
+public:
+    RoundingTowardZero();
+    ~RoundingTowardZero();
+
+    RoundingTowardZero(const RoundingTowardZero &) = delete;
+    RoundingTowardZero &operator=(const RoundingTowardZero &) = delete;
+
+private:
+    unsigned m_before;
+};
