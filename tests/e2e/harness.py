@@ -22,6 +22,7 @@ import wave
 
 SEPARATOR = "/&+&/"
 PROGRAM = os.environ.get("TONEWELL_PROGRAM", "TonewellDetection")
+TONE_PLAYER = os.path.join(os.path.dirname(PROGRAM), "toneplayer")
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 
@@ -66,11 +67,12 @@ class Message:
 class Client:
     """The consumer process and what it has received so far."""
 
-    def __init__(self, environment):
+    def __init__(self, world):
         self.messages = []
         self.ready = 0
+        self.world = world
         self.process = subprocess.Popen(
-            [sys.executable, os.path.join(HERE, "replica_client.py")], env=environment,
+            [sys.executable, os.path.join(HERE, "replica_client.py")], env=world.environment,
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.reader = threading.Thread(target=self._read, daemon=True)
         self.reader.start()
@@ -100,7 +102,8 @@ class Client:
             return wait_until(look, seconds, what)
         except AssertionError as failure:
             last = self.messages[-1].text if self.messages else "none"
-            raise AssertionError(f"{failure}; {len(self.messages) - begin} messages, last: {last}") from None
+            raise AssertionError(f"{failure}; {len(self.messages) - begin} messages, last: {last}\n"
+                                 f"{self.world.describe()}") from None
 
     def next(self, seconds=2):
         return self.wait_for(lambda message: True, seconds, "a message")
@@ -224,6 +227,18 @@ class World:
         self.pactl("set-default-sink", name)
         wait_until(lambda: self.pactl("get-default-sink") == name, 5, f"default sink {name}")
 
+    def describe(self):
+        """The server's state in words, for a test that failed."""
+        lines = []
+        for question in (["get-default-sink"], ["list", "short", "sinks"], ["list", "short", "sink-inputs"],
+                         ["list", "short", "source-outputs"]):
+            try:
+                answer = self.pactl(*question)
+            except (ServerError, subprocess.TimeoutExpired) as failure:
+                answer = str(failure)
+            lines.append(f"{' '.join(question)}:\n{answer}")
+        return "\n".join(lines)
+
     def sink_inputs(self):
         return {line.split("\t")[0] for line in self.pactl("list", "short", "sink-inputs").splitlines()}
 
@@ -236,15 +251,16 @@ class World:
         wait_until(lambda: self.sink_inputs() - before, 5, "the tone's stream")
         return player
 
-    def play_pinned(self, sink, rate, left, right):
-        """Plays to a sink that the stream stays on when the default changes: servers move a stream
-        along unless it was put by hand on a sink that is not the default. Needs such a sink."""
-        before = self.sink_inputs()
-        player = self.play(sink, rate, left, right)
-        stream = (self.sink_inputs() - before).pop()
-        sinks = [line.split("\t")[1] for line in self.pactl("list", "short", "sinks").splitlines()]
-        self.pactl("move-sink-input", stream, next(name for name in sinks if name != sink))
-        self.pactl("move-sink-input", stream, sink)
+    def play_pinned(self, sink, frequency, left, right, rate=48000):
+        """A tone of the given amplitudes whose stream stays on its sink when the default changes:
+        servers move others along. Returns when it plays."""
+        log = os.path.join(self.folder, f"pinned{len(self.others)}.log")
+        player = self.start(os.path.basename(log)[:-4], TONE_PLAYER, sink, str(rate),
+                            "front-left,front-right", str(frequency), str(left), str(right))
+        self.others.append(player)
+        wait_until(lambda: os.path.getsize(log) or player.poll() is not None, 5, "the tone")
+        if player.poll() is not None:
+            raise AssertionError(f"the tone's player ended with {player.poll()}")
         return player
 
     # The program and its consumers
@@ -260,7 +276,7 @@ class World:
         return os.path.join(self.folder, "tonewell")
 
     def connect(self):
-        client = Client(self.environment)
+        client = Client(self)
         self.clients.append(client)
         wait_until(lambda: client.messages, 10, "the first message")
         return client

@@ -14,7 +14,6 @@ import time
 
 import harness
 
-TONE_PLAYER = os.path.join(os.path.dirname(harness.PROGRAM), "toneplayer")
 DOWN = 4.0  # seconds without a server: longer than a start waits for a worker that is gone
 
 
@@ -38,14 +37,9 @@ class Stress:
 
     def begin(self):
         self.world.add_sink("resting")
-        self.world.set_default("resting")
         self.world.add_sink("quiet", 44100)
         self.loud = self.world.add_sink("loud")
         self.play()
-        # A stream put by hand on a sink that is not the default stays there when it changes.
-        stream = self.world.sink_inputs().pop()
-        self.world.pactl("move-sink-input", stream, "quiet")
-        self.world.pactl("move-sink-input", stream, "loud")
         self.world.set_default("loud")
         self.program = self.world.start_program()
         self.client = self.world.connect()
@@ -55,9 +49,7 @@ class Stress:
         """A tone on the loud sink that lasts until it is ended, each time on the other side, since
         the bars of a lost device stand still."""
         self.side = "right" if self.side == "left" else "left"
-        self.player = self.world.start("player", TONE_PLAYER, "loud", "48000", "front-left,front-right",
-                                       "1000", *(("0.5", "0") if self.side == "left" else ("0", "0.5")))
-        harness.wait_until(self.world.sink_inputs, 5, "the tone's stream")
+        self.player = self.world.play_pinned("loud", 1000, *((0.5, 0) if self.side == "left" else (0, 0.5)))
 
     def captured_sources(self):
         names = {}
