@@ -3,6 +3,10 @@
 #include "remote/spectrummessage.h"
 
 #include <QDir>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRemoteObjectHost>
 #include <QTemporaryDir>
@@ -51,6 +55,12 @@ private Q_SLOTS:
     void badMessagesAreCounted();
     void sourceOfAnotherTypeIsSaid();
     void theServiceComesBack();
+    void theServiceComesInTheStrangersPlace();
+    void recordsEveryMessage();
+    void aFileThatCannotBeWrittenIsAnExitCode_data();
+    void aFileThatCannotBeWrittenIsAnExitCode();
+    void savesAPictureWithoutADisplay();
+    void thePictureIsTakenByItself();
 
 private:
     std::unique_ptr<QRemoteObjectHost> host(QObject *source) const;
@@ -92,12 +102,14 @@ void MonitorTest::helpAndVersion()
     QVERIFY(help->waitForFinished(s_patience));
     QCOMPARE(help->exitCode(), 0);
     const QByteArray text = help->readAllStandardOutput();
-    for (const char *option : {"--seconds", "--stats", "--help", "--version", "Exit codes"})
+    for (const char *option : {"--text", "--seconds", "--record", "--png", "--stats", "--help",
+                               "--version", "Exit codes"})
         QVERIFY2(text.contains(option), option);
     const auto version = monitor({QStringLiteral("--version")});
     QVERIFY(version->waitForFinished(s_patience));
     QCOMPARE(version->exitCode(), 0);
-    QCOMPARE(version->readAllStandardOutput(), QByteArray("tonewell-monitor 1.0.0\n"));
+    QCOMPARE(version->readAllStandardOutput(),
+             QByteArray("tonewell-monitor " TONEWELL_VERSION "\n"));
 }
 
 void MonitorTest::wrongOptions_data()
@@ -183,6 +195,151 @@ void MonitorTest::sourceOfAnotherTypeIsSaid()
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 2);
     QVERIFY(process->readAllStandardOutput().contains("another type"));
+}
+
+void MonitorTest::theServiceComesInTheStrangersPlace()
+{
+    Stranger stranger;
+    auto node = host(&stranger);
+    QVERIFY(node);
+    const auto process = monitor({});
+    QByteArray output;
+    const auto shows = [&](const char *text) {
+        output += process->readAllStandardOutput();
+        return output.contains(text);
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(shows("another type"), s_patience);
+    node.reset();
+    CommonInterface source;
+    node = host(&source);
+    QVERIFY(node);
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
+    timer.start(20);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("RMS 0.250"), s_patience);
+    QVERIFY(output.contains("of another type: "));
+    process->terminate();
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+}
+
+void MonitorTest::recordsEveryMessage()
+{
+    CommonInterface source;
+    const auto node = host(&source);
+    QVERIFY(node);
+    int sent = 0;
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] {
+        std::vector<float> bars(100, 0.0F);
+        bars[std::size_t(sent % 100)] = 1.0F;
+        source.sendMessage(QStringLiteral("noise"));
+        source.sendMessage(spectrumMessage(0.25, 0.5, 0.125, bars.data(), int(bars.size())));
+        ++sent;
+    });
+    timer.start(20);
+    const QString name = m_folder->filePath(QStringLiteral("record.json"));
+    const auto process = monitor({QStringLiteral("--seconds"), QStringLiteral("1.5"),
+                                  QStringLiteral("--stats"), QStringLiteral("--record"), name});
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QCOMPARE(process->exitCode(), 0);
+    QFile file(name);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    int lines = 0;
+    int place = -1;
+    double time = 0;
+    while (!file.atEnd()) {
+        const QJsonObject line = QJsonDocument::fromJson(file.readLine()).object();
+        QCOMPARE(line.value(QLatin1String("rms")).toDouble(), 100.0);
+        QCOMPARE(line.value(QLatin1String("peak")).toDouble(), 200.0);
+        QCOMPARE(line.value(QLatin1String("dynamics")).toDouble(), 50.0);
+        QVERIFY(line.value(QLatin1String("time")).toDouble() >= time);
+        time = line.value(QLatin1String("time")).toDouble();
+        const QJsonArray bars = line.value(QLatin1String("bars")).toArray();
+        QCOMPARE(bars.size(), 100);
+        if (place < 0)
+            while (bars.at(++place).toInt() != 400) { }
+        else
+            place = (place + 1) % 100;
+        QCOMPARE(bars.at(place).toInt(), 400); // none is missing, none is twice
+        ++lines;
+    }
+    QVERIFY(lines > 0);
+    const QString output = QString::fromUtf8(process->readAllStandardOutput());
+    QVERIFY2(output.contains(QStringLiteral("messages  %1, bad ").arg(lines)), qPrintable(output));
+}
+
+void MonitorTest::aFileThatCannotBeWrittenIsAnExitCode_data()
+{
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<QString>("file");
+    QTest::newRow("record, no folder")
+        << QStringLiteral("--record") << QStringLiteral("/no/such/x");
+    QTest::newRow("picture, no folder") << QStringLiteral("--png") << QStringLiteral("/no/such/x");
+    if (QFile::exists(QStringLiteral("/dev/full")))
+        QTest::newRow("record, disk full")
+            << QStringLiteral("--record") << QStringLiteral("/dev/full");
+}
+
+void MonitorTest::aFileThatCannotBeWrittenIsAnExitCode()
+{
+    QFETCH(QString, option);
+    QFETCH(QString, file);
+    CommonInterface source;
+    const auto node = host(&source);
+    QVERIFY(node);
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
+    timer.start(20);
+    const auto process = monitor({option, file, QStringLiteral("--seconds"), QStringLiteral("2")});
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process->exitCode(), 3);
+    QVERIFY(process->readAllStandardError().contains(QFile::encodeName(file)));
+}
+
+void MonitorTest::savesAPictureWithoutADisplay()
+{
+    CommonInterface source;
+    const auto node = host(&source);
+    QVERIFY(node);
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
+    timer.start(20);
+    const QString name = m_folder->filePath(QStringLiteral("picture.of.bars"));
+    const auto process = monitor(
+        {QStringLiteral("--png"), name, QStringLiteral("--seconds"), QStringLiteral("1.5")});
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QCOMPARE(process->exitCode(), 0);
+    const QImage image(name, "PNG");
+    QCOMPARE(image.size(), QSize(900, 480));
+    // All bars are at half of the scale: many colourful pixels in the lower half, fewer in the
+    // upper one, where only the meters are.
+    int upper = 0;
+    int lower = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x)
+            (y < image.height() / 2 ? upper : lower) +=
+                image.pixelColor(x, y).hsvSaturation() > 60 ? 1 : 0;
+    }
+    QVERIFY2(lower > 80000, qPrintable(QString::number(lower)));
+    QVERIFY2(upper > 10000 && upper < 60000, qPrintable(QString::number(upper)));
+}
+
+void MonitorTest::thePictureIsTakenByItself()
+{
+    const QString name = m_folder->filePath(QStringLiteral("picture.png"));
+    const auto process = monitor({QStringLiteral("--png"), name});
+    QTest::qWait(300); // nothing yet: it waits for the service
+    QCOMPARE(process->state(), QProcess::Running);
+    CommonInterface source;
+    const auto node = host(&source);
+    QVERIFY(node);
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
+    timer.start(20);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QCOMPARE(process->exitCode(), 0);
+    QCOMPARE(QImage(name).size(), QSize(900, 480));
 }
 
 void MonitorTest::theServiceComesBack()

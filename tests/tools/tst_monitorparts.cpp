@@ -45,6 +45,9 @@ private Q_SLOTS:
     void pictureFitsTheTerminal();
     void barsStandWhereTheyBelong();
     void valuesBeyondTheScaleStayInside();
+    void axisSaysTrueFrequencies();
+    void heldLevelsAreMarked();
+    void noMinusBeforeZero();
 };
 
 void MonitorPartsTest::readsAMessage()
@@ -151,9 +154,9 @@ void MonitorPartsTest::pictureFitsTheTerminal()
 {
     QFETCH(int, columns);
     QFETCH(int, rows);
-    const TerminalView view(false, true);
+    const TerminalView view(false, TerminalView::Unicode);
     const QStringList picture =
-        view.picture(fullAt(35), QString(200, QLatin1Char('s')), columns, rows);
+        view.picture(fullAt(35), {}, QString(200, QLatin1Char('s')), columns, rows);
     QVERIFY(picture.size() <= qMax(rows, 4));
     for (const QString &row : picture)
         QVERIFY2(row.size() <= columns, qPrintable(row));
@@ -161,8 +164,8 @@ void MonitorPartsTest::pictureFitsTheTerminal()
 
 void MonitorPartsTest::barsStandWhereTheyBelong()
 {
-    const TerminalView view(false, false);
-    const QStringList picture = view.picture(fullAt(35), QStringLiteral("s"), 100, 24);
+    const TerminalView view(false, TerminalView::Plain);
+    const QStringList picture = view.picture(fullAt(35), {}, QStringLiteral("s"), 100, 24);
     QCOMPARE(picture.size(), 24);
     for (int row = 4; row < 23; ++row)
         QCOMPARE(picture.at(row),
@@ -181,15 +184,54 @@ void MonitorPartsTest::barsStandWhereTheyBelong()
 
 void MonitorPartsTest::valuesBeyondTheScaleStayInside()
 {
-    const TerminalView view(false, false);
+    const TerminalView view(false, TerminalView::Plain);
     SpectrumReading reading = fullAt(0);
     reading.bars.fill(9999);
     reading.bars[0] = -999;
     reading.rms = -1e300;
     reading.peak = 1e300;
-    const QStringList picture = view.picture(reading, QString(), 100, 8);
+    const QStringList picture = view.picture(reading, {}, QString(), 100, 8);
     QCOMPARE(picture.at(4), QLatin1Char(' ') + QString(99, QLatin1Char('@')));
     QVERIFY(view.line(reading, QString(), 100).contains(QString(99, QLatin1Char('@'))));
+}
+
+void MonitorPartsTest::axisSaysTrueFrequencies()
+{
+    const TerminalView view(false, TerminalView::Plain);
+    const QString axis = view.picture(fullAt(0), {}, QStringLiteral("s"), 100, 24).last();
+    // 100 columns of 70 Hz: 1000 Hz are 14 columns from the middle on either side.
+    for (const int column : {50 - 15, 50 + 14}) {
+        const int start = axis.indexOf(QStringLiteral("1000"), column - 4);
+        QVERIFY2(start <= column && column < start + 4, qPrintable(axis));
+    }
+    QVERIFY2(axis.endsWith(QStringLiteral("3500 Hz")), qPrintable(axis));
+    QVERIFY2(!axis.contains(QStringLiteral("7000")), qPrintable(axis));
+}
+
+void MonitorPartsTest::heldLevelsAreMarked()
+{
+    const TerminalView view(false, TerminalView::Plain);
+    SpectrumReading reading = fullAt(0);
+    reading.peak = 40; // -20 dB
+    Levels held;
+    held.peak = 200; // -6 dB
+    const QString row = view.picture(reading, held, QString(), 115, 24).at(2);
+    const int width = 115 - 15; // behind the name and the number
+    QCOMPARE(row.left(15), QStringLiteral("peak     0.100 "));
+    QCOMPARE(row.count(QLatin1Char('@')), int(width * (1 - 20 / 60.0)));
+    QCOMPARE(row.indexOf(QLatin1Char('|')), 15 + int(width * (1 - 6.0206 / 60)));
+    held.peak = 40;
+    QVERIFY(view.picture(reading, held, QString(), 115, 24).at(2).size() <= 115);
+    QVERIFY(!view.picture(reading, {}, QString(), 115, 24).at(1).contains(QLatin1Char('|')));
+}
+
+void MonitorPartsTest::noMinusBeforeZero()
+{
+    const TerminalView view(false, TerminalView::Plain);
+    SpectrumReading reading = fullAt(0);
+    reading.dynamic = -1e-14;
+    const QString line = view.line(reading, QString(), 50);
+    QVERIFY2(line.contains(QStringLiteral("dynamic 0.000 ")), qPrintable(line));
 }
 
 QTEST_APPLESS_MAIN(MonitorPartsTest)

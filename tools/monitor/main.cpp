@@ -1,72 +1,157 @@
-// tonewell-monitor: what the service publishes, live in a terminal.
-//
-// Exit codes: 0 it ended as asked and messages had come; 1 wrong options; 2 no message had come.
+// tonewell-monitor: what the service publishes, live in a window or in a terminal.
 #include "monitor.h"
+#include "monitoroptions.h"
+#include "monitorwindow.h"
+#include "terminalview.h"
 
+#include "platform/display.h"
 #include "platform/terminal.h"
 #include "platform/termination.h"
 
-#include <QCommandLineParser>
-#include <QCoreApplication>
+#include <QApplication>
 #include <QTextCodec>
+#include <QTimer>
 
 #include <cmath>
 #include <cstdio>
+#include <memory>
 
 namespace {
 
-constexpr int s_terminalInterval = 40;
+constexpr int s_terminalInterval = 40; // ms
 constexpr int s_lineInterval = 250;
+constexpr int s_pictureDelay = 2000; // from the first message
 
-bool outputIsUnicode()
+void say(const QString &text)
 {
-    return QTextCodec::codecForLocale()->name() == "UTF-8";
+    std::fprintf(stderr, "tonewell-monitor: %s\n", qPrintable(text));
+}
+
+QStringList asStrings(int argc, char **argv)
+{
+    QStringList result;
+    for (int i = 0; i < argc; ++i)
+        result.append(QString::fromLocal8Bit(argv[i]));
+    return result;
+}
+
+std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv, bool withWindows)
+{
+    if (!withWindows)
+        return std::make_unique<QCoreApplication>(argc, argv);
+    chooseDisplay();
+    return std::make_unique<QApplication>(argc, argv);
+}
+
+bool hasDisplay()
+{
+    return qApp && QGuiApplication::platformName() != QStringLiteral("offscreen");
+}
+
+TerminalView::Style textStyle()
+{
+    if (QTextCodec::codecForLocale()->name() != "UTF-8")
+        return TerminalView::Plain;
+    return qEnvironmentVariableIsEmpty("NO_COLOR") ? TerminalView::ColouredUnicode
+                                                   : TerminalView::Unicode;
+}
+
+/// Until the event loop is ended: a window, or nothing but the picture at the end.
+/// False when the picture could not be saved.
+bool runWithWindows(Monitor *monitor, const QString &pngFile)
+{
+    MonitorWindow window(monitor);
+    if (pngFile.isEmpty()) {
+        window.show();
+        QCoreApplication::exec();
+        return true;
+    }
+    QCoreApplication::exec();
+    window.refresh();
+    if (window.grab().save(pngFile, "PNG"))
+        return true;
+    say(QStringLiteral("%1 cannot be written").arg(pngFile));
+    return false;
+}
+
+/// Until the event loop is ended.
+void runInTerminal(Monitor *monitor)
+{
+    const bool onTerminal = standardOutputIsTerminal();
+    TerminalView view(onTerminal, textStyle());
+    const double start = Monitor::now();
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+        MonitorModel *const model = monitor->model();
+        const double now = Monitor::now();
+        const QString status =
+            QStringLiteral("%1 s  %2").arg((now - start) / 1000, 6, 'f', 1).arg(model->status(now));
+        view.show(model->reading(), model->heldLevels(now), status);
+    });
+    timer.start(onTerminal ? s_terminalInterval : s_lineInterval);
+    QCoreApplication::exec();
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    const QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("tonewell-monitor"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
-
-    QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Shows the sound spectrum that TonewellDetection publishes: a live picture on a terminal,\n"
-        "four lines a second elsewhere. Waits for the service if it is not there.\n\n"
-        "Exit codes: 0 messages had come, 1 wrong options, 2 no message had come."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    const QCommandLineOption seconds(QStringLiteral("seconds"),
-                                     QStringLiteral("End after N seconds."), QStringLiteral("N"));
-    const QCommandLineOption stats(
-        QStringLiteral("stats"), QStringLiteral("At the end, print rate, gaps and bad messages."));
-    parser.addOptions({seconds, stats});
-    parser.process(app);
-
-    if (!parser.positionalArguments().isEmpty()) {
-        std::fprintf(stderr, "tonewell-monitor: unexpected argument\n");
-        return 1;
+    // Whether there will be windows must be known before there is an application.
+    MonitorOptions options = MonitorOptions::read(asStrings(argc, argv));
+    if (options.request == MonitorOptions::Help) {
+        std::fputs(qPrintable(MonitorOptions::help()), stdout);
+        return MessagesCame;
     }
-    if (parser.isSet(seconds)) {
-        bool ok = false;
-        const double count = parser.value(seconds).toDouble(&ok);
-        if (!ok || !(count > 0 && count < 2e6)) {
-            std::fprintf(stderr, "tonewell-monitor: --seconds needs a number above 0\n");
-            return 1;
-        }
-        QTimer::singleShot(int(std::ceil(count * 1000)), &app, &QCoreApplication::quit);
+    if (options.request == MonitorOptions::Version) {
+        std::puts("tonewell-monitor " TONEWELL_VERSION);
+        return MessagesCame;
+    }
+
+    const auto application = makeApplication(argc, argv, !options.text);
+    QCoreApplication::setApplicationName(QStringLiteral("tonewell-monitor"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TONEWELL_VERSION));
+    options = MonitorOptions::read(QCoreApplication::arguments()); // without Qt's own ones
+    if (options.request == MonitorOptions::Wrong) {
+        say(options.error + QStringLiteral("; see --help"));
+        return WrongOptions;
+    }
+
+    MessageRecorder recorder;
+    if (!options.recordFile.isEmpty() && !recorder.open(options.recordFile)) {
+        say(QStringLiteral("%1: %2").arg(options.recordFile, recorder.errorText()));
+        return FileNotWritten;
     }
 
     endEventLoopOnTermination();
-    const bool onTerminal = standardOutputIsTerminal();
-    TerminalView view(onTerminal, outputIsUnicode());
-    const Monitor monitor(&view, onTerminal ? s_terminalInterval : s_lineInterval);
-    QCoreApplication::exec();
-    view.close();
+    Monitor monitor(recorder.isOpen() ? &recorder : nullptr);
+    QString failure;
+    QObject::connect(&monitor, &Monitor::recordingFailed, application.get(),
+                     [&](const QString &error) {
+                         failure = error;
+                         QCoreApplication::quit();
+                     });
+    if (options.seconds > 0)
+        QTimer::singleShot(int(std::ceil(options.seconds * 1000)), application.get(),
+                           &QCoreApplication::quit);
+    else if (!options.pngFile.isEmpty())
+        QObject::connect(&monitor, &Monitor::started, application.get(), [&] {
+            QTimer::singleShot(s_pictureDelay, application.get(), &QCoreApplication::quit);
+        });
 
-    if (parser.isSet(stats))
-        std::fputs(monitor.statistics().report().toUtf8().constData(), stdout);
-    return monitor.statistics().messages() > 0 ? 0 : 2;
+    bool written = true;
+    if (!options.pngFile.isEmpty() || (!options.text && hasDisplay()))
+        written = runWithWindows(&monitor, options.pngFile);
+    else
+        runInTerminal(&monitor);
+
+    const MessageStatistics &statistics = monitor.model()->statistics();
+    if (options.stats)
+        std::fputs(qPrintable(statistics.report()), stdout);
+    if (!failure.isEmpty()) {
+        say(QStringLiteral("%1: %2").arg(options.recordFile, failure));
+        written = false;
+    }
+    if (!written)
+        return FileNotWritten;
+    return statistics.messages() > 0 ? MessagesCame : NoMessageCame;
 }

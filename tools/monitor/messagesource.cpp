@@ -5,27 +5,49 @@
 // Generated from the service's commoninterface.rep.
 #include "rep_commoninterface_replica.h"
 
+namespace {
+constexpr int s_retryInterval = 1000; // ms
+} // namespace
+
 MessageSource::MessageSource(QObject *parent)
     : QObject(parent)
 {
-    m_node.connectToNode(QUrl(QStringLiteral("local:tonewell")));
-    m_replica.reset(m_node.acquire<CommonInterfaceReplica>(QStringLiteral("Tonewell")));
-    connect(m_replica.data(), &CommonInterfaceReplica::sigMessage, this,
-            &MessageSource::messageReceived);
-    connect(m_replica.data(), &CommonInterfaceReplica::stateChanged, this,
-            [this] { Q_EMIT stateChanged(state()); });
+    m_retry.setSingleShot(true);
+    connect(&m_retry, &QTimer::timeout, this, &MessageSource::acquire);
+    acquire();
 }
 
 MessageSource::~MessageSource() = default;
 
-MessageSource::State MessageSource::state() const
+void MessageSource::acquire()
 {
+    m_replica.reset();
+    m_node = std::make_unique<QRemoteObjectNode>();
+    m_node->connectToNode(QUrl(QStringLiteral("local:tonewell")));
+    m_replica.reset(m_node->acquire<CommonInterfaceReplica>(QStringLiteral("Tonewell")));
+    connect(m_replica.get(), &CommonInterfaceReplica::sigMessage, this,
+            &MessageSource::messageReceived);
+    connect(m_replica.get(), &CommonInterfaceReplica::stateChanged, this,
+            &MessageSource::onReplicaState);
+}
+
+void MessageSource::onReplicaState()
+{
+    State now = Missing;
     switch (m_replica->state()) {
     case QRemoteObjectReplica::Valid:
-        return Connected;
+        now = Connected;
+        break;
     case QRemoteObjectReplica::SignatureMismatch:
-        return OtherType;
+        // A replica that was refused once stays so: only a new one finds the service in that place.
+        now = OtherType;
+        m_retry.start(s_retryInterval);
+        break;
     default:
-        return Missing;
+        break;
     }
+    if (now == m_state)
+        return;
+    m_state = now;
+    Q_EMIT stateChanged(m_state);
 }

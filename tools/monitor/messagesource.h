@@ -2,7 +2,9 @@
 
 #include <QObject>
 #include <QRemoteObjectNode>
-#include <QScopedPointer>
+#include <QTimer>
+
+#include <memory>
 
 class CommonInterfaceReplica;
 
@@ -13,7 +15,7 @@ class MessageSource : public QObject {
 public:
     enum State {
         Missing, ///< not there, or gone; the search goes on by itself
-        OtherType, ///< something answers that is of another type; final
+        OtherType, ///< what answered last is of another type; the search goes on here, too
         Connected
     };
     Q_ENUM(State)
@@ -21,13 +23,19 @@ public:
     explicit MessageSource(QObject *parent = nullptr);
     ~MessageSource() override;
 
-    State state() const;
+    State state() const { return m_state; }
 
 Q_SIGNALS:
     void stateChanged(MessageSource::State state);
     void messageReceived(const QString &message);
 
 private:
-    QRemoteObjectNode m_node;
-    QScopedPointer<CommonInterfaceReplica> m_replica;
+    void acquire();
+    void onReplicaState();
+
+    // The replica goes before its node.
+    std::unique_ptr<QRemoteObjectNode> m_node;
+    std::unique_ptr<CommonInterfaceReplica> m_replica;
+    QTimer m_retry;
+    State m_state = Missing;
 };

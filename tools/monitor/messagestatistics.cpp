@@ -20,6 +20,7 @@ void MessageStatistics::addMessage(double time)
         const double gap = std::max(time - m_last, 0.0);
         ++m_histogram[std::min(int(gap / s_step), s_steps)];
         ++m_gaps;
+        m_late += gap > s_late ? 1 : 0;
         m_sum += gap;
         m_longest = std::max(m_longest, gap);
     }
@@ -48,6 +49,8 @@ double MessageStatistics::gapPercentile(double share) const
 QString MessageStatistics::report() const
 {
     QString text = QStringLiteral("messages  %1, bad %2\n").arg(m_messages).arg(m_bad);
+    if (m_refused > 0)
+        text += QStringLiteral("sources   %1 of another type\n").arg(m_refused);
     if (m_gaps == 0)
         return text;
     text += QStringLiteral("rate      %1 a second\n").arg(rate(), 0, 'f', 2);
@@ -56,5 +59,6 @@ QString MessageStatistics::report() const
                 .arg(gapPercentile(0.9), 0, 'f', 1)
                 .arg(gapPercentile(0.99), 0, 'f', 1)
                 .arg(m_longest, 0, 'f', 1);
+    text += QStringLiteral("late      %1 gaps over %2 ms\n").arg(m_late).arg(s_late);
     return text;
 }

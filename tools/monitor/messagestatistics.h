@@ -11,12 +11,17 @@ public:
 
     void addMessage(double time);
     void addBadMessage() { ++m_bad; }
+    void addRefusedSource() { ++m_refused; }
 
     /// The next message starts a new row: the pause before it is no gap between two messages.
     void interrupt() { m_running = false; }
 
     qint64 messages() const { return m_messages; }
     qint64 badMessages() const { return m_bad; }
+    qint64 refusedSources() const { return m_refused; }
+
+    /// When the last message came; 0 before the first.
+    double lastMessage() const { return m_last; }
 
     /// Messages a second over all rows; 0 with no gap at all.
     double rate() const;
@@ -26,6 +31,10 @@ public:
     double gapPercentile(double share) const;
     double longestGap() const { return m_longest; }
 
+    /// Gaps of more than s_late ms, within which the service misses at least one message.
+    qint64 lateMessages() const { return m_late; }
+    static constexpr double s_late = 40;
+
     /// All of it, for people: several lines, each with its line feed.
     QString report() const;
 
@@ -33,7 +42,9 @@ private:
     QVector<quint32> m_histogram;
     qint64 m_messages = 0;
     qint64 m_bad = 0;
+    qint64 m_refused = 0; ///< sources of another type
     qint64 m_gaps = 0;
+    qint64 m_late = 0;
     double m_sum = 0;
     double m_longest = 0;
     double m_last = 0;

@@ -1,36 +1,37 @@
 #pragma once
 
+#include "messagerecorder.h"
 #include "messagesource.h"
-#include "messagestatistics.h"
-#include "spectrumreading.h"
-#include "terminalview.h"
+#include "monitormodel.h"
 
-#include <QElapsedTimer>
-#include <QTimer>
+#include <QObject>
 
-/// Connects the parts: takes each message as it comes, shows the newest at the view's own pace.
+/// Brings the service's messages into the model, and into a recording if there is one.
 class Monitor : public QObject {
     Q_OBJECT
 
 public:
-    /// The view must outlive the monitor. interval: milliseconds between two pictures.
-    Monitor(TerminalView *view, int interval, QObject *parent = nullptr);
+    /// recorder: null, or open and living longer than this.
+    explicit Monitor(MessageRecorder *recorder, QObject *parent = nullptr);
 
-    const MessageStatistics &statistics() const { return m_statistics; }
+    MonitorModel *model() { return &m_model; }
+
+    /// Milliseconds of the clock that the model's times are of; it never runs backwards.
+    static double now();
+
+Q_SIGNALS:
+    /// A new reading, or another state of the service.
+    void changed();
+    /// Once: the first message was understood.
+    void started();
+    /// Once: a message could not be recorded. None is after it.
+    void recordingFailed(const QString &error);
 
 private:
     void onMessage(const QString &message);
     void onStateChanged(MessageSource::State state);
-    void showNewest();
-    QString status() const;
 
-    TerminalView *const m_view;
+    MessageRecorder *m_recorder;
+    MonitorModel m_model;
     MessageSource m_source;
-    MessageStatistics m_statistics;
-    SpectrumReading m_reading;
-    QElapsedTimer m_clock;
-    QTimer m_timer;
-    qint64 m_shown = 0; ///< messages when the rate was last taken
-    double m_rateTime = 0; ///< and when that was, in ms
-    double m_rate = 0; ///< messages a second over the last second
 };

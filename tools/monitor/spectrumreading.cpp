@@ -1,13 +1,15 @@
 #include "spectrumreading.h"
 
-#include <QStringList>
+#include <QStringRef>
 
 #include <cmath>
 #include <utility>
 
 namespace {
 
-bool readLevel(const QString &field, double *level)
+constexpr int s_levelCount = 3;
+
+bool readLevel(const QStringRef &field, double *level)
 {
     bool ok = false;
     *level = field.toDouble(&ok);
@@ -18,15 +20,16 @@ bool readLevel(const QString &field, double *level)
 
 bool readSpectrumMessage(const QString &message, SpectrumReading *reading)
 {
-    const QStringList fields = message.split(QStringLiteral("/&+&/"));
-    if (fields.size() != 4 + s_barCount || fields.first() != QStringLiteral("SoundSpectrum"))
+    const QVector<QStringRef> fields = message.splitRef(QStringLiteral("/&+&/"));
+    if (fields.size() != 1 + s_levelCount + s_barCount
+        || fields.first() != QLatin1String("SoundSpectrum"))
         return false;
     SpectrumReading result;
     if (!readLevel(fields.at(1), &result.rms) || !readLevel(fields.at(2), &result.peak)
         || !readLevel(fields.at(3), &result.dynamic))
         return false;
     result.bars.reserve(s_barCount);
-    for (int i = 4; i < fields.size(); ++i) {
+    for (int i = 1 + s_levelCount; i < fields.size(); ++i) {
         bool ok = false;
         result.bars.append(fields.at(i).toInt(&ok));
         if (!ok)

@@ -1,5 +1,6 @@
 #include "terminalview.h"
 
+#include "meterscale.h"
 #include "platform/terminal.h"
 
 #include <algorithm>
@@ -9,6 +10,9 @@ namespace {
 
 constexpr char s_enter[] = "\x1b[?1049h\x1b[?25l";
 constexpr char s_leave[] = "\x1b[?25h\x1b[?1049l";
+constexpr int s_meterRow = 1; // the status is above
+constexpr int s_barRow = 4;
+constexpr int s_lineColumns = 50;
 
 void print(const QString &text)
 {
@@ -17,19 +21,60 @@ void print(const QString &text)
     std::fflush(stdout);
 }
 
-QString meter(const QString &name, double level, int columns, const QString &ramp)
+QString coloured(const QString &text, int colour)
 {
-    const QString head = QStringLiteral("%1 %2 ").arg(name, -7).arg(level / s_fullScale, 6, 'f', 3);
-    const int width = std::max(columns - head.size(), 0);
-    const int filled = int(std::clamp(level / s_fullScale, 0.0, 1.0) * width);
-    return (head + QString(filled, ramp.back())).left(columns);
+    return QStringLiteral("\x1b[%1m%2\x1b[0m").arg(colour).arg(text);
+}
+
+/// One height for each column, as many as fit.
+QVector<int> columnsOf(const QVector<int> &bars, int columns)
+{
+    // Whole bars to a column or whole columns to a bar: every column is as wide as its neighbour.
+    const int perColumn = std::max((bars.size() + columns - 1) / std::max(columns, 1), 1);
+    const int perBar = std::max(columns / std::max(bars.size(), 1), 1);
+    QVector<int> result;
+    for (int i = 0; i < bars.size(); i += perColumn) {
+        const auto first = bars.begin() + i;
+        const auto last = bars.begin() + std::min(i + perColumn, bars.size());
+        for (int n = 0; n < perBar; ++n)
+            result.append(std::clamp(*std::max_element(first, last), 0, s_fullScale));
+    }
+    return result;
+}
+
+/// The frequencies under a row of bars, in Hz; each label is in the middle of its place.
+QString axisOf(int columns)
+{
+    QString axis(columns, QLatin1Char(' '));
+    const auto put = [&](int frequency, const QString &label) {
+        const int middle = (frequency + s_highestFrequency) * columns / (2 * s_highestFrequency);
+        const int start =
+            std::clamp(middle - label.size() / 2, 0, std::max(columns - label.size(), 0));
+        // Never so that it touches another one, or is cut.
+        if (start + label.size() > columns
+            || !axis.mid(std::max(start - 1, 0), label.size() + 2).trimmed().isEmpty())
+            return;
+        axis.replace(start, label.size(), label);
+    };
+    put(0, QStringLiteral("0"));
+    put(-s_highestFrequency, QStringLiteral("%1 Hz").arg(s_highestFrequency));
+    put(s_highestFrequency, QStringLiteral("%1 Hz").arg(s_highestFrequency));
+    for (const int step : {1000, 500}) {
+        for (int frequency = step; frequency < s_highestFrequency; frequency += step) {
+            put(-frequency, QString::number(frequency));
+            put(frequency, QString::number(frequency));
+        }
+    }
+    return axis;
 }
 
 } // namespace
 
-TerminalView::TerminalView(bool onTerminal, bool unicode)
+TerminalView::TerminalView(bool onTerminal, Style style)
     : m_onTerminal(onTerminal)
-    , m_ramp(unicode ? QStringLiteral(" ▁▂▃▄▅▆▇█") : QStringLiteral(" .:-=+*#@"))
+    , m_coloured(style == ColouredUnicode)
+    , m_ramp(style == Plain ? QStringLiteral(" .:-=+*#@") : QStringLiteral(" ▁▂▃▄▅▆▇█"))
+    , m_mark(style == Plain ? QLatin1Char('|') : QChar(0x2502))
 {
     if (m_onTerminal)
         print(QLatin1String(s_enter));
@@ -47,42 +92,43 @@ void TerminalView::close()
     m_onTerminal = false;
 }
 
-void TerminalView::show(const SpectrumReading &reading, const QString &status)
+void TerminalView::show(const SpectrumReading &reading, const Levels &held, const QString &status)
 {
     if (!m_onTerminal) {
-        print(line(reading, status, 50) + QLatin1Char('\n'));
+        print(line(reading, status, s_lineColumns) + QLatin1Char('\n'));
         return;
     }
     const TerminalSize size = terminalSize();
-    const QStringList rows = picture(reading, status, size.columns, size.rows);
-    // Each row is cleared to its end after it is written, and what is below afterwards, so that
-    // nothing flickers and nothing of a larger picture stays.
-    print(QStringLiteral("\x1b[H") + rows.join(QStringLiteral("\x1b[K\r\n"))
-          + QStringLiteral("\x1b[K\x1b[J"));
+    QStringList rows = picture(reading, held, status, size.columns, size.rows).mid(0, size.rows);
+    // Every cell is written anew and none is cleared before, so that nothing flickers and nothing
+    // of another picture stays. (To clear the rest of a full row would clear its last cell.)
+    while (rows.size() < size.rows)
+        rows.append(QString());
+    for (QString &row : rows)
+        row = row.leftJustified(size.columns);
+    if (m_coloured)
+        colour(reading.bars, &rows);
+    print(QStringLiteral("\x1b[H") + rows.join(QStringLiteral("\r\n")));
 }
 
-QVector<int> TerminalView::columnsOf(const QVector<int> &bars, int columns) const
+QString TerminalView::meter(const QString &name, double level, double held, int columns) const
 {
-    // Whole bars to a column or whole columns to a bar: every column is as wide as its neighbour.
-    const int perColumn = std::max((bars.size() + columns - 1) / std::max(columns, 1), 1);
-    const int perBar = std::max(columns / std::max(bars.size(), 1), 1);
-    QVector<int> result;
-    for (int i = 0; i < bars.size(); i += perColumn) {
-        const auto first = bars.begin() + i;
-        const auto last = bars.begin() + std::min(i + perColumn, bars.size());
-        for (int n = 0; n < perBar; ++n)
-            result.append(std::clamp(*std::max_element(first, last), 0, s_fullScale));
-    }
-    return result;
+    const QString head = QStringLiteral("%1 %2 ").arg(name, -7).arg(levelNumber(level), 6);
+    const int width = std::max(columns - head.size(), 0);
+    QString row = QString(int(meterPosition(level) * width), m_ramp.back());
+    const int mark = std::min(int(meterPosition(held) * width), width - 1);
+    if (mark >= row.size() && mark > 0)
+        row = row.leftJustified(mark) + m_mark;
+    return (head + row).left(columns);
 }
 
-QStringList TerminalView::picture(const SpectrumReading &reading, const QString &status,
-                                  int columns, int rows) const
+QStringList TerminalView::picture(const SpectrumReading &reading, const Levels &held,
+                                  const QString &status, int columns, int rows) const
 {
     QStringList result {status.left(columns)};
-    result.append(meter(QStringLiteral("RMS"), reading.rms, columns, m_ramp));
-    result.append(meter(QStringLiteral("peak"), reading.peak, columns, m_ramp));
-    result.append(meter(QStringLiteral("dynamic"), reading.dynamic, columns, m_ramp));
+    result.append(meter(QStringLiteral("RMS"), reading.rms, held.rms, columns));
+    result.append(meter(QStringLiteral("peak"), reading.peak, held.peak, columns));
+    result.append(meter(QStringLiteral("dynamic"), reading.dynamic, held.dynamic, columns));
 
     const QVector<int> heights = columnsOf(reading.bars, columns);
     const int steps = m_ramp.size() - 1;
@@ -95,19 +141,25 @@ QStringList TerminalView::picture(const SpectrumReading &reading, const QString 
         }
         result.append(text);
     }
-    if (barRows > 0 && !heights.isEmpty()) {
-        // The bars run from one channel's 3500 Hz down to 0 Hz and up to the other's.
-        QString axis(heights.size(), QLatin1Char(' '));
-        const QString left = QStringLiteral("3500 Hz");
-        const QString middle = QStringLiteral("0");
-        if (axis.size() > 3 * left.size()) {
-            axis.replace(0, left.size(), left);
-            axis.replace(axis.size() / 2, middle.size(), middle);
-            axis.replace(axis.size() - left.size(), left.size(), left);
-        }
-        result.append(axis);
-    }
+    if (barRows > 0)
+        result.append(axisOf(heights.size()));
     return result;
+}
+
+void TerminalView::colour(const QVector<int> &bars, QStringList *picture) const
+{
+    // The terminal's own colours, which it has chosen for its background: green levels, and a
+    // colour for each channel.
+    constexpr int green = 32;
+    constexpr int cyan = 36;
+    constexpr int magenta = 35;
+    for (int i = s_meterRow; i < std::min(s_barRow, picture->size()); ++i)
+        (*picture)[i] = coloured(picture->at(i), green);
+    for (int i = s_barRow; i < picture->size() - 1; ++i) {
+        const QString row = picture->at(i);
+        const int middle = columnsOf(bars, row.size()).size() / 2;
+        (*picture)[i] = coloured(row.left(middle), cyan) + coloured(row.mid(middle), magenta);
+    }
 }
 
 QString TerminalView::line(const SpectrumReading &reading, const QString &status, int columns) const
@@ -117,8 +169,8 @@ QString TerminalView::line(const SpectrumReading &reading, const QString &status
         bars += m_ramp.at(height * (m_ramp.size() - 1) / s_fullScale);
     return QStringLiteral("%1  RMS %2  peak %3  dynamic %4  |%5|")
         .arg(status)
-        .arg(reading.rms / s_fullScale, 0, 'f', 3)
-        .arg(reading.peak / s_fullScale, 0, 'f', 3)
-        .arg(reading.dynamic / s_fullScale, 0, 'f', 3)
+        .arg(levelNumber(reading.rms))
+        .arg(levelNumber(reading.peak))
+        .arg(levelNumber(reading.dynamic))
         .arg(bars);
 }

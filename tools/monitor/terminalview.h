@@ -10,9 +10,10 @@
 /// left again by close, at the latest in the destructor. Elsewhere one line per call.
 class TerminalView {
 public:
-    /// onTerminal: whether standard output is one. unicode: whether block characters may be used;
-    /// else plain ASCII.
-    TerminalView(bool onTerminal, bool unicode);
+    enum Style { Plain, Unicode, ColouredUnicode };
+
+    /// onTerminal: whether standard output is one. Plain: ASCII only. Colours are for a terminal.
+    TerminalView(bool onTerminal, Style style);
     ~TerminalView();
     TerminalView(const TerminalView &) = delete;
     TerminalView &operator=(const TerminalView &) = delete;
@@ -21,19 +22,22 @@ public:
     void close();
 
     /// Shows the reading under one line of status.
-    void show(const SpectrumReading &reading, const QString &status);
+    void show(const SpectrumReading &reading, const Levels &held, const QString &status);
 
     /// The picture: rows of at most `columns` characters, `rows` of them at most and four at
-    /// least: status, the three levels, bars, axis.
-    QStringList picture(const SpectrumReading &reading, const QString &status, int columns,
-                        int rows) const;
+    /// least: status, the three levels, bars, axis. No colours.
+    QStringList picture(const SpectrumReading &reading, const Levels &held, const QString &status,
+                        int columns, int rows) const;
 
-    /// One line: the levels, the status, and the bars in `columns` characters.
+    /// One line: the status, the levels, and the bars in `columns` characters.
     QString line(const SpectrumReading &reading, const QString &status, int columns) const;
 
 private:
-    QVector<int> columnsOf(const QVector<int> &bars, int columns) const;
+    QString meter(const QString &name, double level, double held, int columns) const;
+    void colour(const QVector<int> &bars, QStringList *picture) const;
 
     bool m_onTerminal;
+    const bool m_coloured;
     const QString m_ramp; ///< from empty to full
+    const QChar m_mark; ///< of a held level
 };

@@ -1,0 +1,212 @@
+// tonewell-monitor in a terminal of this test: fills it, follows its size, gives it back.
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <algorithm>
+#include <csignal>
+#include <memory>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int s_patience = 20000; // ms
+
+constexpr char s_enter[] = "\x1b[?1049h\x1b[?25l";
+constexpr char s_leave[] = "\x1b[?25h\x1b[?1049l";
+
+/// A pseudo-terminal with the monitor in it and what it has written.
+class Terminal {
+public:
+    Terminal(unsigned short columns, unsigned short rows)
+    {
+        winsize size {rows, columns, 0, 0};
+        if (openpty(&m_leader, &m_follower, nullptr, nullptr, &size) != 0)
+            qFatal("openpty failed");
+        fcntl(m_leader, F_SETFL, O_NONBLOCK);
+        tcgetattr(m_follower, &m_before);
+    }
+    ~Terminal()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+        close(m_leader);
+        close(m_follower);
+    }
+
+    void start(const QStringList &arguments)
+    {
+        // Standard output is the terminal; QProcess opens it by its name.
+        m_process.setStandardOutputFile(QFile::decodeName(ttyname(m_follower)));
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("TERM"), QStringLiteral("xterm"));
+        m_process.setProcessEnvironment(environment);
+        m_process.start(QStringLiteral(TONEWELL_MONITOR), arguments);
+    }
+
+    void resize(unsigned short columns, unsigned short rows) const
+    {
+        const winsize size {rows, columns, 0, 0};
+        ioctl(m_leader, TIOCSWINSZ, &size);
+    }
+
+    const QByteArray &output()
+    {
+        char bytes[65536];
+        for (ssize_t count; (count = read(m_leader, bytes, sizeof bytes)) > 0;)
+            m_output.append(bytes, int(count));
+        return m_output;
+    }
+
+    /// Reads on meanwhile: a full terminal stops whoever writes to it.
+    bool hasEnded()
+    {
+        output();
+        return m_process.state() == QProcess::NotRunning;
+    }
+
+    bool isAsBefore() const
+    {
+        termios now {};
+        tcgetattr(m_follower, &now);
+        return now.c_iflag == m_before.c_iflag && now.c_oflag == m_before.c_oflag
+            && now.c_lflag == m_before.c_lflag && now.c_cflag == m_before.c_cflag;
+    }
+
+    QProcess &process() { return m_process; }
+
+    /// The newest whole picture's rows, without colours.
+    QStringList picture()
+    {
+        const QList<QByteArray> pictures = split(output(), "\x1b[H");
+        if (pictures.size() < 3)
+            return {};
+        QByteArray text = pictures.at(pictures.size() - 2); // the last one may be half written
+        for (int start; (start = text.indexOf("\x1b[")) >= 0;)
+            text.remove(start, text.indexOf('m', start) - start + 1);
+        text.replace('\r', ""); // the terminal adds one
+        return QString::fromUtf8(text).split(QLatin1Char('\n'));
+    }
+
+private:
+    static QList<QByteArray> split(const QByteArray &text, const QByteArray &separator)
+    {
+        QList<QByteArray> result;
+        int start = 0;
+        for (int end; (end = text.indexOf(separator, start)) >= 0; start = end + separator.size())
+            result.append(text.mid(start, end - start));
+        return result << text.mid(start);
+    }
+
+    int m_leader = -1;
+    int m_follower = -1;
+    termios m_before {};
+    QProcess m_process;
+    QByteArray m_output;
+};
+
+} // namespace
+
+class MonitorTerminalTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void isGivenBack_data();
+    void isGivenBack();
+    void pictureHasTheTerminalsSize();
+    void coloursCanBeDeclined();
+
+private:
+    std::unique_ptr<QTemporaryDir> m_folder;
+    QByteArray m_folderBefore;
+};
+
+void MonitorTerminalTest::init()
+{
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_folderBefore = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+}
+
+void MonitorTerminalTest::cleanup()
+{
+    qputenv("TMPDIR", m_folderBefore);
+    m_folder.reset();
+}
+
+void MonitorTerminalTest::isGivenBack_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("--seconds") << 0;
+    QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGHUP") << SIGHUP;
+}
+
+void MonitorTerminalTest::isGivenBack()
+{
+    QFETCH(int, signal);
+    Terminal terminal(80, 24);
+    QStringList arguments {QStringLiteral("--text"), QStringLiteral("--stats")};
+    if (signal == 0)
+        arguments << QStringLiteral("--seconds") << QStringLiteral("0.5");
+    terminal.start(arguments);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("waiting for the service"), s_patience);
+    QVERIFY(terminal.output().startsWith(s_enter));
+    QVERIFY(!terminal.output().contains(s_leave));
+    if (signal != 0)
+        QCOMPARE(kill(pid_t(terminal.process().processId()), signal), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QCOMPARE(terminal.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(terminal.process().exitCode(), 2); // no message had come
+    QCOMPARE(terminal.output().count(s_enter), 1);
+    QCOMPARE(terminal.output().count(s_leave), 1);
+    // The statistics are on the first screen, where they stay.
+    const QByteArray behind = terminal.output().mid(terminal.output().indexOf(s_leave));
+    QVERIFY2(behind.contains("messages  0, bad 0"), behind.constData());
+    QVERIFY(!behind.mid(int(sizeof s_leave) - 1).contains('\x1b'));
+    QVERIFY(terminal.isAsBefore());
+}
+
+void MonitorTerminalTest::pictureHasTheTerminalsSize()
+{
+    Terminal terminal(80, 24);
+    terminal.start({QStringLiteral("--text")});
+    const auto hasSize = [&](int columns, int rows) {
+        const QStringList picture = terminal.picture();
+        return picture.size() == rows
+            && std::all_of(picture.begin(), picture.end(),
+                           [&](const QString &row) { return row.size() == columns; });
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(hasSize(80, 24), s_patience);
+    terminal.resize(132, 50);
+    QTRY_VERIFY_WITH_TIMEOUT(hasSize(132, 50), s_patience);
+    terminal.resize(20, 3);
+    QTRY_VERIFY_WITH_TIMEOUT(hasSize(20, 3), s_patience);
+}
+
+void MonitorTerminalTest::coloursCanBeDeclined()
+{
+    Terminal coloured(80, 24);
+    coloured.start({QStringLiteral("--text")});
+    QTRY_VERIFY_WITH_TIMEOUT(coloured.picture().size() == 24, s_patience);
+    QVERIFY(coloured.output().contains("\x1b[36m"));
+
+    qputenv("NO_COLOR", "1");
+    Terminal plain(80, 24);
+    plain.start({QStringLiteral("--text")});
+    qunsetenv("NO_COLOR");
+    QTRY_VERIFY_WITH_TIMEOUT(plain.picture().size() == 24, s_patience);
+    QVERIFY(!plain.output().contains("\x1b[36m"));
+}
+
+QTEST_GUILESS_MAIN(MonitorTerminalTest)
+#include "tst_monitorterminal.moc"

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QPixmap>
+#include <QWidget>
+
+/// A widget whose picture is made of two layers that are painted once for each size and palette and
+/// then only copied: what is empty, and what is full. Drawing fifty times a second is then cheap.
+class LayeredWidget : public QWidget {
+    Q_OBJECT
+
+public:
+    using QWidget::QWidget;
+
+protected:
+    enum Layer { Empty, Full };
+
+    /// Finds out where everything is: called for each new size, font and palette, before anything
+    /// is painted, since measuring text is what costs most here.
+    virtual void arrange() = 0;
+
+    /// Paints a whole layer, opaque, in the widget's coordinates.
+    virtual void paintLayer(QPainter *painter, Layer layer) = 0;
+
+    /// Copies the part of a layer that is under the rectangle.
+    void copy(QPainter *painter, const QRect &part, Layer layer);
+
+    void resizeEvent(QResizeEvent *event) override;
+    void changeEvent(QEvent *event) override;
+
+    /// True when the palette is one of light text on a dark ground.
+    bool isDark() const;
+
+private:
+    void startAnew();
+
+    QPixmap m_layers[2];
+};

@@ -1,0 +1,182 @@
+#include "levelmeters.h"
+
+#include "meterscale.h"
+
+#include <QPainter>
+#include <QPaintEvent>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+constexpr int s_gap = 5;
+constexpr int s_markWidth = 2;
+constexpr double s_widest = 99.0 * s_fullScale; ///< whose number has room
+
+std::array<double, LevelMeters::s_count> list(const Levels &levels)
+{
+    return {levels.rms, levels.peak, levels.dynamic};
+}
+
+QString name(int meter)
+{
+    static const QString names[] = {QStringLiteral("RMS"), QStringLiteral("peak"),
+                                    QStringLiteral("dynamic")};
+    return names[meter];
+}
+
+} // namespace
+
+LevelMeters::LevelMeters(QWidget *parent)
+    : LayeredWidget(parent)
+{
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setNumbers({});
+}
+
+QSize LevelMeters::sizeHint() const
+{
+    const int line = fontMetrics().height();
+    return {600, s_count * (line + s_gap) + line + s_gap};
+}
+
+QSize LevelMeters::minimumSizeHint() const
+{
+    return {250, sizeHint().height()};
+}
+
+void LevelMeters::arrange()
+{
+    const QFontMetrics metrics = fontMetrics();
+    const int left = metrics.horizontalAdvance(name(s_count - 1)) + 2 * s_gap;
+    const int right = metrics.horizontalAdvance(QStringLiteral("0.000")) + 2 * s_gap;
+    m_first = {left, s_gap, std::max(width() - left - right, 0), metrics.height()};
+    for (Meter &meter : m_meters)
+        place(&meter);
+}
+
+QRect LevelMeters::meterArea(int meter) const
+{
+    return m_first.translated(0, meter * (m_first.height() + s_gap));
+}
+
+QRect LevelMeters::numberArea(int meter) const
+{
+    const QRect area = meterArea(meter);
+    return {area.right() + 1 + s_gap, area.top(), width() - area.right() - 1 - s_gap,
+            area.height()};
+}
+
+QRect LevelMeters::markArea(int meter) const
+{
+    const QRect area = meterArea(meter);
+    const int mark = m_meters.at(std::size_t(meter)).mark;
+    if (mark == 0)
+        return {};
+    return {area.left() + mark - s_markWidth, area.top(), s_markWidth, area.height()};
+}
+
+void LevelMeters::place(Meter *meter) const
+{
+    const int width = meterArea(0).width();
+    meter->width = int(meter->level * width);
+    meter->mark = meter->held > 0 ? std::max(int(meter->held * width), s_markWidth) : 0;
+}
+
+void LevelMeters::setLevels(const Levels &levels, const Levels &held)
+{
+    for (int i = 0; i < s_count; ++i) {
+        Meter &meter = m_meters.at(std::size_t(i));
+        const int before = meter.width;
+        const QRect markBefore = markArea(i);
+        meter.level = meterPosition(list(levels).at(std::size_t(i)));
+        meter.held = meterPosition(list(held).at(std::size_t(i)));
+        place(&meter);
+        if (meter.width != before) {
+            const QRect area = meterArea(i);
+            update(area.left() + std::min(before, meter.width), area.top(),
+                   std::abs(meter.width - before), area.height());
+        }
+        const QRect mark = markArea(i);
+        if (mark != markBefore) {
+            update(markBefore);
+            update(mark);
+        }
+    }
+}
+
+void LevelMeters::setNumbers(const Levels &held)
+{
+    for (int i = 0; i < s_count; ++i) {
+        const QString number =
+            levelNumber(std::clamp(list(held).at(std::size_t(i)), -s_widest, s_widest));
+        Meter &meter = m_meters.at(std::size_t(i));
+        if (number == meter.number)
+            continue;
+        meter.number = number;
+        update(numberArea(i));
+    }
+}
+
+void LevelMeters::paintLayer(QPainter *painter, Layer layer)
+{
+    painter->fillRect(rect(), palette().window());
+    painter->setPen(palette().color(QPalette::WindowText));
+    for (int i = 0; i < s_count; ++i) {
+        const QRect area = meterArea(i);
+        painter->drawText(QRect(0, area.top(), area.left(), area.height()),
+                          Qt::AlignVCenter | Qt::AlignLeft, name(i));
+        painter->fillRect(area, palette().base());
+        if (layer == Empty)
+            continue;
+        // Green up to -12 dB, amber up to -3 dB, red above.
+        QLinearGradient gradient(area.topLeft(), area.topRight());
+        const auto stop = [&](double decibels, const QColor &colour) {
+            gradient.setColorAt(1 - decibels / s_meterFloor, colour);
+        };
+        const QColor green = isDark() ? QColor(0x3fd6c1) : QColor(0x17a08d);
+        stop(-60, green);
+        stop(-14, green);
+        stop(-10, QColor(0xe8b33a));
+        stop(-4, QColor(0xe8b33a));
+        stop(-2, QColor(0xe0524d));
+        stop(0, QColor(0xe0524d));
+        painter->fillRect(area, gradient);
+    }
+
+    const QRect scale = meterArea(s_count - 1);
+    const int height = fontMetrics().height();
+    const int widest = fontMetrics().horizontalAdvance(QStringLiteral("-60 dB"));
+    const int step = scale.width() / 6 > widest * 3 / 2 ? 10 : 20;
+    for (int decibels = int(s_meterFloor); decibels <= 0; decibels += step) {
+        const int x = scale.left() + int((1 - decibels / s_meterFloor) * scale.width());
+        painter->fillRect(x, scale.bottom() + 1, 1, s_gap - 2,
+                          palette().color(QPalette::WindowText));
+        const QString text = decibels == 0 ? QStringLiteral("0 dB") : QString::number(decibels);
+        painter->drawText(QRect(x - widest, scale.bottom() + s_gap - 1, 2 * widest, height),
+                          Qt::AlignCenter, text);
+    }
+}
+
+void LevelMeters::paintEvent(QPaintEvent *event)
+{
+    QPainter painter(this);
+    for (const QRect &dirty : event->region()) {
+        copy(&painter, dirty, Empty);
+        for (int i = 0; i < s_count; ++i) {
+            QRect filled = meterArea(i);
+            filled.setWidth(m_meters.at(std::size_t(i)).width);
+            copy(&painter, filled & dirty, Full);
+        }
+    }
+    for (int i = 0; i < s_count; ++i) {
+        painter.fillRect(markArea(i), palette().text());
+        if (!event->region().intersects(numberArea(i)))
+            continue;
+        painter.setPen(palette().color(QPalette::WindowText));
+        painter.drawText(numberArea(i), Qt::AlignVCenter | Qt::AlignRight,
+                         m_meters.at(std::size_t(i)).number);
+    }
+}

@@ -1,0 +1,21 @@
+#include "meterscale.h"
+
+#include "spectrumreading.h"
+
+#include <algorithm>
+#include <cmath>
+
+double meterPosition(double level)
+{
+    if (!(level > 0))
+        return 0;
+    const double decibels = 20 * std::log10(level / s_fullScale);
+    return std::clamp(1 - decibels / s_meterFloor, 0.0, 1.0);
+}
+
+QString levelNumber(double level)
+{
+    constexpr double smallest = 0.0005; // that is not shown as 0
+    const double share = level / s_fullScale;
+    return QString::number(std::abs(share) < smallest ? 0.0 : share, 'f', 3);
+}

@@ -1,0 +1,105 @@
+#include "monitormodel.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr double s_second = 1000;
+constexpr double s_patience = 1000; ///< ms without a message that are worth a word
+constexpr std::size_t s_mostArrivals = 10000; // a flood costs no more memory than this
+
+SpectrumReading nothing()
+{
+    SpectrumReading reading;
+    reading.bars.fill(0, s_barCount);
+    return reading;
+}
+
+} // namespace
+
+MonitorModel::MonitorModel()
+    : m_reading(nothing())
+{
+}
+
+bool MonitorModel::addMessage(const QString &message, double now)
+{
+    if (!readSpectrumMessage(message, &m_reading)) {
+        m_statistics.addBadMessage();
+        return false;
+    }
+    m_received = true;
+    m_statistics.addMessage(now);
+    m_arrivals.push_back(now);
+    if (m_arrivals.size() > s_mostArrivals)
+        m_arrivals.pop_front();
+    m_rms.update(m_reading.rms, now);
+    m_peak.update(m_reading.peak, now);
+    m_dynamic.update(m_reading.dynamic, now);
+    return true;
+}
+
+void MonitorModel::setState(MessageSource::State state)
+{
+    if (state == MessageSource::OtherType && m_state != MessageSource::OtherType)
+        m_statistics.addRefusedSource();
+    m_state = state;
+    if (state == MessageSource::Connected)
+        return;
+    m_statistics.interrupt();
+    m_received = false;
+    m_arrivals.clear();
+    m_reading = nothing();
+}
+
+Levels MonitorModel::heldLevels(double now)
+{
+    return {m_rms.update(m_reading.rms, now), m_peak.update(m_reading.peak, now),
+            m_dynamic.update(m_reading.dynamic, now)};
+}
+
+double MonitorModel::rate(double now)
+{
+    while (!m_arrivals.empty() && m_arrivals.front() < now - s_second)
+        m_arrivals.pop_front();
+    if (m_arrivals.size() < 2)
+        return 0;
+    const double span = std::max(m_arrivals.back() - m_arrivals.front(), 1e-3);
+    return double(m_arrivals.size() - 1) * s_second / span;
+}
+
+double MonitorModel::age(double now) const
+{
+    return m_statistics.messages() > 0 ? std::max(now - m_statistics.lastMessage(), 0.0) : 0;
+}
+
+QString MonitorModel::notice(double now) const
+{
+    switch (m_state) {
+    case MessageSource::Missing:
+        return QStringLiteral("waiting for the service");
+    case MessageSource::OtherType:
+        return QStringLiteral("what answers is of another type");
+    case MessageSource::Connected:
+        break;
+    }
+    if (!m_received)
+        return QStringLiteral("connected, no message yet");
+    if (age(now) > s_patience)
+        return QStringLiteral("no message for %1 s").arg(age(now) / 1000, 0, 'f', 1);
+    return {};
+}
+
+QString MonitorModel::status(double now)
+{
+    QString text = notice(now);
+    if (text.isEmpty())
+        text = QStringLiteral("%1 a second, newest %2 ms old")
+                   .arg(rate(now), 0, 'f', 1)
+                   .arg(age(now), 0, 'f', 0);
+    if (m_statistics.badMessages() > 0)
+        text += QStringLiteral("  bad messages: %1").arg(m_statistics.badMessages());
+    if (m_statistics.refusedSources() > 0)
+        text += QStringLiteral("  of another type: %1").arg(m_statistics.refusedSources());
+    return text;
+}

@@ -1,0 +1,16 @@
+#include "peakhold.h"
+
+#include <cmath>
+
+double PeakHold::update(double level, double now)
+{
+    if (now > m_fallsFrom) {
+        m_value *= std::pow(10.0, (m_fallsFrom - now) / 1000.0 * s_fall / 20.0);
+        m_fallsFrom = now;
+    }
+    if (level >= m_value) {
+        m_value = level;
+        m_fallsFrom = now + s_holdTime;
+    }
+    return m_value;
+}

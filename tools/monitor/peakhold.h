@@ -1,0 +1,18 @@
+#pragma once
+
+/// The highest value of a level that lately was: it stays for a while and then falls.
+/// Times are milliseconds on any clock that never runs backwards.
+class PeakHold {
+public:
+    static constexpr double s_holdTime = 1500; ///< ms
+    static constexpr double s_fall = 20; ///< decibels a second
+
+    /// Takes the level as it is now and returns the held one, which is never below it.
+    double update(double level, double now);
+
+    double value() const { return m_value; }
+
+private:
+    double m_value = 0;
+    double m_fallsFrom = 0; ///< when it begins to fall, or last fell
+};
