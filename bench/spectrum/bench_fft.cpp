@@ -1,7 +1,7 @@
 // One real transform of 2048 points: ours beside FFTW's (single precision, FFTW_MEASURE) and
 // KissFFT's, on the same samples. The counter "relative_rms_error" is against the definition in
 // double precision, on white noise.
-#include "spectrum/fftrealwrapper.h"
+#include "spectrum/fftengine.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int N = FFTRealWrapper::Length;
+constexpr int N = FFTEngine::Length;
 using Bins = std::vector<std::complex<double>>; // 0 ... N/2
 
 struct FftwFree {
@@ -56,13 +56,13 @@ template <typename BinAt> double relativeRmsError(const float *samples, BinAt bi
     return std::sqrt(error / power);
 }
 
-void ours(benchmark::State &state)
+void ours(benchmark::State &state, VectorUnit unit)
 {
-    FFTRealWrapper fft;
+    FFTEngine fft(unit);
     const FftwFloats in = noise();
     const FftwFloats out(fftwf_alloc_real(N));
     for (auto step : state) {
-        fft.calculateFFT(out.get(), in.get());
+        fft.transform(out.get(), in.get());
         benchmark::ClobberMemory();
     }
     state.counters["relative_rms_error"] = relativeRmsError(in.get(), [&](int k) {
@@ -70,7 +70,16 @@ void ours(benchmark::State &state)
         return std::complex<float>(out[k], single ? 0.0F : out[N / 2 + k]);
     });
 }
-BENCHMARK(ours)->Name("fft2048/ours");
+
+/// One for each vector unit that this processor has.
+void registerOurs()
+{
+    benchmark::RegisterBenchmark("fft2048/ours_portable", ours, VectorUnit::None);
+    if (vectorUnit() >= VectorUnit::Sse2)
+        benchmark::RegisterBenchmark("fft2048/ours_sse2", ours, VectorUnit::Sse2);
+    if (vectorUnit() >= VectorUnit::Avx2Fma)
+        benchmark::RegisterBenchmark("fft2048/ours_avx2", ours, VectorUnit::Avx2Fma);
+}
 
 void fftw(benchmark::State &state)
 {
@@ -109,4 +118,10 @@ BENCHMARK(kissfft)->Name("fft2048/kissfft");
 
 } // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char *argv[])
+{
+    registerOurs();
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
