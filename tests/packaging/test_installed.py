@@ -120,6 +120,13 @@ class Installed(unittest.TestCase):
         described = set(re.findall(r"^\.It Fl (?:\w , )?-([a-z-]+)", self.manual("tonewell-monitor.1"), re.M))
         self.assertEqual(shown - described, set())
 
+    def test_monitor_manual_names_every_exit_code(self):
+        help_text = run(self.copy.path("bin/tonewell-monitor"), "--help")
+        shown = re.findall(r"\b(\d) ", help_text[help_text.index("Exit codes"):])
+        status = re.search(r"^\.Sh EXIT STATUS\n(.*?)^\.Sh", self.manual("tonewell-monitor.1"), re.M | re.S)
+        self.assertEqual(re.findall(r"^\.It (\d)$", status.group(1), re.M), shown)
+        self.assertEqual(shown, ["0", "1", "2", "3"])
+
     def test_versions_agree(self):
         version = run(self.copy.path("bin/tonewell-monitor"), "--version",
                       env={**os.environ, "QT_QPA_PLATFORM": "offscreen"}).split()[-1]

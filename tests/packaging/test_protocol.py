@@ -78,6 +78,9 @@ class Numbers(unittest.TestCase):
             self.assertIn(member, interface)
             self.assertIn(f"`{member}`", DOCUMENT)
 
+    def test_manual_has_the_same_grammar(self):
+        self.assertIn(blocks("abnf")[0], MANUAL)
+
     def test_golden_example_is_the_tested_one(self):
         golden = blocks("text")[0]
         self.assertIn(f'QStringLiteral("{golden}")', read(SOURCE, "tests/remote/tst_spectrummessage.cpp"))
