@@ -38,8 +38,8 @@ bool isNewDefault(const QString &id)
     static QMutex mutex;
     static QString lastId;
     static ULONGLONG lastTick = 0;
-    const ULONGLONG now = GetTickCount64();
     const QMutexLocker lock(&mutex);
+    const ULONGLONG now = GetTickCount64(); // with the lock held, or it may lie before lastTick
     if (id == lastId && now - lastTick < 500)
         return false;
     lastId = id;
