@@ -41,7 +41,8 @@ public:
     /// seconds; a failure is reported (handleStartError), never thrown. Emits formatChanged before
     /// the first notifyData of the session.
     Q_INVOKABLE void startCapture();
-    /// Ends the session and every restart that is waiting for its moment. Returns at once.
+    /// Ends the session and calls off the restarts that answer a session's end. The restart that a
+    /// returning device has armed comes all the same. Returns at once.
     Q_INVOKABLE void stopCapture();
 
     /// Chooses the device by display text, "默认输出设备" to follow the default, and restarts.
@@ -52,7 +53,8 @@ public:
     bool isCapturing() const;
 
     /// Turns a failed start (negative hr) into one error report per process, and an invalidated
-    /// device that the worker found into a restart on the default device.
+    /// device that the worker found into a restart on the default device, unless a newer start has
+    /// taken that session over.
     void handleStartError(HRESULT hr);
     /// Answers the end of a session: restarts after 500 ms while capture is wanted.
     void handleThreadStopped();
@@ -95,7 +97,7 @@ Q_SIGNALS:
 private:
     static QString followDefaultName();
 
-    void handleWorkerError(HRESULT hr);
+    bool fallsBackAfterError() const;
     void waitForOldSession();
     void supersedeSessions();
     void releaseOldSession();

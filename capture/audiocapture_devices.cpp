@@ -23,7 +23,7 @@ AudioCapture::AudioCapture(QObject *parent)
 
     connect(&m_captureThread, &CaptureAudioThread::notifyData, this,
             [this](const QByteArray &data) { Q_EMIT notifyData(data); });
-    connect(&m_captureThread, &CaptureAudioThread::error, this, &AudioCapture::handleWorkerError);
+    connect(&m_captureThread, &CaptureAudioThread::error, this, &AudioCapture::handleStartError);
     connect(&m_captureThread, &CaptureAudioThread::stoped, this, &AudioCapture::handleThreadStopped,
             Qt::QueuedConnection);
     connect(

@@ -89,11 +89,6 @@ void AudioCapture::handleStartError(HRESULT hr)
         QMetaObject::invokeMethod(this,
                                   [report] { deliverReport(report); }); // shown by a GUI thread
 
-    bool starting = false;
-    {
-        const QMutexLocker lock(&m_mutex);
-        starting = m_starting;
-    }
-    if (hr == AUDCLNT_E_DEVICE_INVALIDATED && !starting)
+    if (hr == AUDCLNT_E_DEVICE_INVALIDATED && fallsBackAfterError())
         setCurrentDevice(followDefaultName());
 }

@@ -5,18 +5,14 @@
 #include <QDebug>
 #include <QTimer>
 
-/// What the worker found of a session that a newer start has taken over meanwhile is no longer
-/// anybody's concern; above all it must not undo a choice that came after it.
-void AudioCapture::handleWorkerError(HRESULT hr)
+/// Whether an invalidated device is answered by a restart on the default device. Not within a
+/// start, and not for a session that a newer start has taken over meanwhile: that must not undo a
+/// choice that came after it.
+bool AudioCapture::fallsBackAfterError() const
 {
-    bool superseded = false;
-    {
-        // The error precedes the stop of its session, which is the next one to arrive.
-        const QMutexLocker lock(&m_mutex);
-        superseded = m_sessionsEnded + 1 <= m_sessionsSuperseded;
-    }
-    if (!superseded)
-        handleStartError(hr);
+    // The error precedes the stop of its session, which is the next one to arrive.
+    const QMutexLocker lock(&m_mutex);
+    return !m_starting && m_sessionsEnded + 1 > m_sessionsSuperseded;
 }
 
 void AudioCapture::handleThreadStopped()

@@ -23,6 +23,7 @@ private Q_SLOTS:
     void sameDeviceRestartsAnyway();
     void sessionThatCannotStartIsRetriedForever();
     void invalidatedWorkerStartFallsBackToTheDefault();
+    void invalidatedSessionOfThePastIsLoggedOnly();
     void invalidatedInsideTheStartDoesNot();
     void stopOfATimedOutWorkerIsNotAnswered();
 };
@@ -156,6 +157,27 @@ void TestAudioCaptureRestart::invalidatedWorkerStartFallsBackToTheDefault()
     QVERIFY(scene.captures(kIdA));
     QCOMPARE(capture.currentDevice(), kFollow);
     QVERIFY(scene.log.contains(text("引擎启动失败，错误代码 ffffffff88890004")));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::invalidatedSessionOfThePastIsLoggedOnly()
+{
+    // The worker's error is under way when another device is chosen: it is logged and reported as
+    // any other, but the choice stands.
+    Scene scene;
+    AudioCapture &capture = scene.make();
+    scene.audio.fail(FakeCall::Start, {AUDCLNT_E_DEVICE_INVALIDATED}, 1, 1);
+    capture.startCapture();
+    while (!scene.log.contains(text("Start 失败, hr = ffffffff88890004")))
+        QThread::msleep(1); // no events: the error waits
+    QThread::msleep(50);
+    QVERIFY(!scene.log.contains(text("引擎启动失败")));
+    capture.setCurrentDevice(QStringLiteral("Headset"));
+    QVERIFY(scene.captures(kIdB));
+    QCOMPARE(scene.log.count(text("引擎启动失败，错误代码 ffffffff88890004")), 1);
+    QTest::qWait(700);
+    QCOMPARE(capture.currentDevice(), QStringLiteral("Headset"));
+    QCOMPARE(scene.audio.calls(FakeCall::Initialize), 2);
     VERIFY_NOTHING_LEFT(scene);
 }
 
