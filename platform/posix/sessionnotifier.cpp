@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QDBusArgument>
-#include <QDBusConnectionInterface>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -71,6 +70,56 @@ QDBusConnection connectToSystemBus(const QString &name)
                              : QDBusConnection::connectToBus(address, name);
 }
 
+/// QDBusConnectionInterface would ask the same, and wait 25 s for a bus that does not answer.
+bool isLogindOn(const QDBusConnection &bus)
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameHasOwner"));
+    call.setArguments({service()});
+    const QDBusReply<bool> reply = bus.call(call, QDBus::Block, s_timeout);
+    return reply.isValid() && reply.value();
+}
+
+QDBusMessage propertiesCall(const QString &path)
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(service(), path, propertiesInterface(),
+                                                       QStringLiteral("GetAll"));
+    call.setArguments({sessionInterface()});
+    return call;
+}
+
+/// A session of this user at the machine itself: no remote one, none of the system's background
+/// ones.
+bool isOwnAndLocal(const QVariantMap &session)
+{
+    const QDBusArgument user = session.value(QStringLiteral("User")).value<QDBusArgument>();
+    if (user.currentSignature() != QLatin1String("(uo)"))
+        return false;
+    uint id = 0;
+    QDBusObjectPath userPath;
+    user.beginStructure();
+    user >> id >> userPath;
+    user.endStructure();
+    return id == getuid() && !session.value(QStringLiteral("Remote")).toBool()
+        && session.value(QStringLiteral("Class")).toString() == QLatin1String("user");
+}
+
+/// Only a session with a seat has a desktop that is locked and unlocked, and connected to the
+/// console.
+bool hasSeat(const QVariantMap &session)
+{
+    const QDBusArgument seat = session.value(QStringLiteral("Seat")).value<QDBusArgument>();
+    if (seat.currentSignature() != QLatin1String("(so)"))
+        return false;
+    QString id;
+    QDBusObjectPath path;
+    seat.beginStructure();
+    seat >> id >> path;
+    seat.endStructure();
+    return !id.isEmpty();
+}
+
 QWindow *windowOf(HWND handle)
 {
     const QWindowList windows = QGuiApplication::allWindows();
@@ -104,7 +153,7 @@ SessionNotifier *SessionNotifier::connected()
 
     const QString name = QStringLiteral("tonewell-session");
     const QDBusConnection bus = connectToSystemBus(name);
-    if (!bus.isConnected() || !bus.interface()->isServiceRegistered(service()).value()) {
+    if (!bus.isConnected() || !isLogindOn(bus)) {
         QDBusConnection::disconnectFromBus(name);
         return nullptr;
     }
@@ -157,7 +206,7 @@ QString SessionNotifier::sessionOfUser() const
     if (reply.type() != QDBusMessage::ReplyMessage
         || reply.signature() != QLatin1String("a(susso)"))
         return {};
-    QString result;
+    QStringList seated;
     const QDBusArgument list = reply.arguments().constFirst().value<QDBusArgument>();
     list.beginArray();
     while (!list.atEnd()) {
@@ -169,11 +218,17 @@ QString SessionNotifier::sessionOfUser() const
         list.beginStructure();
         list >> id >> user >> userName >> seat >> path;
         list.endStructure();
-        if (user == getuid() && (result.isEmpty() || !seat.isEmpty()))
-            result = path.path();
+        if (user == getuid() && !seat.isEmpty())
+            seated.append(path.path());
     }
     list.endArray();
-    return result;
+    for (const QString &path : qAsConst(seated)) {
+        const QDBusReply<QVariantMap> session =
+            m_bus.call(propertiesCall(path), QDBus::Block, s_timeout);
+        if (session.isValid() && isOwnAndLocal(session.value()))
+            return path;
+    }
+    return {};
 }
 
 void SessionNotifier::follow(const QString &path)
@@ -240,10 +295,7 @@ void SessionNotifier::onSessionNew(const QDBusMessage &message)
     if (message.signature() != QLatin1String("so"))
         return;
     const QString path = message.arguments().at(1).value<QDBusObjectPath>().path();
-    QDBusMessage call = QDBusMessage::createMethodCall(service(), path, propertiesInterface(),
-                                                       QStringLiteral("GetAll"));
-    call.setArguments({sessionInterface()});
-    auto *const reply = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
+    auto *const reply = new QDBusPendingCallWatcher(m_bus.asyncCall(propertiesCall(path)), this);
     connect(reply, &QDBusPendingCallWatcher::finished, this,
             [this, path](QDBusPendingCallWatcher *finished) { sessionDescribed(path, finished); });
 }
@@ -255,18 +307,9 @@ void SessionNotifier::sessionDescribed(const QString &path, QDBusPendingCallWatc
     if (properties.isError())
         return;
     const QVariantMap session = properties.value();
-    const QDBusArgument user = session.value(QStringLiteral("User")).value<QDBusArgument>();
-    if (user.currentSignature() != QLatin1String("(uo)"))
+    if (!isOwnAndLocal(session))
         return;
-    uint id = 0;
-    QDBusObjectPath userPath;
-    user.beginStructure();
-    user >> id >> userPath;
-    user.endStructure();
-    if (id != getuid() || session.value(QStringLiteral("Remote")).toBool()
-        || session.value(QStringLiteral("Class")).toString() != QLatin1String("user"))
-        return;
-    if (m_session.isEmpty())
+    if (m_session.isEmpty() && hasSeat(session))
         follow(path);
     notify(path, WTS_SESSION_LOGON);
 }

@@ -24,8 +24,12 @@ class QDBusPendingCallWatcher;
 ///   background ones: WTS_SESSION_LOGON.
 ///
 /// The session is the one of XDG_SESSION_ID, else the one this process belongs to, else (a service
-/// of the user belongs to none) one of the user's, with a seat if there is such; else the next one
-/// that begins. When the session ends, the next one that begins takes its place.
+/// of the user belongs to none) the user's desktop: the first session at the machine itself that
+/// has a seat; else the next such one that begins. When the session ends, the next desktop that
+/// begins takes its place.
+///
+/// The notifications end with the bus and are not renewed: once the system bus has been restarted,
+/// no window hears anything more until one registers again.
 ///
 /// Lives on the GUI thread with the application object as parent. lParam is the session's number, 0
 /// for one whose name is no number.

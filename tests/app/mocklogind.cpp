@@ -1,5 +1,6 @@
 #include "mocklogind.h"
 
+#include <QDBusArgument>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
@@ -125,6 +126,20 @@ QString MockLogind::addSession(const QString &id, uint user, bool remote,
             != QDBusMessage::ReplyMessage)
         return {};
     return reply.value();
+}
+
+bool MockLogind::unseat(const QString &id) const
+{
+    QDBusArgument none;
+    none.beginStructure();
+    none << QString() << QDBusObjectPath(QStringLiteral("/"));
+    none.endStructure();
+    return QDBusConnection(m_connectionName)
+               .call(methodCall(path(id), QStringLiteral("org.freedesktop.DBus.Properties"), "Set",
+                                {sessionInterface(), QStringLiteral("Seat"),
+                                 QVariant::fromValue(QDBusVariant(QVariant::fromValue(none)))}))
+               .type()
+        == QDBusMessage::ReplyMessage;
 }
 
 bool MockLogind::emitManagerSignal(const char *name, const QString &id) const

@@ -25,6 +25,8 @@ public:
     /// false leave what logind has for a graphical session.
     QString addSession(const QString &id, uint user, bool remote = false,
                        const QString &sessionClass = {}) const;
+    /// Takes the session's seat away, as if it had never had one.
+    bool unseat(const QString &id) const;
     /// Tells that the session is new, or gone.
     bool emitManagerSignal(const char *name, const QString &id) const;
     /// Calls a method of the session's own: "Lock", "Unlock".

@@ -79,6 +79,7 @@ private Q_SLOTS:
     void whatIsNoLogOnOfThisUserIsIgnored();
     void theSessionOfTheEnvironmentIsFollowed();
     void whenTheSessionEndsTheNextOneIsFollowed();
+    void onlyADesktopIsFollowed();
     void everyWindowIsTold();
     void theBusMayGo();
     void unlockLogOnAndConnectRestartCaptureLockAndDisconnectDoNot();
@@ -262,6 +263,34 @@ void LogindTest::whenTheSessionEndsTheNextOneIsFollowed()
     QVERIFY(m_logind->callSession(QStringLiteral("1"), "Unlock"));
     QVERIFY(settle(&window, QStringLiteral("2")));
     QCOMPARE(window.codes, QVector<int> {WTS_SESSION_LOGON});
+}
+
+void LogindTest::onlyADesktopIsFollowed()
+{
+    // A log-in over the network and a background one, both before the desktop; a console log-in
+    // without a seat and then the desktop while the window listens.
+    start();
+    QVERIFY(!m_logind->addSession(QStringLiteral("1"), getuid()).isEmpty());
+    QVERIFY(m_logind->unseat(QStringLiteral("1")));
+    QVERIFY(
+        !m_logind->addSession(QStringLiteral("2"), getuid(), false, QStringLiteral("background"))
+             .isEmpty());
+    Window window;
+    QVERIFY(window.registerForSession());
+    QVERIFY(!m_logind->addSession(QStringLiteral("3"), getuid()).isEmpty());
+    QVERIFY(m_logind->unseat(QStringLiteral("3")));
+    QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("3")));
+    QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, s_patience);
+    QVERIFY(!m_logind->addSession(QStringLiteral("4"), getuid()).isEmpty());
+    QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("4")));
+    QTRY_COMPARE_WITH_TIMEOUT(window.codes.size(), 2, s_patience);
+    for (const char *id : {"1", "2", "3", "4"})
+        QVERIFY(m_logind->callSession(QLatin1String(id), "Unlock"));
+    QVERIFY(settle(&window, QStringLiteral("4")));
+    const QVector<int> expected {WTS_SESSION_LOGON, WTS_SESSION_LOGON, WTS_SESSION_UNLOCK};
+    QCOMPARE(window.codes, expected);
+    const QVector<int> sessions {3, 4, 4};
+    QCOMPARE(window.sessions, sessions);
 }
 
 void LogindTest::everyWindowIsTold()
