@@ -5,6 +5,7 @@
 #include <functiondiscoverykeys_devpkey.h>
 #include <future>
 #include <pthread.h>
+#include <system_error>
 
 namespace {
 
@@ -162,14 +163,25 @@ void EndpointNotifier::call(IMMNotificationClient *client, const EndpointAnnounc
 
 void EndpointNotifier::callForEveryRole(IMMNotificationClient *client, EDataFlow flow, LPCWSTR id)
 {
-    std::promise<void> consoleTold;
-    std::thread others([this, client, flow, id, told = consoleTold.get_future()] {
-        t_calling = this;
-        told.wait_for(RoleDelay);
+    const auto tellOthers = [client, flow, id] {
         client->OnDefaultDeviceChanged(flow, eMultimedia, id);
         client->OnDefaultDeviceChanged(flow, eCommunications, id);
-    });
+    };
+    std::promise<void> consoleTold;
+    std::thread others;
+    try {
+        others = std::thread([this, &tellOthers, told = consoleTold.get_future()] {
+            t_calling = this;
+            told.wait_for(RoleDelay);
+            tellOthers();
+        });
+    } catch (const std::system_error &) {
+        // No thread to be had: the roles follow one another.
+    }
     client->OnDefaultDeviceChanged(flow, eConsole, id);
     consoleTold.set_value();
-    others.join();
+    if (others.joinable())
+        others.join();
+    else
+        tellOthers();
 }

@@ -16,7 +16,8 @@
 ///
 /// A new default is told once for each role, in the order console, multimedia, communications. A
 /// listener tells these three from three changes by their time, so a listener that takes long over
-/// the first is told the other two meanwhile, on a second thread.
+/// the first is told the other two meanwhile, on a second thread; afterwards, where the system has
+/// no thread to give.
 class EndpointNotifier {
 public:
     /// The catalogue outlives the notifier.

@@ -3,7 +3,26 @@
 #include "platform/posix/endpointnotifier.h"
 #include "tests/platform/notificationlog.h"
 
+#include <cerrno>
+#include <dlfcn.h>
+#include <pthread.h>
 #include <QtTest>
+
+namespace {
+
+/// While set, the system has no thread to give.
+std::atomic<bool> s_outOfThreads {false};
+
+} // namespace
+
+/// Stands before the C library's, for this whole program.
+extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                              void *(*function)(void *), void *argument) noexcept
+{
+    static const auto real =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return s_outOfThreads ? EAGAIN : real(thread, attributes, function, argument);
+}
 
 namespace {
 
@@ -55,6 +74,7 @@ private Q_SLOTS:
     void noLockIsHeldDuringACall();
     void slowListenerHearsTheLatestDefault();
     void slowListenerHearsEveryRoleMeanwhile();
+    void everyRoleIsHeardWithoutASecondThread();
     void ownerTakesItsRegistrationsAlong();
     void destructionReleasesListeners();
 };
@@ -325,6 +345,24 @@ void EndpointNotifierTest::slowListenerHearsEveryRoleMeanwhile()
     QVERIFY(!consoleReturned);
     QVERIFY(waitUntilDelivered(notifier));
     QCOMPARE(calls.load(), 3);
+}
+
+void EndpointNotifierTest::everyRoleIsHeardWithoutASecondThread()
+{
+    EndpointCatalogue catalogue;
+    NotificationLog log;
+    EndpointNotifier notifier(&catalogue);
+    notifier.add(this, &log);
+    fill(&catalogue);
+    QVERIFY(waitUntilDelivered(notifier));
+    log.clear();
+    s_outOfThreads = true;
+    catalogue.setDefaults(L"b", L"");
+    const bool heard = log.waitFor(NotificationLog::defaultLines(QStringLiteral("b")));
+    s_outOfThreads = false;
+    QVERIFY(heard);
+    QVERIFY(waitUntilDelivered(notifier));
+    QCOMPARE(log.lines(), NotificationLog::defaultLines(QStringLiteral("b")));
 }
 
 void EndpointNotifierTest::ownerTakesItsRegistrationsAlong()
