@@ -19,10 +19,9 @@ public:
     /// Sends the text to every connected replica. The only way out of the program.
     void sendMessage(const QString &msg);
 
-Q_SIGNALS:
-    void sigReceiveMsg(QString msg);
-
-public Q_SLOTS:
     /// Called by a replica; hands the text on through sigReceiveMsg.
     void onMessage(QString msg) override;
+
+Q_SIGNALS:
+    void sigReceiveMsg(QString msg);
 };
