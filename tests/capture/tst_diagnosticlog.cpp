@@ -13,9 +13,10 @@ private Q_SLOTS:
     {
         qputenv("XDG_STATE_HOME", QFile::encodeName(m_folder.path()));
         QFile::remove(diagnosticLogPath());
-        AudioCapture::setDiagnosticLogEnabled(false);
     }
+    void cleanup() { AudioCapture::setDiagnosticLogEnabled(false); }
 
+    /// The first of all: nothing has touched the switch yet.
     void offAtFirstAndNoFileIsMade()
     {
         writeDiagnosticLog(QStringLiteral("nothing"));
