@@ -2,6 +2,7 @@
 #pragma once
 
 #include "capture/audiocapture.h"
+#include "platform/diagnosticlogpath.h"
 #include "report/deliverreport.h"
 #include "tests/support/fakeaudio.h"
 #include "tests/support/messagelog.h"
@@ -48,6 +49,33 @@ private:
 
     static inline std::mutex s_mutex;
     static inline QStringList s_reports;
+};
+
+/// Switches the capture diagnostic log on, with no file yet, while it lives.
+class DiagnosticLog {
+public:
+    DiagnosticLog()
+    {
+        qputenv("XDG_STATE_HOME", QFile::encodeName(QDir::tempPath() + QStringLiteral("/state")));
+        QFile::remove(diagnosticLogPath());
+        AudioCapture::setDiagnosticLogEnabled(true);
+    }
+    ~DiagnosticLog() { AudioCapture::setDiagnosticLogEnabled(false); }
+    DiagnosticLog(const DiagnosticLog &) = delete;
+    DiagnosticLog &operator=(const DiagnosticLog &) = delete;
+
+    /// The messages, without their times.
+    static QStringList lines()
+    {
+        QFile file(diagnosticLogPath());
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        QStringList result = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
+        result.removeLast();
+        for (QString &line : result)
+            line.remove(0, 15); // "[HH:mm:ss.zzz] "
+        return result;
+    }
 };
 
 /// "Speakers" (the default) and "Headset" with endless float packets, and the microphone "Mic".

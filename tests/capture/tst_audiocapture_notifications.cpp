@@ -18,6 +18,7 @@ private Q_SLOTS:
 
     void threeRolesLeadToOneSwitch();
     void sameIdAfterTheDebounceIsHandledAgain();
+    void sameIdWithinTheDebounceIsNot();
     void differentIdIsHandledAtOnce();
     void otherFlowsNullIdsAndUnreadyControllersAreIgnored();
     void pinnedDeviceStaysPinned();
@@ -71,6 +72,35 @@ void TestAudioCaptureNotifications::sameIdAfterTheDebounceIsHandledAgain()
     VERIFY_NOTHING_LEFT(scene);
 }
 
+void TestAudioCaptureNotifications::sameIdWithinTheDebounceIsNot()
+{
+    Scene scene;
+    AudioCapture &capture = scene.make();
+    capture.setCurrentDevice(text("Headset")); // pinned: a change is logged, and that is all
+    const QString handled = text("[设备切换] 检测到输出设备变化: Speakers");
+    qint64 elapsed = 0;
+    int once = 0;
+    // Until the machine has let both calls be made within the time.
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        QTest::qWait(510);
+        scene.log.clear();
+        QElapsedTimer clock;
+        clock.start();
+        onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdA); });
+        once = scene.log.count(handled);
+        QThread::msleep(300);
+        onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdA, eRender, eMultimedia); });
+        elapsed = clock.elapsed();
+        if (elapsed < 500)
+            break;
+    }
+    QVERIFY2(elapsed < 500, qPrintable(QString::number(elapsed)));
+    QCOMPARE(once, 1);
+    QCOMPARE(scene.log.count(text("[设备切换]")), 3); // the three texts of the one change
+    QCOMPARE(scene.log.count(handled), 1);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
 void TestAudioCaptureNotifications::differentIdIsHandledAtOnce()
 {
     Scene scene;
@@ -106,8 +136,17 @@ void TestAudioCaptureNotifications::otherFlowsNullIdsAndUnreadyControllersAreIgn
     early.audio.setHook(FakeCall::EnumAudioEndpoints,
                         [&] { early.audio.notifyDefaultChanged(kIdB); });
     early.make();
+    early.audio.setHook(FakeCall::EnumAudioEndpoints, {});
     QVERIFY(!early.log.contains(text("[设备切换]")));
     QCOMPARE(early.audio.calls(FakeCall::Activate), 0);
+    // Nor has it been remembered: not for the next start, and not for the debounce.
+    early.capture->startCapture();
+    QVERIFY(early.captures(kIdA));
+    QVERIFY(!early.log.contains(text("使用回调指定的设备ID")));
+    early.audio.setDefault(kIdB);
+    onForeignThread([&] { early.audio.notifyDefaultChanged(kIdB); });
+    QCOMPARE(early.log.count(text("[设备切换] 检测到输出设备变化: Headset")), 1);
+    QVERIFY(early.captures(kIdB));
     VERIFY_NOTHING_LEFT(early);
 }
 
@@ -147,11 +186,16 @@ void TestAudioCaptureNotifications::bareNameOfAnotherEndpointIsFollowed()
 
 void TestAudioCaptureNotifications::textsOfADefaultChange()
 {
+    const DiagnosticLog diagnostics;
     Scene scene;
     scene.make();
     scene.audio.setDefault(kIdB);
     scene.log.clear();
     onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdB); });
+    QCOMPARE(DiagnosticLog::lines().mid(0, 3),
+             QStringList({text("OnDefaultDeviceChanged -> Headset"),
+                          text("setCurrentDevice -> 默认输出设备"),
+                          text("startCapture 开始, 当前设备=默认输出设备")}));
     QVERIFY(scene.log.inOrder({text("[设备切换] 检测到输出设备变化: Headset"),
                                text("[设备切换] 用户之前选择的设备: 默认输出设备 , 是否跟随: true"),
                                text("[设备切换] 之前是否在运行: false"),
@@ -195,6 +239,10 @@ void TestAudioCaptureNotifications::microphoneCountsInFollowDefaultMode()
     AudioCapture &capture = scene.started();
     QVERIFY(scene.captures(kIdA));
     onForeignThread([&] { scene.audio.notifyStateChanged(kIdMic, DEVICE_STATE_DISABLED); });
+    QVERIFY(!capture.isCapturing());
+    QTest::qWait(700); // longer than any restart would wait
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 1);
+    QVERIFY(!scene.log.contains(text("需要自动重启，延迟500ms")));
     QVERIFY(!capture.isCapturing());
     onForeignThread([&] { scene.audio.notifyStateChanged(kIdMic, DEVICE_STATE_ACTIVE); });
     QVERIFY(scene.log.contains(text("[设备状态] 设备恢复活动状态，延迟500ms后重启采集")));

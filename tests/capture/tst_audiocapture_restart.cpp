@@ -8,6 +8,23 @@ QString text(const char *utf8)
     return QString::fromUtf8(utf8);
 }
 
+constexpr qint64 kLoose = 2000; // ms: a timer of 500 ms on a busy machine
+
+/// Milliseconds from the first line of the one text to the first line of the other; -1 without
+/// them.
+qint64 between(const MessageLog &log, const QString &from, const QString &to)
+{
+    qint64 fromMs = -1;
+    qint64 toMs = -1;
+    for (const MessageLog::Line &line : log.lines()) {
+        if (fromMs < 0 && line.text == from)
+            fromMs = line.atMs;
+        if (toMs < 0 && line.text == to)
+            toMs = line.atMs;
+    }
+    return fromMs < 0 || toMs < 0 ? -1 : toMs - fromMs;
+}
+
 } // namespace
 
 class TestAudioCaptureRestart : public QObject {
@@ -30,28 +47,32 @@ private Q_SLOTS:
 
 void TestAudioCaptureRestart::workerThatStopsByItselfIsStartedOnceAfterHalfASecond()
 {
+    const DiagnosticLog diagnostics;
     Scene scene;
     scene.started();
     QVERIFY(scene.captures(kIdA));
-    scene.audio.fail(FakeCall::GetBuffer, {AUDCLNT_E_DEVICE_INVALIDATED}, 1 << 20); // none
     const int polls = scene.audio.calls(FakeCall::GetNextPacketSize);
     scene.audio.fail(FakeCall::GetNextPacketSize, {AUDCLNT_E_DEVICE_INVALIDATED}, polls + 1, 1);
     const QString armed = text("[handleThreadStopped] 检测到线程停止，需要自动重启，延迟500ms...");
     const QString fired = text("[handleThreadStopped] 正在执行自动重启...");
     QVERIFY(waitUntil([&] { return scene.log.contains(fired); }));
-    qint64 armedAt = 0;
-    qint64 firedAt = 0;
-    for (const MessageLog::Line &line : scene.log.lines()) {
-        if (line.text == armed)
-            armedAt = line.atMs;
-        if (line.text == fired)
-            firedAt = line.atMs;
-    }
-    QVERIFY(firedAt - armedAt >= 499);
+    const qint64 gap = between(scene.log, armed, fired);
+    QVERIFY2(gap >= 499 && gap < kLoose, qPrintable(QString::number(gap)));
     QVERIFY(scene.captures(kIdA));
     QTest::qWait(800);
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
     QCOMPARE(scene.log.count(fired), 1);
+    const QStringList started {
+        text("startCapture 开始, 当前设备=默认输出设备"),
+        text("当前设备: 默认输出设备 | 2ch 32bit 48000Hz blockAlign=8 WAVEFORMATEXTENSIBLE"),
+        text("Initialize成功, 启动采集线程 blockAlign=8"),
+    };
+    const QStringList ended {
+        text("采集线程: GetNextPacketSize DEVICE_INVALIDATED"),
+        text("采集线程退出循环"),
+        text("handleThreadStopped 触发"),
+    };
+    QCOMPARE(DiagnosticLog::lines(), started + ended + started);
     VERIFY_NOTHING_LEFT(scene);
 }
 
@@ -119,7 +140,11 @@ void TestAudioCaptureRestart::deviceReturnRestartsAfterADeliberateStop()
     QVERIFY(scene.captures(kIdA));
     capture.stopCapture();
     onForeignThread([&] { scene.audio.notifyStateChanged(kIdA, DEVICE_STATE_ACTIVE); });
-    QVERIFY(waitUntil([&] { return scene.log.contains(text("[设备状态] 正在重启采集...")); }));
+    const QString fired = text("[设备状态] 正在重启采集...");
+    QVERIFY(waitUntil([&] { return scene.log.contains(fired); }));
+    const qint64 gap =
+        between(scene.log, text("[设备状态] 设备恢复活动状态，延迟500ms后重启采集"), fired);
+    QVERIFY2(gap >= 499 && gap < kLoose, qPrintable(QString::number(gap)));
     QVERIFY(scene.captures(kIdA));
     QVERIFY(capture.isCapturing());
     VERIFY_NOTHING_LEFT(scene);
@@ -130,7 +155,13 @@ void TestAudioCaptureRestart::sameDeviceRestartsAnyway()
     Scene scene;
     AudioCapture &capture = scene.started();
     QVERIFY(scene.captures(kIdA));
-    capture.setCurrentDevice(kFollow);
+    {
+        const DiagnosticLog diagnostics;
+        capture.setCurrentDevice(kFollow);
+        const QStringList lines = DiagnosticLog::lines();
+        QCOMPARE(lines.value(0), text("setCurrentDevice -> 默认输出设备"));
+        QCOMPARE(lines.value(1), text("startCapture 开始, 当前设备=默认输出设备"));
+    }
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
     QVERIFY(scene.captures(kIdA));
     VERIFY_NOTHING_LEFT(scene);

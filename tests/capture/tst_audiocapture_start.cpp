@@ -1,7 +1,7 @@
 // The start sequence on scripted devices.
 #include "capture/wasapierrortext.h"
-#include "platform/diagnosticlogpath.h"
 #include "tests/capture/scene.h"
+#include "tests/support/comfault.h"
 #include <objbase.h>
 #include <QSignalSpy>
 
@@ -12,29 +12,19 @@ QString text(const char *utf8)
     return QString::fromUtf8(utf8);
 }
 
-QStringList diagnosticLines()
-{
-    QFile file(diagnosticLogPath());
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QStringList lines;
-    for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n')))
-        lines.append(line.mid(15)); // after "[HH:mm:ss.zzz] "
-    return lines;
-}
-
 } // namespace
 
 class TestAudioCaptureStart : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanup();
+    void cleanup() { failCoInitializeEx(S_OK); }
 
     void textsOfASuccessfulStartInOrder();
     void diagnosticLinesOfASuccessfulStart();
+    void diagnosticLineOfTheMixFormat_data();
+    void diagnosticLineOfTheMixFormat();
+    void diagnosticLinesOfAMissingMixFormat();
     void secondStartWhileOneRunsChangesNothing();
     void secondStartOnAnotherThreadDuringThePauseChangesNothing();
     void followingUsesTheConsoleDefault();
@@ -66,27 +56,13 @@ private Q_SLOTS:
     void waitForTheOldWorkerTimesOut();
     void startOnAForeignThread();
     void otherApartmentIsUsable();
+    void failedApartmentIsOnlyLogged();
     void doubleStartBeforeTheWorkerBegins();
     void stopBeforeTheWorkerBegins();
     void stopLeavesTheSessionsObjects();
     void destroyedWhileStarting();
     void hexadecimalCodes();
 };
-
-void TestAudioCaptureStart::initTestCase()
-{
-    qputenv("XDG_STATE_HOME", QFile::encodeName(QDir::tempPath() + QStringLiteral("/state")));
-}
-
-void TestAudioCaptureStart::init()
-{
-    QFile::remove(diagnosticLogPath());
-}
-
-void TestAudioCaptureStart::cleanup()
-{
-    AudioCapture::setDiagnosticLogEnabled(false);
-}
 
 void TestAudioCaptureStart::textsOfASuccessfulStartInOrder()
 {
@@ -124,18 +100,58 @@ void TestAudioCaptureStart::textsOfASuccessfulStartInOrder()
 
 void TestAudioCaptureStart::diagnosticLinesOfASuccessfulStart()
 {
-    AudioCapture::setDiagnosticLogEnabled(true);
+    const DiagnosticLog diagnostics;
     Scene scene;
     scene.started();
     QVERIFY(scene.captures(kIdA));
-    AudioCapture::setDiagnosticLogEnabled(false);
     const QStringList expected {
         text("startCapture 开始, 当前设备=默认输出设备"),
         text("当前设备: 默认输出设备 | 2ch 32bit 48000Hz blockAlign=8 WAVEFORMATEXTENSIBLE"),
         text("Initialize成功, 启动采集线程 blockAlign=8"),
-        QString(),
     };
-    QCOMPARE(diagnosticLines(), expected);
+    QCOMPARE(DiagnosticLog::lines(), expected);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureStart::diagnosticLineOfTheMixFormat_data()
+{
+    QTest::addColumn<int>("tag");
+    QTest::addColumn<int>("channels");
+    QTest::addColumn<int>("bits");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("PCM") << WAVE_FORMAT_PCM << 2 << 16
+                         << text("2ch 16bit 44100Hz blockAlign=4 PCM");
+    QTest::newRow("float") << WAVE_FORMAT_IEEE_FLOAT << 6 << 32
+                           << text("6ch 32bit 44100Hz blockAlign=24 IEEE_FLOAT");
+    QTest::newRow("other") << 0x55 << 1 << 24 << text("1ch 24bit 44100Hz blockAlign=3");
+}
+
+void TestAudioCaptureStart::diagnosticLineOfTheMixFormat()
+{
+    QFETCH(int, tag);
+    QFETCH(int, channels);
+    QFETCH(int, bits);
+    QFETCH(QString, line);
+    const DiagnosticLog diagnostics;
+    Scene scene;
+    scene.audio.setFormat(kIdA, FakeAudio::plainFormat(WORD(tag), channels, bits, 44100));
+    scene.started();
+    QVERIFY(scene.captures(kIdA));
+    QCOMPARE(DiagnosticLog::lines().value(1), text("当前设备: 默认输出设备 | ") + line);
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureStart::diagnosticLinesOfAMissingMixFormat()
+{
+    const DiagnosticLog diagnostics;
+    Scene scene;
+    scene.audio.fail(FakeCall::GetMixFormat, {AUDCLNT_E_SERVICE_NOT_RUNNING});
+    scene.started();
+    QCOMPARE(DiagnosticLog::lines(),
+             QStringList({text("startCapture 开始, 当前设备=默认输出设备"),
+                          text("GetMixFormat 失败, hr=0xffffffff88890010")}));
+    QVERIFY(scene.log.contains(text("GetMixFormat 失败 ffffffff88890010")));
+    VERIFY_NOTHING_LEFT(scene);
 }
 
 void TestAudioCaptureStart::secondStartWhileOneRunsChangesNothing()
@@ -345,16 +361,15 @@ void TestAudioCaptureStart::activateFailureHints()
 {
     QFETCH(qint32, code);
     QFETCH(QString, hint);
-    AudioCapture::setDiagnosticLogEnabled(true);
+    const DiagnosticLog diagnostics;
     Scene scene;
     scene.make();
     scene.audio.fail(FakeCall::Activate, {code});
     scene.capture->startCapture();
-    AudioCapture::setDiagnosticLogEnabled(false);
     const QString hex = hexCode(code);
     QVERIFY(
         scene.log.inOrder({text("Activate 失败 ") + hex, text("引擎启动失败，错误代码 ") + hex}));
-    QVERIFY(diagnosticLines().contains(text("Activate 失败, hr=0x") + hex));
+    QVERIFY(DiagnosticLog::lines().contains(text("Activate 失败, hr=0x") + hex));
     if (hint.isEmpty())
         QVERIFY(!scene.log.contains(text("错误: ")));
     else
@@ -364,12 +379,11 @@ void TestAudioCaptureStart::activateFailureHints()
 
 void TestAudioCaptureStart::transientInitializeFourTimesThenRecovery()
 {
-    AudioCapture::setDiagnosticLogEnabled(true);
+    const DiagnosticLog diagnostics;
     Scene scene;
     scene.make();
     scene.audio.fail(FakeCall::Initialize, {AUDCLNT_E_BUFFER_OPERATION_PENDING}, 1, 4);
     scene.capture->startCapture();
-    AudioCapture::setDiagnosticLogEnabled(false);
 
     const auto calls = scene.audio.records(FakeCall::Initialize);
     QCOMPARE(calls.size(), 5);
@@ -383,7 +397,7 @@ void TestAudioCaptureStart::transientInitializeFourTimesThenRecovery()
                                text("[Step 4d] 瞬态错误 0xffffffff8889000b，第3次重试..."),
                                text("Initialize 失败 ffffffff8889000b"), text("[Step 4f]")}));
     QVERIFY(!scene.log.contains(text("第4次重试")));
-    const QStringList lines = diagnosticLines();
+    const QStringList lines = DiagnosticLog::lines();
     const int failed = lines.indexOf(text("Initialize 失败, hr=0xffffffff8889000b"));
     QVERIFY(failed >= 0);
     QCOMPARE(lines.mid(failed + 1, 2),
@@ -441,6 +455,7 @@ void TestAudioCaptureStart::recoveryUsesTheDefaultAndKeepsTheChoice()
 
 void TestAudioCaptureStart::recoveryFailsForGood()
 {
+    const DiagnosticLog diagnostics;
     Scene scene;
     AudioCapture &capture = scene.make();
     scene.audio.fail(FakeCall::Initialize, {AUDCLNT_E_UNSUPPORTED_FORMAT});
@@ -448,6 +463,9 @@ void TestAudioCaptureStart::recoveryFailsForGood()
     capture.startCapture();
     QCOMPARE(scene.audio.calls(FakeCall::Initialize), 3);
     QCOMPARE(scene.log.count(text("引擎启动失败，错误代码 ffffffff88890008")), 1);
+    QCOMPARE(DiagnosticLog::lines().mid(2),
+             QStringList({text("Initialize 失败, hr=0xffffffff88890008"),
+                          text("Initialize 重试 #1"), text("Initialize 重试 #2")}));
     QCOMPARE(formats.size(), 0);
     QVERIFY(!capture.isCapturing());
     VERIFY_NOTHING_LEFT(scene);
@@ -650,6 +668,23 @@ void TestAudioCaptureStart::otherApartmentIsUsable()
     });
     QVERIFY(!scene.log.contains(text("CoInitializeEx 失败")));
     QVERIFY(scene.captures(kIdA));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureStart::failedApartmentIsOnlyLogged()
+{
+    Scene scene;
+    if (!failCoInitializeEx(E_OUTOFMEMORY))
+        QSKIP("this host's CoInitializeEx cannot be made to fail");
+    scene.make();
+    QVERIFY(scene.log.contains(text("[AudioCapture] CoInitializeEx 失败, hr = ffffffff8007000e")));
+    scene.capture->startCapture();
+    QVERIFY(scene.log.inOrder({text("[startCapture] CoInitializeEx 失败, hr = ffffffff8007000e"),
+                               text("[Step 1] 使用默认输出设备"),
+                               text("[Step 6] 调用 CaptureAudioThread::start")}));
+    QVERIFY(waitUntil([&] { return scene.log.contains(text("[Thread Error] CoInitializeEx")); }));
+    failCoInitializeEx(S_OK);
+    QVERIFY(scene.captures(kIdA)); // by the restart
     VERIFY_NOTHING_LEFT(scene);
 }
 

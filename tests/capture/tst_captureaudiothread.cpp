@@ -1,9 +1,10 @@
 // The worker's sessions on a scripted client.
-#include "capture/diagnosticlog.h"
 #include "platform/deviceenumerator.h"
-#include "platform/diagnosticlogpath.h"
 #include "tests/capture/scene.h"
+#include "tests/support/comfault.h"
 #include <objbase.h>
+#include <optional>
+#include <QRegularExpression>
 
 namespace {
 
@@ -36,10 +37,14 @@ struct Session {
         scene.audio.setEndlessFrames(kIdA, 0);
         QObject::connect(worker.get(), &CaptureAudioThread::notifyData, &receiver,
                          [this](const QByteArray &data) { blocks.append(data); });
-        QObject::connect(worker.get(), &CaptureAudioThread::stoped, &receiver,
-                         [this] { stops.append(true); });
-        QObject::connect(worker.get(), &CaptureAudioThread::error, &receiver,
-                         [this](HRESULT hr) { errors.append(hr); });
+        QObject::connect(worker.get(), &CaptureAudioThread::stoped, &receiver, [this] {
+            stops.append(true);
+            events.append(QStringLiteral("stoped"));
+        });
+        QObject::connect(worker.get(), &CaptureAudioThread::error, &receiver, [this](HRESULT hr) {
+            errors.append(hr);
+            events.append(QStringLiteral("error"));
+        });
     }
     ~Session()
     {
@@ -66,6 +71,7 @@ struct Session {
     }
     void start(IAudioClient *client, int blockAlign)
     {
+        ++starts;
         QVERIFY(QMetaObject::invokeMethod(worker.get(), "start", Qt::AutoConnection,
                                           Q_ARG(IAudioClient *, client), Q_ARG(int, blockAlign)));
     }
@@ -82,12 +88,21 @@ struct Session {
         waitUntil([this, index] { return blocks.size() > index; }, 3000);
         return blocks.value(index);
     }
+    /// Ends the worker. Whatever a test was about: each start ends with one stop, and an error
+    /// comes right before it.
     QStringList leftovers()
     {
         worker.reset();
+        QCoreApplication::sendPostedEvents(&receiver); // what it said last
         while (!clients.isEmpty())
             clients.takeFirst()->Release();
-        return scene.leftovers();
+        QStringList result = scene.leftovers();
+        if (events.count(QStringLiteral("stoped")) != starts
+            || events.join(QLatin1Char(' ')).contains(QLatin1String("error error"))
+            || events.endsWith(QStringLiteral("error")))
+            result.append(QStringLiteral("%1 starts, but: ").arg(starts)
+                          + events.join(QLatin1Char(' ')));
+        return result;
     }
 
     Scene scene;
@@ -98,19 +113,9 @@ struct Session {
     QList<QByteArray> blocks;
     QList<bool> stops;
     QList<HRESULT> errors;
+    QStringList events; ///< "error" and "stoped"
+    int starts = 0;
 };
-
-QStringList diagnosticLines()
-{
-    QFile file(diagnosticLogPath());
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QStringList lines;
-    for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n')))
-        lines.append(line.mid(15));
-    lines.removeLast();
-    return lines;
-}
 
 } // namespace
 
@@ -120,8 +125,13 @@ class TestCaptureAudioThread : public QObject {
 private Q_SLOTS:
     void initTestCase();
     void init();
+    void cleanup();
 
     void metaObjectHasTheSignatures();
+    void textsOfASession_data();
+    void textsOfASession();
+    void blocksAreEmittedBeforeTheBufferIsReturned_data();
+    void blocksAreEmittedBeforeTheBufferIsReturned();
     void blockAlignFourPassesPacketsThrough();
     void monoFloatIsPassedThroughToo();
     void sixChannelFloatKeepsTheFirstTwo();
@@ -139,6 +149,7 @@ private Q_SLOTS:
     void clearingTheFlagEndsTheSession();
     void invalidatedWhileAsking();
     void invalidatedWhileReading();
+    void failedApartment();
     void nullClient();
     void serviceFails();
     void serviceWithoutPointerEmitsASuccessCode();
@@ -153,19 +164,26 @@ private Q_SLOTS:
     void forceStopEndsTheSession();
     void errorsPrintAsLongCodes();
     void forceStopTerminatesAHangingThread(); // the last: its cut-off session leaves memory behind
+
+private:
+    std::optional<DiagnosticLog> m_diagnostics;
 };
 
 void TestCaptureAudioThread::initTestCase()
 {
-    qputenv("XDG_STATE_HOME", QFile::encodeName(QDir::tempPath() + QStringLiteral("/state")));
-    enableDiagnosticLog(true);
     qRegisterMetaType<IAudioClient *>("IAudioClient*");
     qRegisterMetaType<HRESULT>("HRESULT");
 }
 
 void TestCaptureAudioThread::init()
 {
-    QFile::remove(diagnosticLogPath());
+    m_diagnostics.emplace();
+}
+
+void TestCaptureAudioThread::cleanup()
+{
+    m_diagnostics.reset();
+    failCoInitializeEx(S_OK);
 }
 
 void TestCaptureAudioThread::metaObjectHasTheSignatures()
@@ -178,6 +196,77 @@ void TestCaptureAudioThread::metaObjectHasTheSignatures()
              QStringList({QStringLiteral("notifyData(QByteArray)"), QStringLiteral("stoped()"),
                           QStringLiteral("error(HRESULT)"),
                           QStringLiteral("start(IAudioClient*,int)")}));
+}
+
+void TestCaptureAudioThread::textsOfASession_data()
+{
+    QTest::addColumn<int>("blockAlign");
+    QTest::addColumn<QStringList>("formatText");
+    QTest::newRow("converted") << 8
+                               << QStringList(text("[Thread] 需要格式转换: 2ch/32bit/float=true "
+                                                   "(blockAlign=8) → 2ch/16bit"));
+    QTest::newRow("passed through") << 4 << QStringList();
+}
+
+void TestCaptureAudioThread::textsOfASession()
+{
+    QFETCH(int, blockAlign);
+    QFETCH(QStringList, formatText);
+    Session session;
+    session.scene.audio.setEndlessFrames(kIdA, 1);
+    IAudioClient *client = session.client();
+    session.scene.log.clear();
+    session.start(client, blockAlign);
+    QVERIFY(!session.block(0).isEmpty());
+    QVERIFY(session.end());
+    QVERIFY(waitUntil([&] { return session.scene.log.contains(text("已停止采集")); }));
+    QStringList texts = session.scene.log.texts();
+    static const QRegularExpression pointer(QStringLiteral("0x[0-9a-f]+"));
+    texts.first().replace(pointer, QStringLiteral("0x"));
+    QCOMPARE(
+        texts,
+        QStringList(
+            {text("[Thread 1] start() 被调用, pAudioClient =0x blockAlign =%1").arg(blockAlign),
+             text("[Thread 2] CoInitialize 完成"), text("[Thread 3] 调用 GetService"),
+             text("[Thread 3a] IID_IAudioCaptureClient = c8adbd64"),
+             text("[Thread 4] GetService hr = 0"), text("[Thread 5] 调用 Start"),
+             text("[Thread 6] Start hr = 0"), text("频谱引擎已启动")})
+            + formatText
+            + QStringList({text("[Thread] 退出采集循环，准备停止"), text("频谱引擎已停止采集！")}));
+    VERIFY_NOTHING_LEFT(session);
+}
+
+void TestCaptureAudioThread::blocksAreEmittedBeforeTheBufferIsReturned_data()
+{
+    QTest::addColumn<int>("blockAlign");
+    QTest::addColumn<int>("frames");
+    QTest::newRow("converted") << 8 << 3;
+    QTest::newRow("passed through") << 4 << 3;
+    QTest::newRow("empty") << 8 << 0;
+}
+
+void TestCaptureAudioThread::blocksAreEmittedBeforeTheBufferIsReturned()
+{
+    QFETCH(int, blockAlign);
+    QFETCH(int, frames);
+    Session session;
+    for (int i = 0; i < 3; ++i)
+        session.scene.audio.push(kIdA, packet(UINT32(frames), QByteArray(frames * 8, '\0')));
+    std::atomic<int> early {0};
+    std::atomic<int> late {0};
+    connect(
+        session.worker.get(), &CaptureAudioThread::notifyData, session.worker.get(),
+        [&] {
+            const FakeAudio &audio = session.scene.audio;
+            ++(audio.buffersReturned() < audio.buffersTaken() ? early : late);
+        },
+        Qt::DirectConnection);
+    session.start(session.client(), blockAlign);
+    QVERIFY(waitUntil([&] { return session.blocks.size() == 3; }));
+    QVERIFY(session.end());
+    QCOMPARE(early.load(), 3);
+    QCOMPARE(late.load(), 0);
+    VERIFY_NOTHING_LEFT(session);
 }
 
 void TestCaptureAudioThread::blockAlignFourPassesPacketsThrough()
@@ -339,6 +428,7 @@ void TestCaptureAudioThread::failedRecoveryEndsTheSession()
     QCOMPARE(session.scene.audio.calls(FakeCall::Stop), 2);
     QVERIFY(session.worker->isRunning()); // set until the next clear
     VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("stoped")}));
 }
 
 void TestCaptureAudioThread::transientPacketSizeErrorIsRetried()
@@ -403,12 +493,13 @@ void TestCaptureAudioThread::clearingTheFlagEndsTheSession()
     QVERIFY(
         session.scene.log.inOrder({text("频谱引擎已启动"), text("[Thread] 退出采集循环，准备停止"),
                                    text("频谱引擎已停止采集！")}));
-    QCOMPARE(diagnosticLines(), QStringList({text("采集线程退出循环")}));
+    QCOMPARE(DiagnosticLog::lines(), QStringList({text("采集线程退出循环")}));
     QCOMPARE(session.scene.audio.calls(FakeCall::Stop), 1);
     QTest::qWait(50);
     QCOMPARE(session.stops.size(), 1);
     QCOMPARE(session.errors.size(), 0);
     VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("stoped")}));
 }
 
 void TestCaptureAudioThread::invalidatedWhileAsking()
@@ -421,13 +512,14 @@ void TestCaptureAudioThread::invalidatedWhileAsking()
     QVERIFY(session.scene.log.inOrder(
         {text("[Thread Error] GetNextPacketSize 失败, hr = ffffffff88890004"),
          text("[Thread Error] 设备已失效，停止采集"), text("[Thread] 退出采集循环，准备停止")}));
-    QCOMPARE(diagnosticLines(),
+    QCOMPARE(DiagnosticLog::lines(),
              QStringList({text("采集线程: GetNextPacketSize DEVICE_INVALIDATED"),
                           text("采集线程退出循环")}));
     QCOMPARE(session.errors.size(), 0);
     QVERIFY(session.worker->isRunning());
     QCOMPARE(session.scene.audio.calls(FakeCall::GetNextPacketSize), 1);
     VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("stoped")}));
 }
 
 void TestCaptureAudioThread::invalidatedWhileReading()
@@ -441,10 +533,29 @@ void TestCaptureAudioThread::invalidatedWhileReading()
     QVERIFY(session.scene.log.contains(text("[Thread Error] GetBuffer 设备失效，停止采集")));
     QVERIFY(!session.scene.log.contains(text("瞬态错误")));
     QCOMPARE(
-        diagnosticLines(),
+        DiagnosticLog::lines(),
         QStringList({text("采集线程: GetBuffer DEVICE_INVALIDATED"), text("采集线程退出循环")}));
     QCOMPARE(session.errors.size(), 0);
     VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("stoped")}));
+}
+
+void TestCaptureAudioThread::failedApartment()
+{
+    Session session;
+    IAudioClient *client = session.client();
+    if (!failCoInitializeEx(E_OUTOFMEMORY))
+        QSKIP("this host's CoInitializeEx cannot be made to fail");
+    session.start(client, 8);
+    QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
+    failCoInitializeEx(S_OK);
+    QCOMPARE(session.errors, QList<HRESULT> {E_OUTOFMEMORY});
+    QVERIFY(session.scene.log.contains(
+        text("[Thread Error] CoInitializeEx 失败, hr = ffffffff8007000e")));
+    QVERIFY(!session.scene.log.contains(text("[Thread 2]")));
+    QCOMPARE(session.scene.audio.calls(FakeCall::GetService), 0);
+    VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("error"), text("stoped")}));
 }
 
 void TestCaptureAudioThread::nullClient()
@@ -456,6 +567,7 @@ void TestCaptureAudioThread::nullClient()
     QCOMPARE(session.errors.first(), E_POINTER);
     QVERIFY(session.scene.log.contains(text("[Thread Error] pAudioClient 为空指针")));
     VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("error"), text("stoped")}));
 }
 
 void TestCaptureAudioThread::serviceFails()
@@ -473,6 +585,7 @@ void TestCaptureAudioThread::serviceFails()
     QCOMPARE(session.scene.audio.calls(FakeCall::Start), 0);
     QVERIFY(!session.worker->isRunning());
     VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("error"), text("stoped")}));
 }
 
 void TestCaptureAudioThread::serviceWithoutPointerEmitsASuccessCode()
@@ -485,6 +598,7 @@ void TestCaptureAudioThread::serviceWithoutPointerEmitsASuccessCode()
     QCOMPARE(session.errors.size(), 1);
     QCOMPARE(session.errors.first(), S_OK);
     VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("error"), text("stoped")}));
 }
 
 void TestCaptureAudioThread::startFails()
@@ -502,6 +616,7 @@ void TestCaptureAudioThread::startFails()
     QVERIFY(!session.worker->isRunning());
     QCOMPARE(session.scene.audio.calls(FakeCall::Stop), 0);
     VERIFY_NOTHING_LEFT(session);
+    QCOMPARE(session.events, QStringList({text("error"), text("stoped")}));
 }
 
 void TestCaptureAudioThread::otherApartmentIsTolerated()
@@ -517,6 +632,7 @@ void TestCaptureAudioThread::otherApartmentIsTolerated()
                 QThread::msleep(1);
             session.worker->clearRunning();
         });
+        ++session.starts;
         session.worker->start(client, 8);
         stopper.join();
         CoUninitialize();

@@ -1,0 +1,6 @@
+#include "tests/support/comfault.h"
+
+bool failCoInitializeEx(HRESULT)
+{
+    return false;
+}
