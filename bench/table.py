@@ -58,29 +58,26 @@ class Table:
         sys.stdout.flush()
 
 
-def processor():
-    """Whether this one has AVX2 and FMA."""
+def has_avx2_and_fma():
     with open("/proc/cpuinfo") as file:
         flags = next((line.split() for line in file if line.startswith("flags")), [])
     return "avx2" in flags and "fma" in flags
 
 
 def add_rooms(table, programs, quick):
-    fft, spectrum, conversion, message = (
+    fft, fft_sse2, spectrum, conversion, message = (
         Figures(os.path.join(programs, name), quick)
-        for name in ("bench_fft", "bench_spectrum", "bench_conversion", "bench_message"))
-    avx2 = processor()
-    if avx2:
-        table.ratio("real transform, 2048 points, AVX2 and FMA", "FFTW, FFTW_MEASURE", 0.8,
-                    fft.ratio("fft2048/ours_avx2", "fft2048/fftw"))
-    table.ratio("the same, SSE2 only", "FFTW" + (", which uses AVX2 here" if avx2 else ""), 1.2,
-                fft.ratio("fft2048/ours_sse2", "fft2048/fftw"))
-    error = "relative_rms_error"
-    for name, text in (("ours_avx2", "AVX2"), ("ours_sse2", "SSE2")):
-        if name == "ours_avx2" and not avx2:
-            continue
-        ours, other = fft.counter(f"fft2048/{name}", error), fft.counter("fft2048/fftw", error)
-        table.add(f"relative RMS error on white noise, {text}", "FFTW", "≤ its own",
+        for name in ("bench_fft", "bench_fft_sse2", "bench_spectrum", "bench_conversion",
+                     "bench_message"))
+    kinds = [("sse2", "SSE2 only, as FFTW here", 1.2, fft_sse2)]
+    if has_avx2_and_fma():
+        kinds.insert(0, ("avx2", "AVX2 and FMA", 0.8, fft))
+    for unit, text, limit, figures in kinds:
+        table.ratio(f"real transform, 2048 points, {text}", "FFTW, FFTW_MEASURE", limit,
+                    figures.ratio(f"fft2048/ours_{unit}", "fft2048/fftw"))
+        ours, other = (figures.counter(f"fft2048/{name}", "relative_rms_error")
+                       for name in (f"ours_{unit}", "fftw"))
+        table.add("the same, relative RMS error on white noise", "FFTW", "≤ its own",
                   f"{ours:.3e} : {other:.3e}", ours <= other)
     table.ratio("one stereo analysis", "its two transforms alone", 4,
                 spectrum.ratio("analysis/stereo", "analysis/its_two_transforms_alone"))
