@@ -1,5 +1,7 @@
 // A running copy against the leftover of a dead one. Run as "tst_singleinstance --hold KEY" this
-// program is such a copy: it makes the segment, says so, and waits.
+// program is such a copy: it makes the segment, says so, and waits. Run with "--start KEY TIME" it
+// starts as a copy does, at that time of the steady clock in ns, and says whether it runs or
+// leaves.
 #include "app/singleinstance.h"
 
 #include <QCoreApplication>
@@ -7,7 +9,9 @@
 #include <QSharedMemory>
 #include <QTest>
 
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 class SingleInstanceTest : public QObject {
     Q_OBJECT
@@ -16,6 +20,8 @@ private Q_SLOTS:
     void nobodyThere();
     void aRunningCopyIsFoundAgainAndAgain();
     void theLeftoverOfAKilledCopyIsRemoved();
+    void anotherStartIsNoRunningCopy();
+    void oneOfTwoStartsAtOnceRuns();
 
 private:
     static QString key(const char *name)
@@ -71,9 +77,80 @@ void SingleInstanceTest::theLeftoverOfAKilledCopyIsRemoved()
     QVERIFY(attachToRunningCopy(&second));
 }
 
+void SingleInstanceTest::anotherStartIsNoRunningCopy()
+{
+    const QString segmentKey = key("another");
+    QProcess holder;
+    QVERIFY(startHolder(&holder, segmentKey));
+    holder.kill();
+    QVERIFY(holder.waitForFinished(20000));
+    QSharedMemory other(segmentKey);
+    QVERIFY(other.attach());
+    std::thread leaves([&other] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        other.detach();
+    });
+    QSharedMemory memory(segmentKey);
+    const bool found = attachToRunningCopy(&memory);
+    leaves.join();
+    QVERIFY(!found);
+    QVERIFY(!memory.isAttached());
+    QVERIFY(memory.create(1, QSharedMemory::ReadWrite));
+}
+
+void SingleInstanceTest::oneOfTwoStartsAtOnceRuns()
+{
+    for (int round = 0; round < 10; ++round) {
+        const QString segmentKey = key("starts") + QString::number(round);
+        QProcess holder;
+        QVERIFY(startHolder(&holder, segmentKey));
+        holder.kill();
+        QVERIFY(holder.waitForFinished(20000));
+        const auto when = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+        const QStringList arguments {
+            QStringLiteral("--start"), segmentKey,
+            QString::number(std::chrono::nanoseconds(when.time_since_epoch()).count())};
+        QProcess starts[2];
+        int running = 0;
+        for (QProcess &start : starts)
+            start.start(QCoreApplication::applicationFilePath(), arguments);
+        for (QProcess &start : starts) {
+            QVERIFY(start.waitForReadyRead(20000));
+            const QByteArray line = start.readLine().trimmed();
+            QVERIFY2(line == "runs" || line == "leaves", line.constData());
+            running += line == "runs" ? 1 : 0;
+        }
+        for (QProcess &start : starts) {
+            start.closeWriteChannel();
+            if (start.state() != QProcess::NotRunning)
+                QVERIFY(start.waitForFinished(20000));
+        }
+        QVERIFY2(running >= 1, qPrintable(QStringLiteral("round %1").arg(round)));
+    }
+}
+
+namespace {
+
+int startAt(const QString &segmentKey, const char *nanoseconds)
+{
+    QSharedMemory memory(segmentKey);
+    const std::chrono::nanoseconds when(QByteArray(nanoseconds).toLongLong());
+    while (std::chrono::steady_clock::now().time_since_epoch() < when) { }
+    const bool leaves = attachToRunningCopy(&memory);
+    if (!leaves)
+        memory.create(1, QSharedMemory::ReadWrite);
+    std::puts(leaves ? "leaves" : "runs");
+    std::fflush(stdout);
+    return leaves || std::getchar() == EOF ? 0 : 1;
+}
+
+} // namespace
+
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
+    if (argc == 4 && qstrcmp(argv[1], "--start") == 0)
+        return startAt(QString::fromLocal8Bit(argv[2]), argv[3]);
     if (argc == 3 && qstrcmp(argv[1], "--hold") == 0) {
         QSharedMemory memory(QString::fromLocal8Bit(argv[2]));
         if (!memory.create(1, QSharedMemory::ReadWrite))
