@@ -28,6 +28,7 @@ private Q_SLOTS:
     void successCodesDoNothing();
     void reportBeforeTheFormatIsKnown();
     void reportWithTheDevicesFormat();
+    void reportWithAFormatOfNoName();
     void reportAfterTheAnnouncement();
     void reportOfAControllerThatIsNotReady();
     void twoFailuresGiveOneReport();
@@ -120,6 +121,19 @@ void TestStartFailure::reportWithTheDevicesFormat()
                           text("  Channels: 1"), text("  Samples Per Sec: 44100"),
                           text("  Bits Per Sample: 32"), text("  Block Align: 4"),
                           text("  Avg Bytes Per Sec: 176400"), text("  cbSize: 0"), QString()}));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestStartFailure::reportWithAFormatOfNoName()
+{
+    Scene scene;
+    scene.audio.setFormat(kIdA, FakeAudio::plainFormat(6, 2, 8, 8000));
+    scene.make();
+    scene.audio.fail(FakeCall::Initialize, {AUDCLNT_E_UNSUPPORTED_FORMAT});
+    scene.capture->startCapture();
+    const QStringList info = debugInfo(ReportTaker::reports().value(0));
+    QVERIFY(info.contains(text("  Format Tag: 0x0006 (Other)")));
+    QVERIFY(info.contains(text("  Bits Per Sample: 8")));
     VERIFY_NOTHING_LEFT(scene);
 }
 

@@ -4,6 +4,8 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QFileDialog>
+#include <QFontDatabase>
+#include <QFontInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -159,6 +161,9 @@ void TestErrorReportDialog::looksAsDescribed()
              QStringList({QStringLiteral("Microsoft YaHei UI"), QStringLiteral("SimSun"),
                           QStringLiteral("Consolas"), QStringLiteral("monospace")}));
     QCOMPARE(view->font().pointSize(), 10);
+    if (!QFontDatabase().families().filter(QStringLiteral(" Mono")).isEmpty())
+        QVERIFY2(QFontInfo(view->font()).fixedPitch(),
+                 qPrintable(QFontInfo(view->font()).family()));
 
     auto *const row = qobject_cast<QHBoxLayout *>(layout->itemAt(3)->layout());
     QVERIFY(row);
