@@ -59,19 +59,19 @@ private Q_SLOTS:
 void MonitorModelTest::beginsWithNothing()
 {
     MonitorModel model;
-    QCOMPARE(model.state(), MessageSource::Missing);
+    QVERIFY(model.state() == ServiceState::Missing);
     QCOMPARE(model.reading().bars, QVector<int>(s_barCount, 0));
     QCOMPARE(model.rate(1000), 0.0);
     QCOMPARE(model.age(1000), 0.0);
     QCOMPARE(model.status(1000), QStringLiteral("waiting for the service"));
-    model.setState(MessageSource::Connected);
+    model.setState(ServiceState::Connected);
     QCOMPARE(model.status(1000), QStringLiteral("connected, no message yet"));
 }
 
 void MonitorModelTest::rateIsThatOfTheLastSecond()
 {
     MonitorModel model;
-    model.setState(MessageSource::Connected);
+    model.setState(ServiceState::Connected);
     double now = 5000;
     for (int i = 0; i < 200; ++i)
         QVERIFY(model.addMessage(message(), now += 10));
@@ -86,7 +86,7 @@ void MonitorModelTest::rateIsThatOfTheLastSecond()
 void MonitorModelTest::aFloodCostsNoMoreMemory()
 {
     MonitorModel model;
-    model.setState(MessageSource::Connected);
+    model.setState(ServiceState::Connected);
     const QString text = message();
     for (int i = 0; i < 30000; ++i)
         model.addMessage(text, i * 1e-3);
@@ -97,7 +97,7 @@ void MonitorModelTest::aFloodCostsNoMoreMemory()
 void MonitorModelTest::ageGrowsAndAPauseIsSaid()
 {
     MonitorModel model;
-    model.setState(MessageSource::Connected);
+    model.setState(ServiceState::Connected);
     model.addMessage(message(), 1000);
     QCOMPARE(model.age(1250), 250.0);
     QVERIFY(model.notice(2000).isEmpty());
@@ -110,7 +110,7 @@ void MonitorModelTest::ageGrowsAndAPauseIsSaid()
 void MonitorModelTest::badMessagesAreCountedAndChangeNothing()
 {
     MonitorModel model;
-    model.setState(MessageSource::Connected);
+    model.setState(ServiceState::Connected);
     model.addMessage(message(100, 7), 1000);
     QVERIFY(!model.addMessage(QStringLiteral("SoundSpectrum/&+&/1/&+&/loud"), 1010));
     QVERIFY(!model.addMessage(QString(), 1010));
@@ -124,15 +124,15 @@ void MonitorModelTest::badMessagesAreCountedAndChangeNothing()
 void MonitorModelTest::withoutTheServiceNothingIsLeft()
 {
     MonitorModel model;
-    model.setState(MessageSource::Connected);
+    model.setState(ServiceState::Connected);
     model.addMessage(message(), 1000);
     model.addMessage(message(), 1020);
-    model.setState(MessageSource::Missing);
+    model.setState(ServiceState::Missing);
     QCOMPARE(model.reading().bars, QVector<int>(s_barCount, 0));
     QCOMPARE(model.reading().rms, 0.0);
     QCOMPARE(model.notice(1030), QStringLiteral("waiting for the service"));
     QCOMPARE(model.rate(1030), 0.0);
-    model.setState(MessageSource::Connected);
+    model.setState(ServiceState::Connected);
     QCOMPARE(model.notice(9000), QStringLiteral("connected, no message yet"));
     model.addMessage(message(), 9010);
     QVERIFY(model.notice(9010).isEmpty());
@@ -142,12 +142,12 @@ void MonitorModelTest::withoutTheServiceNothingIsLeft()
 void MonitorModelTest::sourcesOfAnotherTypeAreCountedOnce()
 {
     MonitorModel model;
-    model.setState(MessageSource::OtherType);
-    model.setState(MessageSource::OtherType);
+    model.setState(ServiceState::OtherType);
+    model.setState(ServiceState::OtherType);
     QCOMPARE(model.statistics().refusedSources(), 1);
     QVERIFY(model.status(0).contains(QStringLiteral("what answers is of another type")));
-    model.setState(MessageSource::Connected);
-    model.setState(MessageSource::OtherType);
+    model.setState(ServiceState::Connected);
+    model.setState(ServiceState::OtherType);
     QCOMPARE(model.statistics().refusedSources(), 2);
     QVERIFY(model.statistics().report().contains(QStringLiteral("2 of another type")));
 }
@@ -171,7 +171,7 @@ void MonitorModelTest::heldLevelIsNeverBelowTheLevel()
         QVERIFY(hold.update(level, i * 20.0) >= level);
     }
     MonitorModel model;
-    model.setState(MessageSource::Connected);
+    model.setState(ServiceState::Connected);
     model.addMessage(message(200), 1000);
     model.addMessage(message(10), 1020);
     QCOMPARE(model.heldLevels(1030).rms, 200.0);

@@ -33,14 +33,14 @@ void MessageSource::acquire()
 
 void MessageSource::onReplicaState()
 {
-    State now = Missing;
+    ServiceState now = ServiceState::Missing;
     switch (m_replica->state()) {
     case QRemoteObjectReplica::Valid:
-        now = Connected;
+        now = ServiceState::Connected;
         break;
     case QRemoteObjectReplica::SignatureMismatch:
         // A replica that was refused once stays so: only a new one finds the service in that place.
-        now = OtherType;
+        now = ServiceState::OtherType;
         m_retry.start(s_retryInterval);
         break;
     default:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "servicestate.h"
+
 #include <QObject>
 #include <QRemoteObjectNode>
 #include <QTimer>
@@ -8,25 +10,19 @@
 
 class CommonInterfaceReplica;
 
-/// The service, as seen from here: a replica that finds the service whenever it is there.
+/// The replica of the service. It finds the service whenever it is there, also after something of
+/// another type was in its place.
 class MessageSource : public QObject {
     Q_OBJECT
 
 public:
-    enum State {
-        Missing, ///< not there, or gone; the search goes on by itself
-        OtherType, ///< what answered last is of another type; the search goes on here, too
-        Connected
-    };
-    Q_ENUM(State)
-
     explicit MessageSource(QObject *parent = nullptr);
     ~MessageSource() override;
 
-    State state() const { return m_state; }
+    ServiceState state() const { return m_state; }
 
 Q_SIGNALS:
-    void stateChanged(MessageSource::State state);
+    void stateChanged(ServiceState state);
     void messageReceived(const QString &message);
 
 private:
@@ -37,5 +33,5 @@ private:
     std::unique_ptr<QRemoteObjectNode> m_node;
     std::unique_ptr<CommonInterfaceReplica> m_replica;
     QTimer m_retry;
-    State m_state = Missing;
+    ServiceState m_state = ServiceState::Missing;
 };

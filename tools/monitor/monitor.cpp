@@ -31,7 +31,7 @@ void Monitor::onMessage(const QString &message)
     Q_EMIT changed();
 }
 
-void Monitor::onStateChanged(MessageSource::State state)
+void Monitor::onStateChanged(ServiceState state)
 {
     m_model.setState(state);
     Q_EMIT changed();

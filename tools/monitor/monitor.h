@@ -29,7 +29,7 @@ Q_SIGNALS:
 
 private:
     void onMessage(const QString &message);
-    void onStateChanged(MessageSource::State state);
+    void onStateChanged(ServiceState state);
 
     MessageRecorder *m_recorder;
     MonitorModel m_model;

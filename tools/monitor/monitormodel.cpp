@@ -39,12 +39,12 @@ bool MonitorModel::addMessage(const QString &message, double now)
     return true;
 }
 
-void MonitorModel::setState(MessageSource::State state)
+void MonitorModel::setState(ServiceState state)
 {
-    if (state == MessageSource::OtherType && m_state != MessageSource::OtherType)
+    if (state == ServiceState::OtherType && m_state != ServiceState::OtherType)
         m_statistics.addRefusedSource();
     m_state = state;
-    if (state == MessageSource::Connected)
+    if (state == ServiceState::Connected)
         return;
     m_statistics.interrupt();
     m_received = false;
@@ -76,11 +76,11 @@ double MonitorModel::age(double now) const
 QString MonitorModel::notice(double now) const
 {
     switch (m_state) {
-    case MessageSource::Missing:
+    case ServiceState::Missing:
         return QStringLiteral("waiting for the service");
-    case MessageSource::OtherType:
+    case ServiceState::OtherType:
         return QStringLiteral("what answers is of another type");
-    case MessageSource::Connected:
+    case ServiceState::Connected:
         break;
     }
     if (!m_received)

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "messagesource.h"
 #include "messagestatistics.h"
 #include "peakhold.h"
+#include "servicestate.h"
 #include "spectrumreading.h"
 
 #include <deque>
@@ -18,9 +18,9 @@ public:
     bool addMessage(const QString &message, double now);
 
     /// Takes the service's coming and going; without it nothing is left of the last reading.
-    void setState(MessageSource::State state);
+    void setState(ServiceState state);
 
-    MessageSource::State state() const { return m_state; }
+    ServiceState state() const { return m_state; }
     const MessageStatistics &statistics() const { return m_statistics; }
 
     /// The newest reading; all zero (100 bars) before the first and without the service.
@@ -42,7 +42,7 @@ public:
     QString notice(double now) const;
 
 private:
-    MessageSource::State m_state = MessageSource::Missing;
+    ServiceState m_state = ServiceState::Missing;
     SpectrumReading m_reading;
     MessageStatistics m_statistics;
     PeakHold m_rms;
