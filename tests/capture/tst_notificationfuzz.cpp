@@ -6,7 +6,8 @@
 //
 // Invariants of every sequence: never two sessions at once; no call hangs; every start and session
 // follows its rules; what is captured is what the last start chose, for the device that is wanted
-// now, and the default when that is followed; nothing is used after it is gone or left behind.
+// now, and the default when that is followed; what is wanted is captured, if its last start came
+// up; nothing is used after it is gone or left behind.
 #include "capture/audiocapture.h"
 #include "report/deliverreport.h"
 #include "tests/capture/lanes.h"
@@ -25,6 +26,9 @@ namespace {
 const QString kFollow = QStringLiteral("默认输出设备");
 constexpr int kDevices = 3;
 constexpr qint64 kWatchdogMs = 5000;
+// A worker that lost its device leaves its run flag set: the restart comes after 500 ms, waits 3 s
+// for it in vain and pauses for 500 ms.
+constexpr int kPatienceMs = 10000;
 const char *const kNames[kDevices] = {"Speakers", "Headset", "Monitor"};
 
 /// Tells a call that hangs from one that waits its turn: nothing at all has happened in its world,
@@ -124,7 +128,7 @@ public:
     {
         m_capture = std::make_unique<AudioCapture>();
         if (m_random.bounded(4) != 0)
-            call("first start", [&] { m_capture->startCapture(); });
+            start("first start", [&] { m_capture->startCapture(); });
 
         std::vector<std::thread> threads;
         const auto onThread = [&](void (Sequence::*part)(QRandomGenerator &)) {
@@ -172,6 +176,35 @@ private:
         const auto entry = s_watchdog->enter(&m_audio, m_seed, what);
         function();
         s_watchdog->leave(entry);
+    }
+    void start(const char *what, const std::function<void()> &function)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_marks);
+            m_lastStartBegun = ++m_lastMark;
+            m_lastStartMs = m_audio.nowMs();
+        }
+        call(what, function);
+    }
+    void stop(const char *what, const std::function<void()> &function)
+    {
+        call(what, function);
+        const std::lock_guard<std::mutex> lock(m_marks);
+        m_lastStopDone = ++m_lastMark;
+    }
+    /// Whether capture is wanted beyond doubt: its owners asked for it after everything that may
+    /// have stopped it, and no start gave way to another one that had begun before.
+    bool isWanted()
+    {
+        const std::lock_guard<std::mutex> lock(m_marks);
+        if (m_lastStartBegun <= m_lastStopDone)
+            return false;
+        for (const FakeCallRecord &record : m_audio.timeline()) {
+            if (record.atMs >= m_lastStartMs
+                && record.text.startsWith(QStringLiteral("[startCapture] 已在执行中")))
+                return false;
+        }
+        return true;
     }
     static void pause(QRandomGenerator &random)
     {
@@ -242,7 +275,11 @@ private:
             const int device = int(random.bounded(kDevices + 1));
             const QString id = device < kDevices ? m_ids[device] : m_mic;
             const DWORD state = states[random.bounded(5)];
-            call("state change", [&] { m_audio.notifyStateChanged(id, state); });
+            const auto tell = [&] { m_audio.notifyStateChanged(id, state); };
+            if (state == DEVICE_STATE_ACTIVE)
+                call("state change", tell);
+            else
+                stop("state change", tell); // if it concerns the device in use
             if (random.bounded(4) == 0)
                 m_audio.notifyPropertyChanged(id);
         }
@@ -257,10 +294,10 @@ private:
             spin(pauses[random.bounded(6)]);
             switch (random.bounded(6)) {
             case 0:
-                call("start", [&] { m_capture->startCapture(); });
+                start("start", [&] { m_capture->startCapture(); });
                 break;
             case 1:
-                call("stop", [&] { m_capture->stopCapture(); });
+                stop("stop", [&] { m_capture->stopCapture(); });
                 break;
             case 2: // the worker ends by itself
                 m_audio.fail(FakeCall::GetNextPacketSize, {AUDCLNT_E_DEVICE_INVALIDATED},
@@ -272,7 +309,7 @@ private:
                              m_audio.calls(FakeCall::Start) + 1, 1);
                 break;
             default:
-                call("choice", [&] { m_capture->setCurrentDevice(someText(random)); });
+                start("choice", [&] { m_capture->setCurrentDevice(someText(random)); });
                 break;
             }
         }
@@ -289,16 +326,16 @@ private:
             }
             switch (random.bounded(5)) {
             case 0:
-                call("start elsewhere", [&] { m_capture->startCapture(); });
+                start("start elsewhere", [&] { m_capture->startCapture(); });
                 break;
             case 1:
-                call("stop elsewhere", [&] { m_capture->stopCapture(); });
+                stop("stop elsewhere", [&] { m_capture->stopCapture(); });
                 break;
             case 2:
                 call("catalogue elsewhere", [&] { m_capture->flushDevices(); });
                 break;
             case 3:
-                call("choice elsewhere", [&] { m_capture->setCurrentDevice(someText(random)); });
+                start("choice elsewhere", [&] { m_capture->setCurrentDevice(someText(random)); });
                 break;
             default:
                 call("question elsewhere", [&] {
@@ -337,6 +374,9 @@ private:
         case 1:
             settleByStop();
             break;
+        case 2:
+            settleByWorkerEnd();
+            break;
         default:
             break;
         }
@@ -350,7 +390,7 @@ private:
         if (entries.isEmpty())
             return;
         const DeviceEntry entry = entries.at(int(m_random.bounded(entries.size())));
-        call("last choice", [&] { m_capture->setCurrentDevice(entry.name); });
+        start("last choice", [&] { m_capture->setCurrentDevice(entry.name); });
         const bool reached = spinUntil(
             [&] {
                 const QString wanted = entry.id.isEmpty() ? m_audio.defaultId() : entry.id;
@@ -368,7 +408,7 @@ private:
     void settleByStop()
     {
         spin(1200); // a restart that is armed, and the start that it leads to
-        call("last stop", [&] { m_capture->stopCapture(); });
+        stop("last stop", [&] { m_capture->stopCapture(); });
         if (!spinUntil([&] { return m_audio.capturedDevice().isEmpty(); }, 3000))
             m_wrong.append(QStringLiteral("captures after the stop"));
         spin(600);
@@ -376,10 +416,30 @@ private:
             m_wrong.append(QStringLiteral("came back after the stop"));
     }
 
+    /// What is wanted comes back when the worker has ended by itself.
+    void settleByWorkerEnd()
+    {
+        start("last start", [&] { m_capture->startCapture(); });
+        const auto captures = [&] { return !m_audio.capturedDevice().isEmpty(); };
+        if (!spinUntil(captures, kPatienceMs)) {
+            m_wrong.append(QStringLiteral("nothing is captured after the last start"));
+            return;
+        }
+        const int starts = m_audio.calls(FakeCall::Initialize);
+        m_audio.fail(FakeCall::GetNextPacketSize, {AUDCLNT_E_DEVICE_INVALIDATED},
+                     m_audio.calls(FakeCall::GetNextPacketSize) + 1, 1);
+        const auto restarted = [&] {
+            return m_audio.calls(FakeCall::Initialize) > starts && captures();
+        };
+        if (!spinUntil(restarted, kPatienceMs))
+            m_wrong.append(QStringLiteral("no restart after the worker's end"));
+    }
+
     /// Whatever is captured is what the last start chose, and that start was for the device that
     /// is wanted now.
     void checkState()
     {
+        const bool wanted = isWanted();
         // Not while a start is under way or a session has not begun or ended yet.
         QStringList wrong;
         const bool right = spinUntil(
@@ -387,7 +447,14 @@ private:
                 wrong.clear();
                 const Replay seen = replay(m_audio.timeline());
                 const QString captured = m_audio.capturedDevice();
-                if (captured.isEmpty() || seen.starts == 0)
+                if (captured.isEmpty()) {
+                    if (!wanted || !seen.lastStartSucceeded)
+                        return true;
+                    wrong.append(QStringLiteral("wanted, started, and nothing is captured"));
+                    spin(20);
+                    return false;
+                }
+                if (seen.starts == 0)
                     return true;
                 if (!seen.lastStartSucceeded || captured != seen.lastDevice)
                     wrong.append(QStringLiteral("captures %1, the last start chose %2")
@@ -406,7 +473,7 @@ private:
                 spin(20);
                 return wrong.isEmpty();
             },
-            4000);
+            kPatienceMs);
         if (!right)
             m_wrong += wrong;
     }
@@ -422,6 +489,11 @@ private:
     std::atomic<int> m_busy {0};
     std::atomic<bool> m_foreignCallsEnd {false};
     std::atomic<bool> m_inForeignCall {false};
+    std::mutex m_marks; ///< guards the four below: the order of starts and stops
+    int m_lastMark = 0;
+    int m_lastStartBegun = 0;
+    qint64 m_lastStartMs = 0;
+    int m_lastStopDone = 0;
     QStringList m_wrong;
 };
 
