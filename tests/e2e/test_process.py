@@ -53,6 +53,22 @@ class Process(unittest.TestCase):
             self.assertFalse(os.path.exists(self.world.socket))
             self.program = self.world.start_program()
 
+    def test_termination_request_while_starting(self):
+        # The socket comes before capture is started: at once, and at moments after it.
+        self.assertEqual(harness.end_process(self.program), 0)
+        for delay in (0, 0, 0.002, 0.005, 0.01, 0.02, 0.05):
+            program = self.world.start("program", harness.PROGRAM)
+            self.world.others.append(program)
+            end = time.monotonic() + 10
+            while not os.path.exists(self.world.socket) and time.monotonic() < end:
+                time.sleep(0.0005)
+            time.sleep(delay)
+            begin = time.monotonic()
+            program.send_signal(signal.SIGTERM)
+            self.assertEqual(program.wait(10), 0, delay)
+            self.assertLess(time.monotonic() - begin, 2, delay)
+            self.assertFalse(os.path.exists(self.world.socket), delay)
+
     def test_only_the_user_can_connect(self):
         mode = stat.S_IMODE(os.stat(self.world.socket).st_mode)
         self.assertEqual(mode & 0o077, 0, oct(mode))
