@@ -602,6 +602,8 @@ void TestSpecEngine::startRunsTheTimerAndStopLeavesIt()
     QVERIFY(peer.timer().isActive());
     const double reference = peer.gainReference();
     QTRY_VERIFY(peer.gainReference() != reference); // the last block is analysed again
+    const double level = peer->rmsLevel();
+    QVERIFY2(level > 0.3, qPrintable(QString::number(level))); // and the last 50 ms measured
 }
 
 QTEST_GUILESS_MAIN(TestSpecEngine)

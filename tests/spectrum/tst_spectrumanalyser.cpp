@@ -4,6 +4,7 @@
 #include "testsound.h"
 #include "workerthread.h"
 
+#include <algorithm>
 #include <cmath>
 #include <QPointer>
 #include <QThread>
@@ -350,8 +351,12 @@ void TestSpectrumAnalyser::labelProductWrapsAround()
 void TestSpectrumAnalyser::silenceGivesZeroAndNotClipped()
 {
     Worker worker;
+    worker.setWindow(NoWindow); // with another one nothing is clipped that could be left over
     worker.calculate(sound::pcm(sound::sine(46.875 * 40, 1.0), 0, 2048));
     worker.calculate(sound::pcm(sound::silence(), 0, 2048));
+    const FrequencySpectrum before = worker.spectra.value(0);
+    QVERIFY(std::any_of(before.begin(), before.end(),
+                        [](const FrequencySpectrum::Element &point) { return point.clipped; }));
     const FrequencySpectrum spectrum = worker.spectra.value(1);
     QCOMPARE(spectrum.count(), 2048);
     for (const FrequencySpectrum::Element &point : spectrum) {

@@ -1,0 +1,51 @@
+// The engine on an audio system that works.
+#include "enginepeer.h"
+#include "tests/support/fakeaudio.h"
+
+#include <cmath>
+#include <QtTest>
+
+class TestSpecEngineCapture : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void startsOnTheAudioSystemAndGetsItsData();
+};
+
+void TestSpecEngineCapture::startsOnTheAudioSystemAndGetsItsData()
+{
+    FakeAudio audio;
+    audio.add(QStringLiteral("a"), QStringLiteral("Speakers"));
+    audio.add(QStringLiteral("b"), QStringLiteral("Headset"));
+    audio.setFormat(QStringLiteral("b"), FakeAudio::floatFormat(2, 44100));
+    audio.setDefault(QStringLiteral("a"));
+    {
+        SpecEnginePeer peer;
+        QCOMPARE(peer->deviceList(),
+                 QStringList({QStringLiteral("默认输出设备"), QStringLiteral("Speakers (当前默认)"),
+                              QStringLiteral("Headset")}));
+        QVERIFY(!peer.timer().isActive());
+        peer->start();
+        QVERIFY(peer.timer().isActive());
+        QTRY_COMPARE(audio.capturedDevice(), QStringLiteral("a"));
+        QVERIFY(peer->isCapturing());
+        QCOMPARE(peer.bufferLength(), 960000LL);
+        QTRY_VERIFY(std::abs(peer->rmsLevel() - 0.25) < 0.001); // the level that is played
+        QTRY_COMPARE(peer.spectrum().count(), 2048);
+
+        peer->setCurrentDevice(QStringLiteral("Headset"));
+        QCOMPARE(peer.capture().currentDevice(), QStringLiteral("Headset"));
+        QTRY_COMPARE(audio.capturedDevice(), QStringLiteral("b"));
+        QCOMPARE(peer.bufferLength(), 882000LL); // five seconds at 44.1 kHz
+
+        peer->stop();
+        QTRY_VERIFY(audio.capturedDevice().isEmpty());
+        QVERIFY(!peer->isCapturing());
+        QVERIFY(peer.timer().isActive());
+        QCOMPARE(audio.calls(FakeCall::Initialize), 2);
+    }
+    QCOMPARE(audio.problems(), QStringList());
+}
+
+QTEST_GUILESS_MAIN(TestSpecEngineCapture)
+#include "tst_specengine_capture.moc"
