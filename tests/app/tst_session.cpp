@@ -19,6 +19,10 @@ namespace {
 
 constexpr int s_patience = 20000; // ms
 
+// Milliseconds from an event to the Initialize that answers it: the second of the restart and the
+// half second that a start pauses after the old client, less what clocks and timers differ.
+constexpr int s_earliestStart = 1450;
+
 FakeAudio &world()
 {
     static FakeAudio audio;
@@ -61,12 +65,17 @@ private Q_SLOTS:
     void otherMessagesPassUnchanged();
     void lockThenUnlockRestartsAfterASecond();
     void logOnWhileStoppedStarts();
+    void logOnWhileARestartIsPendingStopsNothing();
     void consoleDisconnectLeavesCaptureAsItWas();
     void twoEventsStopOnceAndStartTwice();
     void destroyedWindowStartsNothing();
     void failedRegistrationIsLoggedAndChangesNothing();
 
 private:
+    static void failOnReports()
+    {
+        setReportSink([](const QString &report) { qFatal("%s", qPrintable(report)); });
+    }
     QString logView() const { return m_widget->findChild<QTextBrowser *>()->toPlainText(); }
 
     std::unique_ptr<OpenWidget> m_widget;
@@ -77,7 +86,7 @@ void SessionTest::initTestCase()
     qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus");
     world().add(QStringLiteral("speakers"), QStringLiteral("Speakers"));
     world().setDefault(QStringLiteral("speakers"));
-    setReportSink([](const QString &report) { qFatal("%s", qPrintable(report)); });
+    failOnReports();
 }
 
 void SessionTest::init()
@@ -162,19 +171,46 @@ void SessionTest::lockThenUnlockRestartsAfterASecond()
     QCOMPARE(logView(), QStringLiteral("用户登录：重启服务"));
     QVERIFY(!SpecEngine::instance()->isCapturing());
     QVERIFY(log.inOrder({QStringLiteral("系统锁屏"), QStringLiteral("系统解锁")}));
-    QTRY_VERIFY_WITH_TIMEOUT(SpecEngine::instance()->isCapturing(), s_patience);
-    QVERIFY2(clock.elapsed() >= 950, qPrintable(QString::number(clock.elapsed())));
-    QCOMPARE(world().calls(FakeCall::Initialize), starts + 1);
+    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, s_patience);
+    QVERIFY2(clock.elapsed() >= s_earliestStart, qPrintable(QString::number(clock.elapsed())));
     QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QVERIFY(SpecEngine::instance()->isCapturing());
+    QCOMPARE(world().calls(FakeCall::Initialize), starts + 1);
 }
 
 void SessionTest::logOnWhileStoppedStarts()
 {
     Q_EMIT m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"))->released();
     QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    const int starts = world().calls(FakeCall::Initialize);
+    QElapsedTimer clock;
+    clock.start();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_LOGON);
     QCOMPARE(logView(), QStringLiteral("停止\n用户登录：重启服务"));
+    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, s_patience);
+    QVERIFY2(clock.elapsed() >= s_earliestStart, qPrintable(QString::number(clock.elapsed())));
     QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+}
+
+void SessionTest::logOnWhileARestartIsPendingStopsNothing()
+{
+    // The worker could not begin: nothing runs, and the restart of 500 ms waits. A stop would call
+    // it off.
+    setReportSink([](const QString &) {});
+    MessageLog log;
+    world().fail(FakeCall::Start, {E_FAIL}, world().calls(FakeCall::Start) + 1, 1);
+    SpecEngine::instance()->start();
+    QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("需要自动重启，延迟500ms")), s_patience);
+    QVERIFY(!SpecEngine::instance()->isCapturing());
+    const int starts = world().calls(FakeCall::Initialize);
+    m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_LOGON);
+    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, s_patience);
+    QVERIFY(log.inOrder({QStringLiteral("用户登录"),
+                         QStringLiteral("[handleThreadStopped] 正在执行自动重启..."),
+                         QStringLiteral("[Step 6]"), QStringLiteral("[Step 6]")}));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    world().clearFaults();
+    failOnReports();
 }
 
 void SessionTest::consoleDisconnectLeavesCaptureAsItWas()
@@ -190,12 +226,21 @@ void SessionTest::consoleDisconnectLeavesCaptureAsItWas()
 void SessionTest::twoEventsStopOnceAndStartTwice()
 {
     const int starts = world().calls(FakeCall::Initialize);
+    const qint64 firstMs = world().nowMs();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_CONSOLE_CONNECT);
     QTest::qWait(200);
+    const qint64 secondMs = world().nowMs();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK);
     QCOMPARE(logView(), QStringLiteral("用户登录：重启服务\n用户登录：重启服务"));
     QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, s_patience);
+    const QList<FakeCallRecord> calls = world().records(FakeCall::Initialize);
+    const qint64 firstGap = calls.at(starts).atMs - firstMs;
+    const qint64 secondGap = calls.at(starts + 1).atMs - secondMs;
+    QVERIFY2(firstGap >= s_earliestStart, qPrintable(QString::number(firstGap)));
+    QVERIFY2(secondGap >= s_earliestStart, qPrintable(QString::number(secondGap)));
     QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTest::qWait(1300); // neither event starts a third time
+    QCOMPARE(world().calls(FakeCall::Initialize), starts + 2);
 }
 
 void SessionTest::destroyedWindowStartsNothing()

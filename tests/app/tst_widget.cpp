@@ -10,6 +10,7 @@
 
 #include <QApplication>
 #include <QComboBox>
+#include <QDir>
 #include <QFile>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -247,10 +248,17 @@ void WidgetTest::tunesTheEngineAndSwitchesTheLogOff()
     QCOMPARE(bars.maxFrequency, 7000);
     QCOMPARE(bars.bars.size(), std::size_t(100));
 
-    enableDiagnosticLog(true);
+    // The log goes off after the start, the last step but the timer.
     m_widget.reset();
-    m_widget = std::make_unique<Widget>();
+    qputenv("XDG_STATE_HOME", QFile::encodeName(QDir::tempPath() + QStringLiteral("/state")));
     QFile::remove(diagnosticLogPath());
+    enableDiagnosticLog(true);
+    m_widget = std::make_unique<Widget>();
+    QFile file(diagnosticLogPath());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(QString::fromUtf8(file.readAll()).contains(QStringLiteral("] startCapture 开始, ")));
+    file.close();
+    QVERIFY(QFile::remove(diagnosticLogPath()));
     writeDiagnosticLog(QStringLiteral("not to be seen"));
     QVERIFY(!QFile::exists(diagnosticLogPath()));
 }
@@ -276,14 +284,32 @@ void WidgetTest::activatingTheCurrentItemRestarts()
 {
     auto *const combo = m_widget->findChild<QComboBox *>();
     const QString current = combo->itemText(0);
-    m_widget->findChild<QTextBrowser *>()->append(QStringLiteral("what was there before"));
+    auto *const view = m_widget->findChild<QTextBrowser *>();
+    view->append(QStringLiteral("what was there before"));
     const int before = world().calls(FakeCall::Initialize);
+    // What had been done when each line came.
+    QStringList steps;
+    connect(view, &QTextBrowser::textChanged, this, [&] {
+        const QString last = logView().constLast();
+        if (last.isEmpty())
+            return;
+        steps.append(QStringLiteral("%1, starts: %2")
+                         .arg(last)
+                         .arg(world().calls(FakeCall::Initialize) - before));
+        if (steps.size() == 1 && SpecEngine::instance()->isCapturing())
+            steps.append(QStringLiteral("still capturing"));
+    });
     Q_EMIT combo->textActivated(current);
+    QCOMPARE(world().calls(FakeCall::Initialize), before + 2);
     QCOMPARE(logView(),
              QStringList({QStringLiteral("停止"), QStringLiteral("设置设备：%1").arg(current),
                           QStringLiteral("启动")}));
+    steps.removeDuplicates(); // one line may come in several changes
+    QCOMPARE(steps,
+             QStringList({QStringLiteral("停止, starts: 0"),
+                          QStringLiteral("设置设备：%1, starts: 1").arg(current),
+                          QStringLiteral("启动, starts: 2")}));
     QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
-    QVERIFY(world().calls(FakeCall::Initialize) > before);
     QVERIFY(SpecEngine::instance()->isCapturing());
 }
 
@@ -304,6 +330,13 @@ void WidgetTest::activatingAnotherItemSwitches()
 
 void WidgetTest::pressingStopTwice()
 {
+    QSignalSpy sent(m_widget->findChild<CommonInterface *>(), &CommonInterface::sigMessage);
+    const auto level = [&] {
+        return sent.isEmpty()
+            ? 0.0
+            : sent.last().at(0).toString().section(QStringLiteral("/&+&/"), 1, 1).toDouble();
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(qAbs(level() - 100) < 0.5, s_patience); // 400 times 0.25
     auto *const stop = m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"));
     Q_EMIT stop->released();
     Q_EMIT stop->released();
@@ -311,10 +344,11 @@ void WidgetTest::pressingStopTwice()
     QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
     QVERIFY(!SpecEngine::instance()->isCapturing());
     // Longer than any restart would wait.
-    QSignalSpy sent(m_widget->findChild<CommonInterface *>(), &CommonInterface::sigMessage);
+    sent.clear();
     QTest::qWait(1200);
     QVERIFY(!SpecEngine::instance()->isCapturing());
     QVERIFY(sent.count() >= 5);
+    QVERIFY2(qAbs(level() - 100) < 0.5, qPrintable(QString::number(level())));
 }
 
 void WidgetTest::pressingStart()
