@@ -85,7 +85,7 @@ void SingleInstanceTest::anotherStartIsNoRunningCopy()
     holder.kill();
     QVERIFY(holder.waitForFinished(20000));
     QSharedMemory other(segmentKey);
-    QVERIFY(other.attach());
+    QVERIFY(other.attach() || other.create(1)); // there is no leftover on Windows
     std::thread leaves([&other] {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         other.detach();
