@@ -231,7 +231,12 @@ void ConsumersTest::sixtyFourStalledConsumersDelayNobody()
     qInfo("with 64 stalled: %s", qPrintable(together.report().simplified()));
     qInfo("memory: %ld kB alone, %ld kB at most, %ld kB after; dropped after %lld s", memoryAlone,
           most, residentMemory(*copy), clock.elapsed() / 1000);
-    QVERIFY(most < memoryAlone + 64 * 2048L);
+#ifdef __SANITIZE_THREAD__
+    const long each = 5 * 2048; // with what the sanitizer notes about each byte
+#else
+    const long each = 2048;
+#endif
+    QVERIFY2(most < memoryAlone + 64 * each, qPrintable(QString::number(most)));
     QVERIFY(together.messages() > 100);
     QVERIFY2(together.gapPercentile(0.99) < alone.gapPercentile(0.99) + 20,
              "the others' messages come as before");

@@ -238,6 +238,12 @@ void ProcessTest::noThreadBlocksTheSignalsOfFaults()
             if (line.startsWith("Name:"))
                 name = QString::fromUtf8(line.mid(5).trimmed());
             if (line.startsWith("SigBlk:")) {
+#ifdef __SANITIZE_THREAD__
+                // The sanitizer's own thread has the program's name and blocks everything.
+                if (task.toLongLong() != copy->processId()
+                    && name == QLatin1String("TonewellDetecti"))
+                    continue;
+#endif
                 names.append(name);
                 QVERIFY2((line.mid(7).trimmed().toULongLong(nullptr, 16) & faults) == 0,
                          qPrintable(name + QString::fromUtf8(line)));
