@@ -180,6 +180,8 @@ void MonitorWindowTest::paletteChangesAreFollowed()
 {
     SpectrumPlot plot;
     plot.resize(s_width, s_height);
+    plot.show(); // a hidden widget arranges itself anew for every picture
+    QVERIFY(QTest::qWaitForWindowExposed(&plot));
     for (const QPalette &palette : {light(), dark(), light()}) {
         plot.setPalette(palette);
         const QImage image = plot.grab().toImage();
