@@ -153,8 +153,14 @@ int main(int argc, char **argv)
         return startAt(QString::fromLocal8Bit(argv[2]), argv[3]);
     if (argc == 3 && qstrcmp(argv[1], "--hold") == 0) {
         QSharedMemory memory(QString::fromLocal8Bit(argv[2]));
-        if (!memory.create(1, QSharedMemory::ReadWrite))
-            return 1;
+        if (!memory.create(1, QSharedMemory::ReadWrite)) {
+            // The number that Linux has for a key comes from a file's, which may have belonged to
+            // another key's file before: what that one has left behind goes first.
+            if (memory.attach())
+                memory.detach();
+            if (!memory.create(1, QSharedMemory::ReadWrite))
+                return 1;
+        }
         std::puts("held");
         std::fflush(stdout);
         return std::getchar() == EOF ? 1 : 0;
