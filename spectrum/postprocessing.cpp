@@ -47,18 +47,12 @@ private:
 
 } // namespace
 
-void takeOver(const FrequencySpectrum &received, FrequencySpectrum &spectrum,
-              std::vector<double> &amplitudes)
+void readAmplitudes(const FrequencySpectrum &spectrum, std::vector<double> &amplitudes)
 {
-    if (spectrum.count() != received.count())
-        spectrum = FrequencySpectrum(received.count());
-    amplitudes.resize(static_cast<std::size_t>(received.count()));
-    FrequencySpectrum::iterator copy = spectrum.begin();
+    amplitudes.resize(static_cast<std::size_t>(spectrum.count()));
     double *amplitude = amplitudes.data();
-    for (const FrequencySpectrum::Element &point : received) {
-        *copy++ = point;
+    for (const FrequencySpectrum::Element &point : spectrum)
         *amplitude++ = point.amplitude;
-    }
 }
 
 double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseScratch &scratch)
@@ -131,20 +125,30 @@ void scaleAndSmooth(const std::vector<double> &amplitudes, double gain, double f
                         static_cast<int>(amplitudes.size()));
 }
 
-void averageAcrossFrequency(const std::vector<double> &amplitudes, int width,
-                            FrequencySpectrum &spectrum, std::vector<double> &window)
+void averageAcrossFrequency(const FrequencySpectrum &received,
+                            const std::vector<double> &amplitudes, int width,
+                            FrequencySpectrum &result, std::vector<double> &window)
 {
-    const int count = spectrum.count();
+    const int count = received.count();
+    if (result.count() != count)
+        result = FrequencySpectrum(count);
     const double *const from = amplitudes.data();
-    const FrequencySpectrum::iterator points = spectrum.begin();
+    const FrequencySpectrum::const_iterator labels = received.begin();
+    const FrequencySpectrum::iterator points = result.begin();
+    const auto put = [&](int i, double amplitude) {
+        points[i].frequency = labels[i].frequency;
+        points[i].amplitude = amplitude;
+        points[i].clipped = labels[i].clipped;
+    };
+
     const int half = width / 2;
     const bool averaged = width >= 1 && half < count - half;
     for (int i = 0; i < (averaged ? half : count); ++i)
-        points[i].amplitude = from[i];
+        put(i, from[i]);
     if (!averaged)
         return;
     for (int i = count - half; i < count; ++i)
-        points[i].amplitude = from[i];
+        put(i, from[i]);
 
     // The amplitudes whose sum it is; `oldest` goes round.
     window.assign(static_cast<std::size_t>(width), 0.0);
@@ -155,9 +159,10 @@ void averageAcrossFrequency(const std::vector<double> &amplitudes, int width,
     }
     std::size_t oldest = 0;
     for (int i = half; i < count - half; ++i) {
-        points[i].amplitude = sum / width;
+        const double average = sum / width;
+        put(i, average);
         // A single point takes in itself, averaged.
-        const double newest = half == 0 ? points[i].amplitude : from[i + half];
+        const double newest = half == 0 ? average : from[i + half];
         sum = sum - window[oldest] + newest;
         window[oldest] = newest;
         oldest = oldest + 1 == window.size() ? 0 : oldest + 1;

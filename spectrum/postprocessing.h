@@ -10,10 +10,7 @@
 
 class Spectrum;
 
-/// Copies a spectrum, and its amplitudes side by side. The copy goes to the memory of the one
-/// before if that has as many points and no other owner.
-void takeOver(const FrequencySpectrum &received, FrequencySpectrum &spectrum,
-              std::vector<double> &amplitudes);
+void readAmplitudes(const FrequencySpectrum &spectrum, std::vector<double> &amplitudes);
 
 /// What noiseFloor() works in.
 struct NoiseScratch {
@@ -36,13 +33,14 @@ double trackGain(const std::vector<double> &amplitudes, double target, double &r
 void scaleAndSmooth(const std::vector<double> &amplitudes, double gain, double floor,
                     double smoothing, std::vector<double> &smoothed);
 
-/// Gives the points of a spectrum their final amplitudes, the moving average of `width` points
-/// across frequency; the first and last width / 2 points, or all for a width below 1, get theirs
-/// as they are. The running sum deliberately starts `width` × the first amplitude too high and
-/// stays so: each averaged point carries the first amplitude on top of its mean. `amplitudes` are
-/// as many as the points.
-void averageAcrossFrequency(const std::vector<double> &amplitudes, int width,
-                            FrequencySpectrum &spectrum, std::vector<double> &window);
+/// Makes `result` the spectrum received, with the moving average of `amplitudes`, one for each of
+/// its points, over `width` points across frequency; the first and last width / 2 points, or all
+/// for a width below 1, get theirs as they are. The running sum deliberately starts `width` × the
+/// first amplitude too high and stays so: each averaged point carries the first amplitude on top of
+/// its mean. The memory of `result` is used again if it has as many points and no other owner.
+void averageAcrossFrequency(const FrequencySpectrum &received,
+                            const std::vector<double> &amplitudes, int width,
+                            FrequencySpectrum &result, std::vector<double> &window);
 
 /// The bar of a band that a frequency falls into: whole steps of (max - min) / bar count, an
 /// integer division, above the lower limit, limited to the bars there are; 0 for a band without.

@@ -202,11 +202,11 @@ void SpecEngine::offerBlock()
 
 void SpecEngine::onSpectrumChanged(FrequencySpectrum spectrum)
 {
-    takeOver(spectrum, m_spectrum, m_amplitudes);
+    readAmplitudes(spectrum, m_amplitudes);
     const double floor = noiseFloor(m_amplitudes, m_quantile, m_noiseScratch);
     const double gain = m_autoGain ? trackGain(m_amplitudes, m_targetLevel, m_gainReference) : 1.0;
     scaleAndSmooth(m_amplitudes, gain, floor, m_smoothing, m_smoothedAmplitudes);
-    averageAcrossFrequency(m_smoothedAmplitudes, m_historyLength, m_spectrum, m_averaged);
+    averageAcrossFrequency(spectrum, m_smoothedAmplitudes, m_historyLength, m_spectrum, m_averaged);
     updateBars();
 }
 

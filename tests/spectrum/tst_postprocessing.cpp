@@ -21,12 +21,12 @@ FrequencySpectrum spectrumOf(const Amplitudes &amplitudes)
 
 Amplitudes averaged(const Amplitudes &amplitudes, int width)
 {
-    FrequencySpectrum spectrum(static_cast<int>(amplitudes.size()));
+    const FrequencySpectrum received(static_cast<int>(amplitudes.size()));
+    FrequencySpectrum spectrum;
     Amplitudes window;
-    averageAcrossFrequency(amplitudes, width, spectrum, window);
+    averageAcrossFrequency(received, amplitudes, width, spectrum, window);
     Amplitudes result;
-    for (const FrequencySpectrum::Element &point : spectrum)
-        result.push_back(point.amplitude);
+    readAmplitudes(spectrum, result);
     return result;
 }
 
@@ -51,7 +51,7 @@ private Q_SLOTS:
     void averageLeavesShortSpectraAndWidths();
     void averageWiderThanTheSpectrumChangesNothing();
     void averageMatchesAListAtEveryWidth();
-    void takingOverCopiesAndKeepsItsMemory();
+    void averageTakesOverLabelsAndKeepsItsMemory();
     void barIndexRule();
     void barIndexOfDegenerateBands();
     void pointAtALimitReachesNoBar();
@@ -219,35 +219,39 @@ void TestPostprocessing::averageMatchesAListAtEveryWidth()
     }
 }
 
-void TestPostprocessing::takingOverCopiesAndKeepsItsMemory()
+/// The average takes over all of the spectrum received, whatever the width.
+void TestPostprocessing::averageTakesOverLabelsAndKeepsItsMemory()
 {
-    FrequencySpectrum received = spectrumOf({0.25, 0.5, 0.75});
+    FrequencySpectrum received = spectrumOf({0.25, 0.5, 0.75, 1.0});
     received[1].frequency = -46.875;
     received[2].clipped = true;
-    FrequencySpectrum spectrum;
     Amplitudes amplitudes {9.0};
-    takeOver(received, spectrum, amplitudes);
-    QCOMPARE(amplitudes, (Amplitudes {0.25, 0.5, 0.75}));
-    QCOMPARE(spectrum.count(), 3);
-    QCOMPARE(spectrum[1].frequency, -46.875);
-    QCOMPARE(spectrum[1].amplitude, 0.5);
-    QVERIFY(spectrum[2].clipped && !spectrum[1].clipped);
+    readAmplitudes(received, amplitudes);
+    QCOMPARE(amplitudes, (Amplitudes {0.25, 0.5, 0.75, 1.0}));
 
-    const FrequencySpectrum::Element *memory = &spectrum[0];
-    received[2].clipped = false;
-    takeOver(received, spectrum, amplitudes);
-    QCOMPARE(&spectrum[0], memory);
-    QVERIFY(!spectrum[2].clipped);
+    FrequencySpectrum result;
+    Amplitudes window;
+    const FrequencySpectrum::Element *memory = nullptr;
+    for (const int width : {0, 2, 3, 4, 10}) {
+        averageAcrossFrequency(received, amplitudes, width, result, window);
+        QCOMPARE(result.count(), 4);
+        for (int i = 0; i < 4; ++i) {
+            QCOMPARE(result[i].frequency, i == 1 ? -46.875 : 0.0);
+            QCOMPARE(result[i].clipped, i == 2);
+        }
+        QCOMPARE(result[0].amplitude, 0.25);
+        if (memory)
+            QCOMPARE(&result[0], memory);
+        memory = &result[0];
+    }
 
-    const FrequencySpectrum other = spectrum;
-    received[0].amplitude = 1.0;
-    takeOver(received, spectrum, amplitudes);
+    const FrequencySpectrum other = result;
+    averageAcrossFrequency(received, {1.0, 1.0, 1.0, 1.0}, 0, result, window);
     QCOMPARE(other[0].amplitude, 0.25);
-    QCOMPARE(spectrum[0].amplitude, 1.0);
+    QCOMPARE(result[0].amplitude, 1.0);
 
-    takeOver(FrequencySpectrum(), spectrum, amplitudes);
-    QCOMPARE(spectrum.count(), 0);
-    QVERIFY(amplitudes.empty());
+    averageAcrossFrequency(FrequencySpectrum(), {}, 10, result, window);
+    QCOMPARE(result.count(), 0);
 }
 
 void TestPostprocessing::barIndexRule()
