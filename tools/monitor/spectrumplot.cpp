@@ -163,7 +163,8 @@ void SpectrumPlot::paintAxis(QPainter *painter) const
     };
     label(0, QStringLiteral("0"));
     for (const int side : {-1, 1}) {
-        for (int frequency = *step; frequency <= s_highestFrequency - *step / 2; frequency += *step)
+        for (int frequency = *step; positionOf(s_highestFrequency) - positionOf(frequency) > widest;
+             frequency += *step)
             label(side * frequency, QString::number(frequency));
         label(side * s_highestFrequency, QStringLiteral("%1 Hz").arg(s_highestFrequency));
     }
@@ -196,5 +197,8 @@ void SpectrumPlot::paintEvent(QPaintEvent *event)
     larger.setPointSizeF(larger.pointSizeF() * 1.5);
     painter.setFont(larger);
     painter.setPen(palette().color(QPalette::Text));
-    painter.drawText(m_area, Qt::AlignCenter | Qt::TextWordWrap, m_notice);
+    const int flags = Qt::AlignCenter | Qt::TextWordWrap;
+    const QRect place = painter.boundingRect(m_area, flags, m_notice);
+    painter.fillRect(place.adjusted(-s_margin, -s_margin, s_margin, s_margin), palette().base());
+    painter.drawText(m_area, flags, m_notice);
 }
