@@ -1,6 +1,7 @@
 // The session's notifications from a mocked logind, to a bare window and to the real one.
 #include "app/widget.h"
 #include "mocklogind.h"
+#include "mutebus.h"
 #include "report/deliverreport.h"
 #include "spectrum/specengine.h"
 #include "tests/support/fakeaudio.h"
@@ -72,6 +73,7 @@ private Q_SLOTS:
     void cleanup();
     void withoutABusRegistrationFailsPromptly();
     void withoutLogindRegistrationFailsPromptly();
+    void busThatDoesNotAnswerIsGivenUpSoon();
     void otherFlagsAndNoWindowAreRefused();
     void signalsBecomeMessages();
     void lockedHintBecomesMessagesOnce();
@@ -151,6 +153,18 @@ void LogindTest::withoutLogindRegistrationFailsPromptly()
     clock.start();
     QVERIFY(!window.registerForSession());
     QVERIFY2(clock.elapsed() < 5000, qPrintable(QString::number(clock.elapsed())));
+}
+
+void LogindTest::busThatDoesNotAnswerIsGivenUpSoon()
+{
+    const MuteBus bus;
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", bus.address().toLatin1());
+    Window window;
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(!window.registerForSession());
+    const qint64 elapsed = clock.elapsed();
+    QVERIFY2(elapsed >= 900 && elapsed < 10000, qPrintable(QString::number(elapsed)));
 }
 
 void LogindTest::otherFlagsAndNoWindowAreRefused()
