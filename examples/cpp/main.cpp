@@ -21,7 +21,7 @@ constexpr double s_barWidth = 70.0; // Hz
 constexpr int s_printInterval = 500; // ms
 constexpr int s_patience = 1000; // ms without a message until the service counts as missing
 
-/// A message taken apart. Levels and bars are 0 to 400.
+/// A message taken apart. Levels and bars are usually 0 to 400, and more at an onset.
 struct Reading {
     double rms = 0.0;
     double peak = 0.0;

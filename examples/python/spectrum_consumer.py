@@ -19,7 +19,7 @@ PATIENCE = 1.0  # seconds without a message until the service counts as missing
 
 
 def parse(text):
-    """The three levels and the bars, each 0 to 400; ValueError if it is no spectrum message."""
+    """The three levels and the bars, usually 0 to 400; ValueError if it is no spectrum message."""
     kind, *fields = text.split(SEPARATOR)
     if kind != "SoundSpectrum" or len(fields) != 3 + BARS:
         raise ValueError("not a spectrum message")
