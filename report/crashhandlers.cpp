@@ -67,6 +67,7 @@ void printAndDeliver(const QString &report)
 {
     const BrokenPipeGuard guard; // nobody may be reading standard error any more
     std::fprintf(stderr, "Program crash:\n%s\n", report.toLocal8Bit().constData());
+    std::fflush(stderr); // the process may end without it
     setLastReportPrinted();
     deliverReport(report);
 }

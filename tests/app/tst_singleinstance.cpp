@@ -34,7 +34,7 @@ private:
     {
         holder->start(QCoreApplication::applicationFilePath(),
                       {QStringLiteral("--hold"), segmentKey});
-        return holder->waitForReadyRead(20000) && holder->readLine() == "held\n";
+        return holder->waitForReadyRead(20000) && holder->readLine().trimmed() == "held";
     }
 };
 

@@ -67,7 +67,8 @@ private:
     static QString content()
     {
         QFile file(diagnosticLogPath());
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+        return file.open(QIODevice::ReadOnly | QIODevice::Text) ? QString::fromUtf8(file.readAll())
+                                                                : QString();
     }
 
     QTemporaryDir m_folder;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <objbase.h>
 #include <QDeadlineTimer>
 #include <QThread>

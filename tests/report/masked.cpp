@@ -11,7 +11,12 @@ QString masked(const QString &report)
         const char *replacement;
     } rules[] = {
         {"^(\\[Report Time\\]) \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d$", "\\1 <time>"},
-        {"^(  Executable): /.+$", "\\1: <path>"},
+        {"^(  Executable): (?:[A-Z]:)?/.+$", "\\1: <path>"},
+        {"^(  Windows Version): \\d+\\.\\d+ \\(Build \\d+\\).*$", "\\1: <version>"},
+        {"^(  Service Pack): \\d+\\.\\d+$", "\\1: <number>"},
+        {"^  Audiosrv Service(?: State)?: .*\\n(?:  Service Type: .*\\n)?  AudioEndpointBuilder "
+         ".*$",
+         "  <services>"},
         {"^(  Build Date): [A-Z][a-z]{2} [ \\d]\\d \\d{4} \\d\\d:\\d\\d:\\d\\d$", "\\1: <date>"},
         {"^(  Processor Cores|  Ideal Thread Count): \\d+$", "\\1: <number>"},
         {"^(  Total Memory|  Available Memory): \\d+\\.\\d\\d GB$", "\\1: <size> GB"},
@@ -44,7 +49,7 @@ void compareWithGolden(const QString &report, const QString &name)
         file.write(text.toUtf8());
         QFAIL("golden report written; look at it and run again");
     }
-    QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(file.fileName()));
+    QVERIFY2(file.open(QIODevice::ReadOnly | QIODevice::Text), qPrintable(file.fileName()));
     const QString golden = QString::fromUtf8(file.readAll());
     if (text == golden)
         return;

@@ -47,15 +47,22 @@ void TestDeliverReportEarly::overwritesAFileOfTheSameSecond()
     const QStringList files = QDir().entryList(QDir::Files, QDir::Name);
     QVERIFY(!files.isEmpty());
     QFile file(files.last());
-    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
     QCOMPARE(file.readAll(), QByteArray("short"));
 }
 
 void TestDeliverReportEarly::folderThatCannotBeWritten()
 {
-    // Nobody creates files here, not even the administrator.
-    QVERIFY(QDir::setCurrent(QStringLiteral("/proc/self")));
+    QTemporaryDir folder;
+    QVERIFY(QDir::setCurrent(folder.path()));
+    // Folders that are named like the file of this minute: not even the administrator opens those.
+    for (int second = 0; second < 60; ++second) {
+        const QDateTime time = QDateTime::currentDateTime().addSecs(second);
+        QDir().mkdir(QStringLiteral("crash_report_%1.txt")
+                         .arg(time.toString(QStringLiteral("yyyyMMdd_HHmmss"))));
+    }
     deliverReport(Report);
+    QCOMPARE(QDir().entryList(QDir::Files), QStringList());
     QVERIFY(QDir::setCurrent(QDir::tempPath()));
 }
 

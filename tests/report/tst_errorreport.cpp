@@ -315,7 +315,8 @@ void TestErrorReport::pathOutsideTheLocalEncodingStaysGarbled()
     QProcess process;
     process.start(program, {PrintReport});
     QVERIFY(process.waitForFinished());
-    const QString report = QString::fromUtf8(process.readAllStandardOutput());
+    const QString report =
+        QString::fromUtf8(process.readAllStandardOutput()).remove(QLatin1Char('\r'));
 
     const QByteArray local = QTextCodec::codecForName("GB18030")->fromUnicode(program);
     const QString garbled = QString::fromUtf8(local);

@@ -20,7 +20,7 @@ QString run(const QString &way)
     QProcess process;
     process.start(QStringLiteral(STACK_TRACE_PROGRAM), {way});
     process.waitForFinished();
-    return QString::fromUtf8(process.readAllStandardOutput());
+    return QString::fromUtf8(process.readAllStandardOutput()).remove(QLatin1Char('\r'));
 }
 
 QString frames(int count)
@@ -95,8 +95,9 @@ void TestStackTrace::crashReportWithoutDbghelp()
     QProcess process;
     process.start(QStringLiteral(NO_DBGHELP_PROGRAM), QStringList());
     process.waitForFinished();
-    QVERIFY(process.readAllStandardOutput().endsWith(
-        "\n[Stack Trace]\n  [dbghelp.dll not available for stack trace]\n"));
+    QVERIFY(process.readAllStandardOutput()
+                .replace("\r\n", "\n")
+                .endsWith("\n[Stack Trace]\n  [dbghelp.dll not available for stack trace]\n"));
 }
 
 QTEST_GUILESS_MAIN(TestStackTrace)

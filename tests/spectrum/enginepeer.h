@@ -27,6 +27,16 @@ public:
             QTest::qWait(1);
     }
 
+    /// Waits until the analysis worker of the process's engine has begun its loop, as a process
+    /// must before it ends: a host that kills the other threads then may hang if one is just
+    /// starting.
+    static void settleProcessEngine()
+    {
+        QMetaObject::invokeMethod(
+            SpectrumAnalyserPeer::worker(SpecEngine::instance()->m_spectrumAnalyser), [] {},
+            Qt::BlockingQueuedConnection);
+    }
+
     SpecEngine *operator->() const { return m_engine.get(); }
     SpecEngine *get() const { return m_engine.get(); }
 

@@ -1,4 +1,5 @@
 // A process that ends while the process's one engine is at work.
+#include "analyserpeers.h"
 #include "platform/deviceenumerator.h"
 #include "report/deliverreport.h"
 #include "spectrum/specengine.h"
@@ -9,6 +10,15 @@
 
 class SpecEnginePeer {
 public:
+    /// Waits until the analysis worker has begun its loop. Hosts that kill the other threads when
+    /// a process ends may hang for good if one of them is just starting.
+    static void settle(SpecEngine *engine)
+    {
+        QMetaObject::invokeMethod(
+            SpectrumAnalyserPeer::worker(engine->m_spectrumAnalyser), [] {},
+            Qt::BlockingQueuedConnection);
+    }
+
     static void busy(SpecEngine *engine)
     {
         WAVEFORMATEX format {};
@@ -28,6 +38,7 @@ int main(int argc, char *argv[])
     setReportSink([](const QString &) {});
     const Spectrum band(-7000, 7000, 100);
     SpecEngine *engine = SpecEngine::instance();
+    SpecEnginePeer::settle(engine);
     const QString moment = application.arguments().value(1);
     if (moment == QLatin1String("unused"))
         return 0;

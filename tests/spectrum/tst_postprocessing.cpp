@@ -1,3 +1,4 @@
+#include "enginepeer.h"
 #include "platform/deviceenumerator.h"
 #include "spectrum/postprocessing.h"
 #include "spectrum/spectrum.h"
@@ -37,6 +38,7 @@ class TestPostprocessing : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
+    void cleanupTestCase();
     void noAmplitudeAbove005GivesNoNoiseFloor();
     void noiseFloorIsTheTruncatedQuantile_data();
     void noiseFloorIsTheTruncatedQuantile();
@@ -66,6 +68,11 @@ void TestPostprocessing::initTestCase()
 {
     // A band registers with the engine, which must not meet a real audio system here.
     setDeviceEnumeratorFactory([](IMMDeviceEnumerator **) -> HRESULT { return E_FAIL; });
+}
+
+void TestPostprocessing::cleanupTestCase()
+{
+    SpecEnginePeer::settleProcessEngine();
 }
 
 void TestPostprocessing::noAmplitudeAbove005GivesNoNoiseFloor()
