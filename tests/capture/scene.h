@@ -68,7 +68,7 @@ public:
     static QStringList lines()
     {
         QFile file(diagnosticLogPath());
-        if (!file.open(QIODevice::ReadOnly))
+        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
             return {};
         QStringList result = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
         result.removeLast();

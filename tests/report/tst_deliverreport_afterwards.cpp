@@ -80,7 +80,7 @@ void TestDeliverReportAfterwards::writesAFile()
     const QRegularExpression name(QStringLiteral("^crash_report_\\d{8}_\\d{6}\\.txt$"));
     QVERIFY2(name.match(files().first()).hasMatch(), qPrintable(files().first()));
     QFile file(files().first());
-    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
     QCOMPARE(file.readAll(), Report.toUtf8());
     QVERIFY(QDir::setCurrent(QDir::tempPath()));
 }
