@@ -28,6 +28,7 @@ Widget::Widget(QWidget *parent)
     , m_spectrum(s_minFrequency, s_maxFrequency, s_barCount)
 {
     ui->setupUi(this);
+    ui->horizontalLayout->setEnabled(false); // see resizeEvent
     setWindowFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     setAttribute(Qt::WA_TranslucentBackground);
     QGuiApplication::setQuitOnLastWindowClosed(false);
@@ -59,6 +60,15 @@ Widget::~Widget()
 {
     delete ui;
     SpecEngine::instance()->stop();
+}
+
+// The window is one pixel that nobody sees. A layout that works measures its texts when the window
+// is shown, and that alone loads a Chinese font: an eighth of the program's memory.
+void Widget::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    ui->horizontalLayout->setEnabled(width() > 1);
+    ui->horizontalLayout->activate();
 }
 
 void Widget::setupRemote()

@@ -42,6 +42,7 @@ private Q_SLOTS:
     void restartService();
 
 protected:
+    void resizeEvent(QResizeEvent *event) override;
     /// Acts on the session's notifications; never marks a message as consumed.
     bool nativeEvent(const QByteArray &eventType, void *message, long *result) override;
 

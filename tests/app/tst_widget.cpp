@@ -79,6 +79,7 @@ private Q_SLOTS:
     void formAsDesigned_data();
     void formAsDesigned();
     void childrenInOrder();
+    void onlyAWindowThatCanBeSeenIsLaidOut();
     void textsAreTranslatable();
     void slotsInOrder();
     void neverOnTheTaskBarAndNotVisibleOnScreen();
@@ -152,6 +153,18 @@ void WidgetTest::formAsDesigned()
     QCOMPARE(child->geometry(), geometry);
     if (const auto *const button = qobject_cast<QPushButton *>(child))
         QCOMPARE(button->text(), text);
+}
+
+void WidgetTest::onlyAWindowThatCanBeSeenIsLaidOut()
+{
+    const auto *const label = m_widget->findChild<QLabel *>(QStringLiteral("label"));
+    const auto *const combo = m_widget->findChild<QComboBox *>(QStringLiteral("comboBox"));
+    QVERIFY(m_widget->isVisible());
+    QCOMPARE(combo->pos(), label->pos());
+    m_widget->resize(330, 200);
+    QTRY_VERIFY(combo->x() >= label->width());
+    QCOMPARE(combo->geometry().right(), 310);
+    m_widget->resize(1, 1);
 }
 
 void WidgetTest::childrenInOrder()
