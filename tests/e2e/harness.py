@@ -167,7 +167,9 @@ class World:
         for name in ("run", "home"):
             os.mkdir(os.path.join(self.folder, name), 0o700)
         self.environment.update(HOME=os.path.join(self.folder, "home"), TMPDIR=self.folder,
-                                XDG_RUNTIME_DIR=self.runtime)
+                                XDG_RUNTIME_DIR=self.runtime,
+                                # Without it the machine's own sessions would restart capture.
+                                DBUS_SYSTEM_BUS_ADDRESS="unix:path=" + os.path.join(self.folder, "no-system-bus"))
         self.others = []
         self.servers = []
         self.clients = []
