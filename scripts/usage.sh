@@ -1,0 +1,32 @@
+# Sourced by the scripts, from the checkout's folder.
+
+# Prints the comment at the top of the calling script.
+usage() {
+    awk 'NR == 1 { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "scripts/${0##*/}"
+}
+
+# wrong TEXT: says what is wrong with the command line, and what would be right.
+wrong() {
+    printf 'scripts/%s: %s\n\n' "${0##*/}" "$1" >&2
+    usage >&2
+    exit 2
+}
+
+# no_options [ARGUMENT...]: prints the usage for -h and --help and refuses every other option.
+no_options() {
+    local argument
+    for argument; do
+        case $argument in
+            -h | --help) usage; exit 0 ;;
+            -*) wrong "unknown option: $argument" ;;
+        esac
+    done
+}
+
+# is_preset NAME: whether CMakePresets.json has it, to be built here.
+is_preset() {
+    case $1 in
+        release | debug | asan | tsan | windows) return 0 ;;
+        *) return 1 ;;
+    esac
+}
