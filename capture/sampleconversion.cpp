@@ -1,6 +1,7 @@
 #include "capture/sampleconversion.h"
 
 #include "capture/floatkernels.h"
+#include "platform/checkedcopy.h"
 
 #include <cmath>
 #include <cstring>
@@ -98,10 +99,7 @@ void copyPacket(QByteArray &raw, const void *packet, quint32 frames, int blockAl
     raw.resize(arraySize(frames, blockAlign));
     if (raw.isEmpty())
         return;
-    if (packet)
-        std::memcpy(raw.data(), packet, size_t(raw.size()));
-    else
-        raw.fill('\0');
+    checkedCopy(raw.data(), size_t(raw.size()), packet);
 }
 
 QByteArray toStereo16(const char *raw, qint64 size, quint32 frames, const SourceFormat &format)

@@ -12,9 +12,8 @@ struct SourceFormat {
 };
 
 /// Makes `raw` frames * blockAlign bytes long and copies the packet into it. A null packet fills
-/// it with zeros, which is all of a checked copy's answer to it: no handler for invalid parameters
-/// is called, since that could only end the program. A block align below 1 leaves it empty. Reuses
-/// the array's memory.
+/// it with zeros and is an invalid parameter to the runtime library, see checkedCopy. A block align
+/// below 1 leaves it empty. Reuses the array's memory.
 void copyPacket(QByteArray &raw, const void *packet, quint32 frames, int blockAlign);
 
 /// Converts `frames` frames to 4 bytes each, left then right, little-endian. Channels beyond the

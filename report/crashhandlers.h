@@ -6,8 +6,8 @@
 /// The unhandled-exception filter, for SetUnhandledExceptionFilter. Prints the report with
 /// registers and stack trace to standard error, hands it to deliverReport and returns
 /// EXCEPTION_EXECUTE_HANDLER, after which the system ends the process. Runs on the faulting
-/// thread. It allocates memory, so it may wait for a lock that the fault has left behind: the host
-/// gives it five seconds.
+/// thread. It allocates memory, so it may wait for a lock that the fault has left behind: on Linux
+/// the host gives it five seconds.
 LONG WINAPI crashFilter(EXCEPTION_POINTERS *pointers);
 
 /// The terminate handler, for std::set_terminate. Prints the report, hands it to deliverReport and

@@ -15,8 +15,8 @@ struct FFTTables {
 
     Twiddle w128[16][8]; ///< [p][j] = w128^(j p)
     Twiddle w16[4][4]; ///< [p][j] = w16^(j p)
-    alignas(32) float w1024Re[8][128]; ///< [c][k] = Re w1024^(c k)
-    alignas(32) float w1024Im[8][128];
+    float w1024Re[8][128]; ///< [c][k] = Re w1024^(c k)
+    float w1024Im[8][128];
     float halfW2048Re[Half / 2 + 1]; ///< [k] = Re w2048^k / 2
     float halfW2048Im[Half / 2 + 1];
 };

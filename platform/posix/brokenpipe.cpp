@@ -1,5 +1,6 @@
 #include "platform/brokenpipe.h"
 
+#include <cerrno>
 #include <csignal>
 #include <ctime>
 
@@ -38,7 +39,7 @@ BrokenPipeGuard::~BrokenPipeGuard()
     const sigset_t set = pipeSignal();
     if (!m_wasPending && isPending()) {
         const timespec now {0, 0};
-        sigtimedwait(&set, nullptr, &now);
+        while (sigtimedwait(&set, nullptr, &now) < 0 && errno == EINTR) { }
     }
     if (!m_wasBlocked)
         pthread_sigmask(SIG_UNBLOCK, &set, nullptr);

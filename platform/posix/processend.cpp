@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -77,7 +78,10 @@ void claimLastReport(int signal)
 
 void endNow()
 {
-    if (!s_printed) {
+    // What reads standard error may have stopped, and the report may be stuck for that very reason:
+    // nothing is said then.
+    pollfd errors {STDERR_FILENO, POLLOUT, 0};
+    if (!s_printed && poll(&errors, 1, 0) == 1 && (errors.revents & POLLOUT) != 0) {
         setBlocked(SIGPIPE, true); // nobody may be reading standard error any more
         [[maybe_unused]] const ssize_t written =
             write(STDERR_FILENO, NoReport, sizeof(NoReport) - 1);

@@ -113,8 +113,10 @@ void PulseIntrospector::handleTimer()
     pa_context_rttime_restart(m_context, m_timer, pa_rtclock_now() + AskingInterval);
     if (!m_asking)
         askForDefaults();
-    if (m_checks && m_ticksToCheck > 0 && --m_ticksToCheck == 0)
+    if (m_checks && m_ticksToCheck > 0 && --m_ticksToCheck == 0) {
+        m_ticksToCheck = TicksToNextCheck; // unless this one answers that all is well
         m_check.start(m_loop);
+    }
 }
 
 void PulseIntrospector::finish(unsigned part)
@@ -222,7 +224,8 @@ void PulseIntrospector::readDefaults(const pa_server_info &info)
 void PulseIntrospector::readCheckedDefaults(const pa_server_info &info)
 {
     const DefaultIds checked(info);
-    if (!m_told || !(checked == *m_told))
-        m_ticksToCheck = TicksToNextCheck;
+    const bool agree = m_told && checked == *m_told;
+    m_ticksToCheck =
+        agree && m_catalogue->isPresent(eRender, checked.render) ? 0 : TicksToNextCheck;
     m_catalogue->setDefaults(checked.render, checked.capture);
 }

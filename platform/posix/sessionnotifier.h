@@ -38,7 +38,8 @@ class SessionNotifier : public QObject {
 
 public:
     /// The one notifier, connected to the system bus (that of DBUS_SYSTEM_BUS_ADDRESS, if set);
-    /// null, promptly, without a bus or without logind on it.
+    /// null, promptly, without a bus or without logind on it. Only a bus that takes connections and
+    /// never greets holds the call up, for as long as the bus library waits (25 s).
     static SessionNotifier *connected();
     ~SessionNotifier() override;
 

@@ -21,7 +21,7 @@ class Process(unittest.TestCase):
         second = self.world.start("second", harness.PROGRAM)
         begin = time.monotonic()
         self.assertEqual(second.wait(10), 0)
-        self.assertLess(time.monotonic() - begin, 1)
+        self.assertLess(time.monotonic() - begin, 5)
         self.client.next()
         self.assertIsNone(self.program.poll())
 

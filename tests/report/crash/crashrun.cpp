@@ -8,7 +8,9 @@
 #include <QTemporaryDir>
 
 #include <ctime>
+#include <fcntl.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -23,34 +25,68 @@ qint64 monotonicNow() // ns, the same clock in all processes
 
 class Program : public QProcess {
 public:
-    explicit Program(bool readsErrors)
-        : m_readsErrors(readsErrors)
+    explicit Program(Errors errors)
+        : m_errors(errors)
     {
+    }
+    ~Program() override
+    {
+        if (m_reader >= 0)
+            ::close(m_reader);
+    }
+
+    /// To be called before the start.
+    bool preparePipe()
+    {
+        int ends[2] {-1, -1};
+        if (m_errors == Errors::Read)
+            return true;
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            return false;
+        m_reader = ends[0];
+        m_writer = ends[1];
+        if (m_errors == Errors::Closed) {
+            ::close(m_reader);
+            m_reader = -1;
+            return true;
+        }
+        fcntl(m_writer, F_SETFL, O_NONBLOCK);
+        const std::vector<char> filling(65536, ' ');
+        while (::write(m_writer, filling.data(), filling.size()) > 0) { }
+        return fcntl(m_writer, F_SETFL, 0) == 0;
+    }
+
+    /// To be called after it.
+    void dropPipe()
+    {
+        if (m_writer >= 0)
+            ::close(m_writer);
     }
 
 protected:
     void setupChildProcess() override
     {
-        int ends[2];
-        if (m_readsErrors || pipe(ends) != 0)
-            return;
-        ::close(ends[0]);
-        dup2(ends[1], STDERR_FILENO);
-        ::close(ends[1]);
+        if (m_writer >= 0)
+            dup2(m_writer, STDERR_FILENO);
     }
 
 private:
-    const bool m_readsErrors;
+    const Errors m_errors;
+    int m_reader = -1;
+    int m_writer = -1;
 };
 
 } // namespace
 
-Run runProgram(const QStringList &arguments, bool readsErrors)
+Run runProgram(const QStringList &arguments, Errors errors)
 {
     const QTemporaryDir folder;
-    Program process(readsErrors);
+    Program process(errors);
     process.setWorkingDirectory(folder.path());
+    if (!process.preparePipe())
+        return {};
     process.start(QStringLiteral(CRASH_PROGRAM), arguments);
+    process.dropPipe();
 
     Run run;
     QElapsedTimer clock;

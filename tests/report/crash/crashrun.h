@@ -24,9 +24,12 @@ struct Run {
     }
 };
 
-/// Runs the program in an empty folder of its own. Without a reader, its standard error is a pipe
-/// whose other end is closed.
-Run runProgram(const QStringList &arguments, bool readsErrors = true);
+/// What becomes of the program's standard error: read to the end; a pipe whose other end is closed;
+/// a pipe that is full and stays so.
+enum class Errors { Read, Closed, Stuck };
+
+/// Runs the program in an empty folder of its own.
+Run runProgram(const QStringList &arguments, Errors errors = Errors::Read);
 
 /// The value of a line of the report, empty if there is none of that name.
 QString field(const QString &report, const QString &name);

@@ -100,6 +100,8 @@ private Q_SLOTS:
     void corruptHeapEndsInTime();
     void nobodyReadsTheReport_data();
     void nobodyReadsTheReport();
+    void readerOfTheReportHangs_data();
+    void readerOfTheReportHangs();
     void systemSeesTheFaultItself_data();
     void systemSeesTheFaultItself();
 };
@@ -234,13 +236,29 @@ void TestCrashEnd::nobodyReadsTheReport()
 {
     QFETCH(int, status);
     const QString kind = QLatin1String(QTest::currentDataTag());
-    const Run run = runProgram({kind}, false);
+    const Run run = runProgram({kind}, Errors::Closed);
     QVERIFY(!run.hung);
     QCOMPARE(run.status, status);
     if (kind.startsWith(QLatin1String("early-"))) { // after the attempt to print
         QCOMPARE(run.files.size(), 1);
         QVERIFY(run.fileText.contains(QLatin1String("            End of Report\n")));
     }
+}
+
+void TestCrashEnd::readerOfTheReportHangs_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::newRow("throw") << 1;
+    QTest::newRow("null-read") << 128 + SIGSEGV;
+}
+
+void TestCrashEnd::readerOfTheReportHangs()
+{
+    QFETCH(int, status);
+    const Run run = runProgram({QLatin1String(QTest::currentDataTag())}, Errors::Stuck);
+    QVERIFY(!run.hung);
+    QCOMPARE(run.status, status);
+    QVERIFY2(run.elapsed >= 3900 && run.elapsed < 10000, qPrintable(QString::number(run.elapsed)));
 }
 
 void TestCrashEnd::systemSeesTheFaultItself_data()
