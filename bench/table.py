@@ -3,7 +3,8 @@
 usage: table.py PROGRAMS [--quick] [--hour]
 
 PROGRAMS is the folder of the built programs. Each ratio is between figures of one run: medians of
-repetitions that are interleaved at random. --quick takes seconds instead of minutes and proves only
+repetitions that are interleaved at random. What is being measured is told on standard error, the
+table comes last on standard output. --quick takes seconds instead of minutes and proves only
 that everything runs. --hour watches the memory of the program for an hour. Ends with status 0
 whatever was missed: the figures are for reading.
 """
@@ -12,9 +13,25 @@ import json
 import os
 import subprocess
 import sys
+import time
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "process"))
+
+
+class Progress:
+    """Says on standard error what is measured now, how many of how many, since when."""
+
+    def __init__(self, count):
+        self.count = count
+        self.done = 0
+        self.begin = time.monotonic()
+
+    def step(self, text):
+        self.done += 1
+        elapsed = int(time.monotonic() - self.begin)
+        print(f"[{elapsed // 60}:{elapsed % 60:02}] {self.done} of {self.count}: {text}",
+              file=sys.stderr, flush=True)
 
 
 class Figures:
@@ -44,6 +61,10 @@ class Table:
     def __init__(self):
         self.rows = []
 
+    def inform(self, what, beside, found):
+        """A row without a target."""
+        self.rows.append((what, beside, "", found, "for information"))
+
     def add(self, what, beside, target, found, reached):
         verdict = "not measured" if reached is None else "reached" if reached else "**missed**"
         self.rows.append((what, beside, target, found, verdict))
@@ -64,11 +85,18 @@ def has_avx2_and_fma():
     return "avx2" in flags and "fma" in flags
 
 
-def add_rooms(table, programs, quick):
-    fft, fft_sse2, spectrum, conversion, message = (
-        Figures(os.path.join(programs, name), quick)
-        for name in ("bench_fft", "bench_fft_sse2", "bench_spectrum", "bench_conversion",
-                     "bench_message"))
+ROOMS = {"bench_fft": "the transform", "bench_fft_sse2": "the transform without AVX",
+         "bench_spectrum": "analysis, post-processing and levels",
+         "bench_conversion": "conversion of packets", "bench_message": "the message"}
+PROCESSES = 3  # steps of add_processes
+
+
+def add_rooms(table, programs, quick, progress):
+    figures = []
+    for name, text in ROOMS.items():
+        progress.step(text)
+        figures.append(Figures(os.path.join(programs, name), quick))
+    fft, fft_sse2, spectrum, conversion, message = figures
     kinds = [("sse2", "SSE2 only, as FFTW here", 1.2, fft_sse2)]
     if has_avx2_and_fma():
         kinds.insert(0, ("avx2", "AVX2 and FMA", 0.8, fft))
@@ -79,6 +107,8 @@ def add_rooms(table, programs, quick):
                        for name in (f"ours_{unit}", "fftw"))
         table.add("the same, relative RMS error on white noise", "FFTW", "≤ its own",
                   f"{ours:.3e} : {other:.3e}", ours <= other)
+        table.inform("the same, time", "KissFFT",
+                     f"{figures.ratio(f'fft2048/ours_{unit}', 'fft2048/kissfft'):.2f} ×")
     table.ratio("one stereo analysis", "its two transforms alone", 4,
                 spectrum.ratio("analysis/stereo", "analysis/its_two_transforms_alone"))
     table.ratio("one post-processing, one band of 100 bars",
@@ -95,9 +125,10 @@ def add_rooms(table, programs, quick):
     table.add("the same, heap allocations", "", "1", f"{allocations:g}", allocations == 1)
 
 
-def add_processes(table, programs, quick, hour):
+def add_processes(table, programs, quick, hour, progress):
     import measure
     seconds = 3 if quick else 60
+    progress.step(f"processor time and memory for {seconds} s" + (", memory for an hour" if hour else ""))
     found = measure.processor_and_memory(programs, seconds, 3600 if hour else 0)
     cpu, memory = found["cpu"], found["memory"]
     note = " ({:.2f} % : {:.2f} % of one core)"
@@ -112,6 +143,7 @@ def add_processes(table, programs, quick, hour):
               "use --hour" if growth is None else f"{growth:+.2f} MB",
               None if growth is None else growth < 1)
 
+    progress.step("from sound to message")
     delays = measure.latency(programs, 5 if quick else 200)
     expected, worst = sum(measure.WAITS) / 2, sum(measure.WAITS)
     for name, value, limit, text in (
@@ -122,6 +154,7 @@ def add_processes(table, programs, quick, hour):
                   f"≤ {text}", f"{value:.1f} ms", value <= limit)
 
     count = 64
+    progress.step(f"{count} replicas at once")
     found = measure.many_replicas(programs, count, 3 if quick else 30)
     slowest, fastest = min(found["rates"]), max(found["rates"])
     table.add(f"{len(found['rates'])} replicas at once, messages a second each", "", "50 ± 0.5",
@@ -142,8 +175,9 @@ def main():
     os.environ["TONEWELL_PROGRAM"] = os.path.join(programs, "TonewellDetection")
 
     table = Table()
-    add_rooms(table, programs, options.quick)
-    add_processes(table, programs, options.quick, options.hour)
+    progress = Progress(len(ROOMS) + PROCESSES)
+    add_rooms(table, programs, options.quick, progress)
+    add_processes(table, programs, options.quick, options.hour, progress)
     table.show()
 
 

@@ -56,8 +56,12 @@ class Consumer:
 
     def on_initialized(self):
         if not self.connected:  # it comes again after every reconnection
+            try:
+                self.replica.sigMessage.connect(self.on_message)
+            except AttributeError:
+                print("something else is published under that name", flush=True)
+                return
             self.connected = True
-            self.replica.sigMessage.connect(self.on_message)
 
     def on_message(self, text):
         try:

@@ -1,6 +1,8 @@
 """Hundreds of default switches, sink removals and server kills under one running program.
 
 usage: stress_devices.py [--switches N] [--removals N] [--kills N]
+  TONEWELL_PROGRAM  the program, default TonewellDetection; toneplayer is in the same folder
+  TONEWELL_SERVER   pulseaudio (default) or pipewire
 
 A tone plays on one sink only, and a microphone is there throughout. After every event the
 program must capture the default sink's monitor and nothing else, its bars must follow, and

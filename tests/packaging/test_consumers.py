@@ -14,6 +14,22 @@ LINE = re.compile(r"rms (\S+)  peak (\S+)  dynamics (\S+)  left (\S+) Hz  right 
 TONES = (1015, 455)  # Hz, left and right, each the middle of a bar
 
 
+# Under the service's name, but without its signal.
+OTHER_SOURCE = """
+from PyQt5.QtCore import QCoreApplication, QObject, QUrl, pyqtSignal
+from PyQt5.QtRemoteObjects import QRemoteObjectHost
+
+class Other(QObject):
+    sigOther = pyqtSignal(str)
+
+app = QCoreApplication([])
+host = QRemoteObjectHost(QUrl("local:tonewell"))
+other = Other()
+host.enableRemoting(other, "Tonewell")
+app.exec()
+"""
+
+
 class Consumer:
     """The running consumer and the lines that it has printed."""
 
@@ -88,6 +104,14 @@ class ConsumerCase:
 class PythonConsumer(ConsumerCase, unittest.TestCase):
     def build(self):
         return [sys.executable, os.path.join(SOURCE, "examples/python/spectrum_consumer.py")]
+
+    def test_a_source_of_another_type_is_named(self):
+        self.consumer.wait_for(is_waiting, "waiting before anything is there")
+        self.world.others.append(self.world.start("other", sys.executable, "-c", OTHER_SOURCE))
+        self.consumer.wait_for(lambda line: line == "something else is published under that name",
+                               "the other source's naming")
+        self.consumer.wait_for(is_waiting, "waiting while the other source is there")
+        self.assertIsNone(self.consumer.process.poll())
 
 
 class CppConsumer(ConsumerCase, unittest.TestCase):
