@@ -7,17 +7,26 @@
 namespace {
 
 constexpr DWORD TimeLimit = 5000; // ms that a report has
+constexpr DWORD WritingLimit = 500; // ms
 constexpr char NoReport[] = "Program crash: the report could not be finished\n";
 
 std::atomic<DWORD> s_reporter {0}; // the thread that reports, 0 before any has failed
 std::atomic<bool> s_printed {false};
 
+DWORD WINAPI sayThatThereIsNoReport(void *)
+{
+    DWORD written = 0;
+    WriteFile(GetStdHandle(STD_ERROR_HANDLE), NoReport, sizeof(NoReport) - 1, &written, nullptr);
+    return 0;
+}
+
 [[noreturn]] void endNow()
 {
+    // What reads standard error may have stopped, so a thread that may get stuck does the writing.
     if (!s_printed) {
-        DWORD written = 0;
-        WriteFile(GetStdHandle(STD_ERROR_HANDLE), NoReport, sizeof(NoReport) - 1, &written,
-                  nullptr);
+        if (const HANDLE writer =
+                CreateThread(nullptr, 0, sayThatThereIsNoReport, nullptr, 0, nullptr))
+            WaitForSingleObject(writer, WritingLimit);
     }
     TerminateProcess(GetCurrentProcess(), 1);
     while (true)

@@ -1,6 +1,7 @@
 #include "platform/termination.h"
 
 #include <QCoreApplication>
+#include <QTimer>
 
 #include <mutex>
 
@@ -12,12 +13,20 @@ std::mutex s_mutex;
 QCoreApplication *s_application = nullptr; // guarded: the handler has a thread of its own
 bool s_interrupted = false; // by ctrl-C, guarded
 
+/// Ends the event loop, and again as long as there is one: a quit that comes in a loop of the
+/// start-up, before the application's own loop runs, ends only that one.
+void keepQuitting()
+{
+    QCoreApplication::quit();
+    QTimer::singleShot(0, QCoreApplication::instance(), keepQuitting);
+}
+
 /// Posts the end; false when there is no application to end.
 bool quitApplication()
 {
     const std::lock_guard<std::mutex> lock(s_mutex);
     return s_application
-        && QMetaObject::invokeMethod(s_application, &QCoreApplication::quit, Qt::QueuedConnection);
+        && QMetaObject::invokeMethod(s_application, keepQuitting, Qt::QueuedConnection);
 }
 
 BOOL WINAPI handleControl(DWORD event)
