@@ -98,7 +98,7 @@ class Run(unittest.TestCase):
         self.expect_nothing_left()
 
     def test_bars_of_the_tune_and_nothing_left_after_the_seconds(self):
-        process = self.start("--seconds", "3.5")
+        process = self.start("--seconds", "9.5")
         self.wait_for_bars(process)
         self.assertIn("Starting a private sound server with a tune.", self.output())
         self.assertEqual(process.wait(60), 0, self.output())
@@ -160,13 +160,13 @@ class Run(unittest.TestCase):
 
     def test_a_server_without_a_device_counts_as_none(self):
         self.serve("-L", "module-null-sink sink_name=auto_null")
-        process = self.start("--seconds", "1")
+        process = self.start("--seconds", "4")
         self.assertEqual(process.wait(60), 0, self.output())
         self.assertIn("Starting a private sound server", self.output())
 
     def test_a_running_server_is_used_and_left_alone(self):
         server = self.serve("-L", "module-null-sink sink_name=speaker")
-        process = self.start("--seconds", "1")
+        process = self.start("--seconds", "4")
         self.assertEqual(process.wait(60), 0, self.output())
         self.assertIn("Using the running sound server.", self.output())
         self.assertTrue(wait_until(lambda: not self.started(), 5), self.started())
