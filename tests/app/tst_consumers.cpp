@@ -238,6 +238,8 @@ void ConsumersTest::sixtyFourStalledConsumersDelayNobody()
 #endif
     QVERIFY2(most < memoryAlone + 64 * each, qPrintable(QString::number(most)));
     QVERIFY(together.messages() > 100);
+    // As before means: not one interval between messages more. Less than that cannot be told from
+    // what the other processes of a loaded machine do to one of two runs.
     QVERIFY2(together.gapPercentile(0.99) < alone.gapPercentile(0.99) + 20,
              "the others' messages come as before");
     stalling.kill();
