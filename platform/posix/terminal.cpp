@@ -2,12 +2,175 @@
 
 #include <QByteArray>
 
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <poll.h>
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
+
+namespace {
+
+// Written by the GUI thread and by signal handlers.
+volatile sig_atomic_t s_taken = 0;
+volatile sig_atomic_t s_continued = 0; // a shell may have changed the terminal meanwhile
+const char *s_enter = nullptr;
+const char *s_leave = nullptr;
+termios s_before {};
+
+struct End {
+    int signal;
+    void (*first)(int); // what the first request does; null: it ends the process, too
+};
+std::array<End, 4> s_ends {
+    {{SIGQUIT, nullptr}, {SIGINT, nullptr}, {SIGTERM, nullptr}, {SIGHUP, nullptr}}};
+
+// What follows up to install runs in signal handlers: only calls that are safe there.
+
+bool isInBackground()
+{
+    const pid_t foreground = tcgetpgrp(STDOUT_FILENO);
+    return foreground != -1 && foreground != getpgrp(); // -1: no terminal of our session's
+}
+
+void setEcho(bool on)
+{
+    if (isInBackground()) // where it would stop the process; the shell has its own settings
+        return;
+    termios now = s_before;
+    if (!on)
+        now.c_lflag &= ~tcflag_t(ECHO);
+    tcsetattr(STDOUT_FILENO, TCSANOW, &now);
+}
+
+void print(const char *text)
+{
+    std::size_t length = std::strlen(text);
+    while (length > 0) {
+        const ssize_t written = write(STDOUT_FILENO, text, length);
+        if (written < 0 && errno != EINTR)
+            return;
+        if (written > 0) {
+            text += written;
+            length -= std::size_t(written);
+        }
+    }
+}
+
+void giveBackInHandler()
+{
+    if (!s_taken)
+        return;
+    s_taken = 0;
+    setEcho(true);
+    pollfd output {STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0) // nobody may be reading
+        print(s_leave);
+}
+
+/// The default effect, as soon as the handler that calls this has returned.
+void raiseWithDefaultEffect(int signal)
+{
+    struct sigaction action = {};
+    action.sa_handler = SIG_DFL;
+    sigaction(signal, &action, nullptr);
+    raise(signal);
+}
+
+void handleEnd(int signal)
+{
+    const int before = errno;
+    for (End &end : s_ends) {
+        if (end.signal != signal)
+            continue;
+        if (end.first) {
+            end.first(signal);
+            end.first = nullptr;
+        } else {
+            giveBackInHandler();
+            raiseWithDefaultEffect(signal);
+        }
+    }
+    errno = before;
+}
+
+void handleStop(int signal)
+{
+    const int before = errno;
+    giveBackInHandler();
+    raiseWithDefaultEffect(signal);
+    errno = before;
+}
+
+void handleContinue(int)
+{
+    s_continued = 1;
+}
+
+/// Returns the handler that was there; SIG_IGN stays.
+void (*install(int signal, void (*handler)(int)))(int)
+{
+    struct sigaction before = {};
+    sigaction(signal, nullptr, &before);
+    if (before.sa_handler == SIG_IGN)
+        return SIG_IGN;
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(signal, &action, nullptr);
+    return before.sa_handler;
+}
+
+void installHandlers()
+{
+    static bool s_installed = false;
+    if (!s_installed) {
+        s_installed = true;
+        for (End &end : s_ends) {
+            const auto before = install(end.signal, handleEnd);
+            end.first = before == SIG_IGN || before == SIG_DFL ? nullptr : before;
+        }
+        install(SIGCONT, handleContinue);
+    }
+    install(SIGTSTP, handleStop); // which the last stop has removed
+}
+
+} // namespace
 
 bool standardOutputIsTerminal()
 {
     return isatty(STDOUT_FILENO) == 1 && qgetenv("TERM") != "dumb";
+}
+
+bool takeTerminal(const char *enter, const char *leave)
+{
+    if (isInBackground())
+        return false;
+    const bool continued = s_continued;
+    s_continued = 0;
+    if (s_taken && !continued)
+        return true;
+    s_enter = enter;
+    s_leave = leave;
+    if (!s_taken && tcgetattr(STDOUT_FILENO, &s_before) != 0)
+        return false;
+    s_taken = 1;
+    setEcho(false);
+    print(s_enter);
+    installHandlers();
+    return true;
+}
+
+void giveTerminalBack()
+{
+    if (!s_taken)
+        return;
+    s_taken = 0;
+    setEcho(true);
+    print(s_leave);
 }
 
 TerminalSize terminalSize()

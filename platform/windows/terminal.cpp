@@ -1,6 +1,20 @@
 #include "platform/terminal.h"
 
+#include <cstdio>
+
 #include <windows.h>
+
+namespace {
+
+const char *s_leave = nullptr; // set while the console is taken
+
+void print(const char *text)
+{
+    std::fputs(text, stdout);
+    std::fflush(stdout);
+}
+
+} // namespace
 
 bool standardOutputIsTerminal()
 {
@@ -8,6 +22,21 @@ bool standardOutputIsTerminal()
     DWORD mode = 0; // only a console has one
     return GetConsoleMode(output, &mode)
         && SetConsoleMode(output, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+}
+
+bool takeTerminal(const char *enter, const char *leave)
+{
+    if (!s_leave)
+        print(enter);
+    s_leave = leave;
+    return true;
+}
+
+void giveTerminalBack()
+{
+    if (s_leave)
+        print(s_leave);
+    s_leave = nullptr;
 }
 
 TerminalSize terminalSize()

@@ -56,6 +56,7 @@ private Q_SLOTS:
     void sourceOfAnotherTypeIsSaid();
     void theServiceComesBack();
     void theServiceComesInTheStrangersPlace();
+    void aStrangerThatLeavesIsForgotten();
     void recordsEveryMessage();
     void aFileThatCannotBeWrittenIsAnExitCode_data();
     void aFileThatCannotBeWrittenIsAnExitCode();
@@ -219,6 +220,33 @@ void MonitorTest::theServiceComesInTheStrangersPlace()
     QTRY_VERIFY_WITH_TIMEOUT(shows(" a second, newest "), s_patience);
     QVERIFY(output.contains("RMS 0.250"));
     QVERIFY(output.contains("of another type: "));
+    process->terminate();
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+}
+
+void MonitorTest::aStrangerThatLeavesIsForgotten()
+{
+    Stranger stranger;
+    auto node = host(&stranger);
+    QVERIFY(node);
+    const auto process = monitor({});
+    QByteArray output;
+    const auto shows = [&](const char *text) {
+        output += process->readAllStandardOutput();
+        return output.contains(text);
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(shows("what answers is of another type"), s_patience);
+    node.reset();
+    output.clear();
+    QTRY_VERIFY_WITH_TIMEOUT(shows("waiting for the service"), s_patience);
+    // It is not taken for gone while it is there, nor for there once it is gone.
+    output.clear();
+    QTest::qWait(2500);
+    QVERIFY(shows("waiting for the service"));
+    QVERIFY2(!shows("what answers is of another type"), output.constData());
+    node = host(&stranger);
+    QVERIFY(node);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("what answers is of another type"), s_patience);
     process->terminate();
     QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
 }

@@ -1,16 +1,23 @@
 // tonewell-monitor in a terminal of this test: fills it, follows its size, gives it back.
+#include "remote/commoninterface.h"
+#include "remote/spectrummessage.h"
+
 #include <QFile>
 #include <QProcess>
+#include <QRemoteObjectHost>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include <algorithm>
 #include <csignal>
 #include <memory>
+#include <vector>
 
 #include <fcntl.h>
 #include <pty.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -20,6 +27,13 @@ constexpr int s_patience = 20000; // ms
 
 constexpr char s_enter[] = "\x1b[?1049h\x1b[?25l";
 constexpr char s_leave[] = "\x1b[?25h\x1b[?1049l";
+
+/// A process in a group of its own, as a shell starts it: one without a parent in another group of
+/// its session could not be stopped.
+class Job : public QProcess {
+protected:
+    void setupChildProcess() override { setpgid(0, 0); }
+};
 
 /// A pseudo-terminal with the monitor in it and what it has written.
 class Terminal {
@@ -50,6 +64,22 @@ public:
         m_process.start(QStringLiteral(TONEWELL_MONITOR), arguments);
     }
 
+    /// A shell with job control, whose terminal this is.
+    void startShell()
+    {
+        const QString name = QFile::decodeName(ttyname(m_follower));
+        m_process.setStandardInputFile(name);
+        m_process.setStandardOutputFile(name);
+        m_process.start(QStringLiteral("setsid"),
+                        {QStringLiteral("--ctty"), QStringLiteral("--wait"), QStringLiteral("bash"),
+                         QStringLiteral("--norc"), QStringLiteral("--noediting"),
+                         QStringLiteral("-i")});
+    }
+    bool type(const QByteArray &keys) const
+    {
+        return write(m_leader, keys.constData(), size_t(keys.size())) == keys.size();
+    }
+
     void resize(unsigned short columns, unsigned short rows) const
     {
         const winsize size {rows, columns, 0, 0};
@@ -71,13 +101,15 @@ public:
         return m_process.state() == QProcess::NotRunning;
     }
 
-    bool isAsBefore() const
+    bool isAsBefore() const { return isAsBefore(0); }
+    bool isAsBeforeWithoutEcho() const { return isAsBefore(ECHO); }
+
+    bool isStopped() const
     {
-        termios now {};
-        tcgetattr(m_follower, &now);
-        return now.c_iflag == m_before.c_iflag && now.c_oflag == m_before.c_oflag
-            && now.c_lflag == m_before.c_lflag && now.c_cflag == m_before.c_cflag;
+        QFile status(QStringLiteral("/proc/%1/stat").arg(m_process.processId()));
+        return status.open(QIODevice::ReadOnly) && status.readAll().contains(") T ");
     }
+    bool send(int signal) const { return kill(pid_t(m_process.processId()), signal) == 0; }
 
     QProcess &process() { return m_process; }
 
@@ -95,6 +127,14 @@ public:
     }
 
 private:
+    bool isAsBefore(tcflag_t withoutLocal) const
+    {
+        termios now {};
+        tcgetattr(m_follower, &now);
+        return now.c_iflag == m_before.c_iflag && now.c_oflag == m_before.c_oflag
+            && now.c_lflag == (m_before.c_lflag & ~withoutLocal) && now.c_cflag == m_before.c_cflag;
+    }
+
     static QList<QByteArray> split(const QByteArray &text, const QByteArray &separator)
     {
         QList<QByteArray> result;
@@ -107,7 +147,7 @@ private:
     int m_leader = -1;
     int m_follower = -1;
     termios m_before {};
-    QProcess m_process;
+    Job m_process;
     QByteArray m_output;
 };
 
@@ -121,6 +161,11 @@ private Q_SLOTS:
     void cleanup();
     void isGivenBack_data();
     void isGivenBack();
+    void isGivenBackBySigquit();
+    void isGivenBackByASecondInterrupt();
+    void isGivenBackWhileStopped();
+    void nothingIsDrawnInTheBackground();
+    void standardOutputThatIsFullIsAnExitCode();
     void pictureHasTheTerminalsSize();
     void coloursCanBeDeclined();
 
@@ -162,6 +207,7 @@ void MonitorTerminalTest::isGivenBack()
     QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("waiting for the service"), s_patience);
     QVERIFY(terminal.output().startsWith(s_enter));
     QVERIFY(!terminal.output().contains(s_leave));
+    QVERIFY(terminal.isAsBeforeWithoutEcho());
     if (signal != 0)
         QCOMPARE(kill(pid_t(terminal.process().processId()), signal), 0);
     QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
@@ -174,6 +220,125 @@ void MonitorTerminalTest::isGivenBack()
     QVERIFY2(behind.contains("messages  0, bad 0"), behind.constData());
     QVERIFY(!behind.mid(int(sizeof s_leave) - 1).contains('\x1b'));
     QVERIFY(terminal.isAsBefore());
+}
+
+void MonitorTerminalTest::isGivenBackBySigquit()
+{
+    Terminal terminal(80, 24);
+    terminal.start({QStringLiteral("--text")});
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.picture().size() == 24, s_patience);
+    QVERIFY(terminal.send(SIGQUIT));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QCOMPARE(terminal.process().exitStatus(), QProcess::CrashExit);
+    QCOMPARE(terminal.process().exitCode(), SIGQUIT);
+    QVERIFY(terminal.output().endsWith(s_leave));
+    QVERIFY(terminal.isAsBefore());
+}
+
+void MonitorTerminalTest::isGivenBackByASecondInterrupt()
+{
+    CommonInterface source;
+    QRemoteObjectHost node(QUrl(QStringLiteral("local:tonewell")));
+    QVERIFY(node.enableRemoting(&source, QStringLiteral("Tonewell")));
+    const std::vector<float> bars(100, 0.5F);
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &source, [&] {
+        source.sendMessage(spectrumMessage(0.25, 0.5, 0.125, bars.data(), int(bars.size())));
+    });
+    timer.start(20);
+    // A record that nobody reads holds the monitor up, so that it cannot answer the first one.
+    const QByteArray pipe = QFile::encodeName(m_folder->filePath(QStringLiteral("pipe")));
+    QCOMPARE(mkfifo(pipe.constData(), 0600), 0);
+    const int reader = open(pipe.constData(), O_RDONLY | O_NONBLOCK);
+    QVERIFY(reader >= 0);
+    const int room = fcntl(reader, F_SETPIPE_SZ, 4096);
+    QVERIFY(room > 0);
+    Terminal terminal(80, 24);
+    terminal.start({QStringLiteral("--text"), QStringLiteral("--record"), QFile::decodeName(pipe)});
+    const auto isHeldUp = [&] {
+        int waiting = 0;
+        ioctl(reader, FIONREAD, &waiting);
+        const int before = terminal.output().size();
+        QTest::qWait(500);
+        return waiting > room - 1000 && terminal.output().size() == before;
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(isHeldUp(), s_patience);
+    QVERIFY(terminal.send(SIGINT));
+    QTest::qWait(500);
+    QVERIFY(!terminal.hasEnded());
+    QVERIFY(terminal.isAsBeforeWithoutEcho());
+    QVERIFY(terminal.send(SIGINT));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QCOMPARE(terminal.process().exitStatus(), QProcess::CrashExit);
+    QCOMPARE(terminal.process().exitCode(), SIGINT);
+    QVERIFY(terminal.output().endsWith(s_leave));
+    QVERIFY(terminal.isAsBefore());
+    close(reader);
+}
+
+void MonitorTerminalTest::isGivenBackWhileStopped()
+{
+    Terminal terminal(80, 24);
+    terminal.start({QStringLiteral("--text")});
+    for (int stops = 1; stops <= 3; ++stops) {
+        QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_enter), stops, s_patience);
+        const int begin = terminal.output().lastIndexOf(s_enter);
+        // It is drawn again, in the whole.
+        QTRY_VERIFY_WITH_TIMEOUT(terminal.output().mid(begin).count("\x1b[H") > 2, s_patience);
+        QVERIFY(terminal.isAsBeforeWithoutEcho());
+        QVERIFY(terminal.send(SIGTSTP));
+        QTRY_VERIFY_WITH_TIMEOUT(terminal.isStopped(), s_patience);
+        QVERIFY(terminal.output().endsWith(s_leave));
+        QCOMPARE(terminal.output().count(s_leave), stops);
+        QVERIFY(terminal.isAsBefore());
+        QVERIFY(terminal.send(SIGCONT));
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_enter), 4, s_patience);
+    QVERIFY(terminal.send(SIGINT));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QCOMPARE(terminal.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(terminal.process().exitCode(), 2);
+    QVERIFY(terminal.output().endsWith(s_leave));
+    QVERIFY(terminal.isAsBefore());
+}
+
+void MonitorTerminalTest::nothingIsDrawnInTheBackground()
+{
+    Terminal terminal(80, 24);
+    terminal.startShell();
+    QVERIFY(terminal.type("unset NO_COLOR; TERM=xterm " TONEWELL_MONITOR " --text &\n"));
+    QVERIFY(terminal.type("sleep 1; echo said=$((40 + 2))\n"));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("said=42"), s_patience);
+    QCOMPARE(terminal.output().count(s_enter), 0);
+    QVERIFY(terminal.type("fg\n"));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.picture().size() == 24, s_patience);
+    QCOMPARE(terminal.output().count(s_enter), 1);
+    QVERIFY(terminal.type("\x1a"));
+    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_leave), 1, s_patience);
+    QVERIFY(terminal.type("bg\n"));
+    QVERIFY(terminal.type("sleep 1; echo said=$((40 + 3))\n"));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("said=43"), s_patience);
+    QCOMPARE(terminal.output().count(s_enter), 1);
+    QVERIFY(terminal.type("fg\n"));
+    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_enter), 2, s_patience);
+    QVERIFY(terminal.type("\x03"));
+    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_leave), 2, s_patience);
+    QVERIFY(terminal.type("exit $?\n"));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QCOMPARE(terminal.process().exitCode(), 2);
+}
+
+void MonitorTerminalTest::standardOutputThatIsFullIsAnExitCode()
+{
+    for (const char *const last : {"--text", "--help", "--version"}) {
+        QProcess process;
+        process.setStandardOutputFile(QStringLiteral("/dev/full"));
+        process.start(QStringLiteral(TONEWELL_MONITOR), {QString::fromLatin1(last)});
+        QVERIFY2(process.waitForFinished(s_patience), last);
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 3);
+        QVERIFY2(process.readAllStandardError().contains("standard output"), last);
+    }
 }
 
 void MonitorTerminalTest::pictureHasTheTerminalsSize()

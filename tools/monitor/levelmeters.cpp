@@ -12,7 +12,6 @@ namespace {
 
 constexpr int s_gap = 5;
 constexpr int s_markWidth = 2;
-constexpr double s_widest = 99.0 * s_fullScale; ///< whose number has room
 
 std::array<double, LevelMeters::s_count> list(const Levels &levels)
 {
@@ -110,8 +109,7 @@ void LevelMeters::setLevels(const Levels &levels, const Levels &held)
 void LevelMeters::setNumbers(const Levels &held)
 {
     for (int i = 0; i < s_count; ++i) {
-        const QString number =
-            levelNumber(std::clamp(list(held).at(std::size_t(i)), -s_widest, s_widest));
+        const QString number = levelNumber(list(held).at(std::size_t(i)));
         Meter &meter = m_meters.at(std::size_t(i));
         if (number == meter.number)
             continue;

@@ -27,6 +27,15 @@ void say(const QString &text)
     std::fprintf(stderr, "tonewell-monitor: %s\n", qPrintable(text));
 }
 
+/// All that was printed so far. If not, this says so.
+bool standardOutputIsWritten()
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return true;
+    say(QStringLiteral("standard output cannot be written"));
+    return false;
+}
+
 QStringList asStrings(int argc, char **argv)
 {
     QStringList result;
@@ -74,22 +83,26 @@ bool runWithWindows(Monitor *monitor, const QString &pngFile)
     return false;
 }
 
-/// Until the event loop is ended.
-void runInTerminal(Monitor *monitor)
+/// Until the event loop is ended. False when standard output cannot be written.
+bool runInTerminal(Monitor *monitor)
 {
     const bool onTerminal = standardOutputIsTerminal();
     TerminalView view(onTerminal, textStyle());
     const double start = Monitor::now();
+    bool written = true;
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
         MonitorModel *const model = monitor->model();
         const double now = Monitor::now();
         const QString status =
             QStringLiteral("%1 s  %2").arg((now - start) / 1000, 6, 'f', 1).arg(model->status(now));
-        view.show(model->reading(), model->heldLevels(now), status);
+        written = view.show(model->reading(), model->heldLevels(now), status);
+        if (!written)
+            QCoreApplication::quit();
     });
     timer.start(onTerminal ? s_terminalInterval : s_lineInterval);
     QCoreApplication::exec();
+    return written;
 }
 
 } // namespace
@@ -100,11 +113,11 @@ int main(int argc, char **argv)
     MonitorOptions options = MonitorOptions::read(asStrings(argc, argv));
     if (options.request == MonitorOptions::Help) {
         std::fputs(qPrintable(MonitorOptions::help()), stdout);
-        return MessagesCame;
+        return standardOutputIsWritten() ? MessagesCame : FileNotWritten;
     }
     if (options.request == MonitorOptions::Version) {
         std::puts("tonewell-monitor " TONEWELL_VERSION);
-        return MessagesCame;
+        return standardOutputIsWritten() ? MessagesCame : FileNotWritten;
     }
 
     const auto application = makeApplication(argc, argv, !options.text);
@@ -142,11 +155,13 @@ int main(int argc, char **argv)
     if (!options.pngFile.isEmpty() || (!options.text && hasDisplay()))
         written = runWithWindows(&monitor, options.pngFile);
     else
-        runInTerminal(&monitor);
+        written = runInTerminal(&monitor);
 
     const MessageStatistics &statistics = monitor.model()->statistics();
     if (options.stats)
         std::fputs(qPrintable(statistics.report()), stdout);
+    if (!standardOutputIsWritten())
+        written = false;
     if (!failure.isEmpty()) {
         say(QStringLiteral("%1: %2").arg(options.recordFile, failure));
         written = false;

@@ -13,7 +13,7 @@ MessageSource::MessageSource(QObject *parent)
     : QObject(parent)
 {
     m_retry.setSingleShot(true);
-    connect(&m_retry, &QTimer::timeout, this, &MessageSource::acquire);
+    connect(&m_retry, &QTimer::timeout, this, &MessageSource::retry);
     acquire();
 }
 
@@ -31,8 +31,22 @@ void MessageSource::acquire()
             &MessageSource::onReplicaState);
 }
 
+void MessageSource::retry()
+{
+    if (m_unanswered) { // what refused the last one is gone; this one goes on looking
+        m_unanswered = false;
+        setState(ServiceState::Missing);
+        return;
+    }
+    acquire();
+    m_unanswered = true;
+    m_retry.start(s_retryInterval);
+}
+
 void MessageSource::onReplicaState()
 {
+    m_unanswered = false;
+    m_retry.stop();
     ServiceState now = ServiceState::Missing;
     switch (m_replica->state()) {
     case QRemoteObjectReplica::Valid:
@@ -46,8 +60,13 @@ void MessageSource::onReplicaState()
     default:
         break;
     }
-    if (now == m_state)
+    setState(now);
+}
+
+void MessageSource::setState(ServiceState state)
+{
+    if (state == m_state)
         return;
-    m_state = now;
+    m_state = state;
     Q_EMIT stateChanged(m_state);
 }

@@ -27,11 +27,14 @@ Q_SIGNALS:
 
 private:
     void acquire();
+    void retry();
     void onReplicaState();
+    void setState(ServiceState state);
 
     // The replica goes before its node.
     std::unique_ptr<QRemoteObjectNode> m_node;
     std::unique_ptr<CommonInterfaceReplica> m_replica;
     QTimer m_retry;
+    bool m_unanswered = false; ///< a replica that came after a refused one has heard nothing yet
     ServiceState m_state = ServiceState::Missing;
 };

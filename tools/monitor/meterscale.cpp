@@ -16,6 +16,7 @@ double meterPosition(double level)
 QString levelNumber(double level)
 {
     constexpr double smallest = 0.0005; // that is not shown as 0
-    const double share = level / s_fullScale;
+    constexpr double widest = 99;
+    const double share = std::clamp(level / s_fullScale, -widest, widest);
     return QString::number(std::abs(share) < smallest ? 0.0 : share, 'f', 3);
 }

@@ -9,5 +9,6 @@ constexpr double s_meterFloor = -60.0;
 /// not-a-number, too), 1 for full scale and all above. level: as it was sent, 400 is full scale.
 double meterPosition(double level);
 
-/// A level as a number with three digits behind the point, 1.000 for full scale; never -0.000.
+/// A level as a number with three digits behind the point, 1.000 for full scale; never -0.000, and
+/// never wider than 99.000, whatever was sent.
 QString levelNumber(double level);

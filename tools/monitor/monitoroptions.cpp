@@ -86,5 +86,5 @@ QString MonitorOptions::help()
         "  -v, --version  print the version\n"
         "\n"
         "Exit codes: 0 messages had come, 1 wrong options, 2 no message had come,\n"
-        "3 a file could not be written.\n");
+        "3 a file or standard output could not be written.\n");
 }

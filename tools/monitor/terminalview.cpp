@@ -14,11 +14,11 @@ constexpr int s_meterRow = 1; // the status is above
 constexpr int s_barRow = 4;
 constexpr int s_lineColumns = 50;
 
-void print(const QString &text)
+bool print(const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, std::size_t(bytes.size()), stdout);
-    std::fflush(stdout);
+    const std::size_t size = std::size_t(bytes.size());
+    return std::fwrite(bytes.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0;
 }
 
 QString coloured(const QString &text, int colour)
@@ -77,7 +77,7 @@ TerminalView::TerminalView(bool onTerminal, Style style)
     , m_mark(style == Plain ? QLatin1Char('|') : QChar(0x2502))
 {
     if (m_onTerminal)
-        print(QLatin1String(s_enter));
+        takeTerminal(s_enter, s_leave);
 }
 
 TerminalView::~TerminalView()
@@ -88,16 +88,16 @@ TerminalView::~TerminalView()
 void TerminalView::close()
 {
     if (m_onTerminal)
-        print(QLatin1String(s_leave));
+        giveTerminalBack();
     m_onTerminal = false;
 }
 
-void TerminalView::show(const SpectrumReading &reading, const Levels &held, const QString &status)
+bool TerminalView::show(const SpectrumReading &reading, const Levels &held, const QString &status)
 {
-    if (!m_onTerminal) {
-        print(line(reading, status, s_lineColumns) + QLatin1Char('\n'));
-        return;
-    }
+    if (!m_onTerminal)
+        return print(line(reading, status, s_lineColumns) + QLatin1Char('\n'));
+    if (!takeTerminal(s_enter, s_leave))
+        return true;
     const TerminalSize size = terminalSize();
     QStringList rows = picture(reading, held, status, size.columns, size.rows).mid(0, size.rows);
     // Every cell is written anew and none is cleared before, so that nothing flickers and nothing
@@ -108,7 +108,7 @@ void TerminalView::show(const SpectrumReading &reading, const Levels &held, cons
         row = row.leftJustified(size.columns);
     if (m_coloured)
         colour(reading.bars, &rows);
-    print(QStringLiteral("\x1b[H") + rows.join(QStringLiteral("\r\n")));
+    return print(QStringLiteral("\x1b[H") + rows.join(QStringLiteral("\r\n")));
 }
 
 QString TerminalView::meter(const QString &name, double level, double held, int columns) const

@@ -7,7 +7,8 @@
 /// The live spectrum as text.
 ///
 /// On a terminal one picture that is drawn over and over on the terminal's second screen, which is
-/// left again by close, at the latest in the destructor. Elsewhere one line per call.
+/// left again by close, at the latest in the destructor, and while the process is stopped.
+/// Elsewhere one line per call.
 class TerminalView {
 public:
     enum Style { Plain, Unicode, ColouredUnicode };
@@ -21,8 +22,8 @@ public:
     /// Gives the terminal back as it was; show no more after it.
     void close();
 
-    /// Shows the reading under one line of status.
-    void show(const SpectrumReading &reading, const Levels &held, const QString &status);
+    /// Shows the reading under one line of status. False when it cannot be written.
+    bool show(const SpectrumReading &reading, const Levels &held, const QString &status);
 
     /// The picture: rows of at most `columns` characters, `rows` of them at most and four at
     /// least: status, the three levels, bars, axis. No colours.
