@@ -113,19 +113,19 @@ const std::vector<Scenario> &scenarios()
         {"steady", [](Stage &stage) { return stage.begin(); }, [](Stage &) {}, true, 100, 1},
         {"pick", [](Stage &stage) { return stage.begin(); },
          [](Stage &stage) { stage.capture->setCurrentDevice(QStringLiteral("Headset")); }, true,
-         350, 1},
+         200, 1},
         {"default", [](Stage &stage) { return stage.begin(); },
          [](Stage &stage) {
              stage.audio.setDefault(stage.idB);
              stage.notify([&] { stage.audio.notifyDefaultChanged(stage.idB); });
          },
-         true, 450, 1},
+         true, 550, 1},
         {"removed", [](Stage &stage) { return stage.begin(QStringLiteral("Headset")); },
          [](Stage &stage) {
              stage.audio.setState(stage.idB, DEVICE_STATE_NOTPRESENT);
              stage.notify([&] { stage.audio.notifyRemoved(stage.idB); });
          },
-         true, 400, 1},
+         true, 450, 1},
         {"state", [](Stage &stage) { return stage.begin(); },
          [](Stage &stage) {
              stage.notify(
@@ -133,7 +133,7 @@ const std::vector<Scenario> &scenarios()
              stage.notify([&] { stage.audio.notifyStateChanged(stage.idA, DEVICE_STATE_ACTIVE); });
              spin(520);
          },
-         true, 400, 1},
+         true, 450, 1},
         {"stop", [](Stage &stage) { return stage.begin(); },
          [](Stage &stage) { stage.capture->stopCapture(); }, false, 28, 0},
         {"destruction", [](Stage &stage) { return stage.begin(); },
