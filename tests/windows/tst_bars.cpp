@@ -60,8 +60,11 @@ private:
 
 void BarsTest::initTestCase()
 {
-    if (!m_server.isThere())
-        QSKIP("no sound server outside: this runs in a Wine session");
+#ifdef TONEWELL_WINE_SESSION
+    QVERIFY2(m_server.isThere(), "the session's sound server does not answer");
+#else
+    QSKIP("only a Wine session has a sound server outside that can play to Windows");
+#endif
     setReportSink([](const QString &report) { qFatal("%s", qPrintable(report)); });
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     m_widget = std::make_unique<Widget>();

@@ -102,8 +102,11 @@ private:
 
 void EndpointsTest::initTestCase()
 {
-    if (!m_server.isThere())
-        QSKIP("no sound server outside: this runs in a Wine session");
+#ifdef TONEWELL_WINE_SESSION
+    QVERIFY2(m_server.isThere(), "the session's sound server does not answer");
+#else
+    QSKIP("only a Wine session has a sound server outside that can play to Windows");
+#endif
     QVERIFY(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
     QCOMPARE(createDeviceEnumerator(&m_enumerator), S_OK);
 }
