@@ -88,7 +88,7 @@ def has_avx2_and_fma():
 ROOMS = {"bench_fft": "the transform", "bench_fft_sse2": "the transform without AVX",
          "bench_spectrum": "analysis, post-processing and levels",
          "bench_conversion": "conversion of packets", "bench_message": "the message"}
-PROCESSES = 3  # steps of add_processes
+PROCESSES = 3  # steps of add_processes, one more with --hour
 
 
 def add_rooms(table, programs, quick, progress):
@@ -128,8 +128,8 @@ def add_rooms(table, programs, quick, progress):
 def add_processes(table, programs, quick, hour, progress):
     import measure
     seconds = 3 if quick else 60
-    progress.step(f"processor time and memory for {seconds} s" + (", memory for an hour" if hour else ""))
-    found = measure.processor_and_memory(programs, seconds, 3600 if hour else 0)
+    progress.step(f"processor time and memory for {seconds} s")
+    found = measure.processor_and_memory(programs, seconds)
     cpu, memory = found["cpu"], found["memory"]
     note = " ({:.2f} % : {:.2f} % of one core)"
     table.ratio("processor time, tone playing, one replica", "a bare Qt process", 1.5,
@@ -138,10 +138,6 @@ def add_processes(table, programs, quick, hour, progress):
                 cpu["program"] / cpu["cava"], note.format(cpu["program"], cpu["cava"]))
     table.ratio("resident memory", "the bare Qt process", 1.5, memory["program"] / memory["bare"],
                 " ({:.1f} MB : {:.1f} MB)".format(memory["program"], memory["bare"]))
-    growth = found["growth"]
-    table.add("the same after an hour", "at first", "flat",
-              "use --hour" if growth is None else f"{growth:+.2f} MB",
-              None if growth is None else growth < 1)
 
     progress.step("from sound to message")
     delays = measure.latency(programs, 5 if quick else 200)
@@ -164,6 +160,14 @@ def add_processes(table, programs, quick, hour, progress):
     table.ratio(f"the same, processor time over that of one replica", f"{count} ×", 1.0,
                 many / one / count, f" ({many:.2f} % : {one:.2f} %)")
 
+    if hour:
+        progress.step("resident memory for an hour")
+        first, last = measure.memory_over_time(programs, 3600)
+        table.add("resident memory after an hour of tone", "at first", "flat (within 1 MB)",
+                  f"{last:.1f} MB : {first:.1f} MB", last < first + 1)
+    else:
+        table.add("resident memory after an hour of tone", "at first", "flat", "use --hour", None)
+
 
 def main():
     arguments = argparse.ArgumentParser()
@@ -175,7 +179,7 @@ def main():
     os.environ["TONEWELL_PROGRAM"] = os.path.join(programs, "TonewellDetection")
 
     table = Table()
-    progress = Progress(len(ROOMS) + PROCESSES)
+    progress = Progress(len(ROOMS) + PROCESSES + options.hour)
     add_rooms(table, programs, options.quick, progress)
     add_processes(table, programs, options.quick, options.hour, progress)
     table.show()

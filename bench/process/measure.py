@@ -112,29 +112,42 @@ class Bench:
         return self.start("cava", "cava", "-p", config)
 
 
-def processor_and_memory(programs, seconds, flat_seconds):
-    """Shares of the program, the bare process and cava; memory of the first two; then, over
-    `flat_seconds`, the program's memory once more."""
+def processor_and_memory(programs, seconds):
+    """Shares and memory of the program, the bare process and cava over the same interval."""
     bench = Bench(programs)
     try:
         bench.world.play("speaker", 48000, (1000, 0.5), (3000, 0.5), 2 * seconds + 60)
         program = bench.world.start_program()
         bare, bare_folder = bench.start_bare_process()
         cava = bench.start_cava()
-        total = 2 * (seconds + flat_seconds) + 600
-        bench.start_replicas(1, total)
-        bench.start_replicas(1, total, TMPDIR=bare_folder)
+        bench.start_replicas(1, 2 * seconds + 600)
+        bench.start_replicas(1, 2 * seconds + 600, TMPDIR=bare_folder)
         time.sleep(5)
-        memory_at_first = resident_megabytes(program)
         cpu = shares([program, bare, cava], seconds)
         memory = [resident_megabytes(process) for process in (program, bare, cava)]
-        growth = None
-        if flat_seconds:
-            time.sleep(flat_seconds)
-            growth = resident_megabytes(program) - memory_at_first
         return {"cpu": dict(zip(("program", "bare", "cava"), cpu)),
-                "memory": dict(zip(("program", "bare", "cava"), memory)),
-                "growth": growth}
+                "memory": dict(zip(("program", "bare", "cava"), memory))}
+    finally:
+        bench.close()
+
+
+def memory_over_time(programs, seconds):
+    """The program's memory after a few seconds of tone and after so many more, with a consumer."""
+    bench = Bench(programs)
+    try:
+        bench.world.pactl("load-module", "module-sine", "sink=speaker", "frequency=1000")
+        program = bench.world.start_program()
+        bench.start_replicas(1, 2 * seconds)
+        time.sleep(5)
+        first = resident_megabytes(program)
+        client = bench.world.connect()
+        client.wait_for(lambda message: any(message.bars), 5, "the tone at first")
+        client.stop()
+        time.sleep(seconds)
+        last = resident_megabytes(program)
+        client = bench.world.connect()
+        client.wait_for(lambda message: any(message.bars), 5, "the tone in the end")
+        return first, last
     finally:
         bench.close()
 
