@@ -17,6 +17,11 @@ inline const QString kIdA = QStringLiteral("{0.0.0}.a");
 inline const QString kIdB = QStringLiteral("{0.0.0}.b");
 inline const QString kIdMic = QStringLiteral("{0.0.1}.mic");
 
+inline QString text(const char *utf8)
+{
+    return QString::fromUtf8(utf8);
+}
+
 /// Processes events until the condition holds; false after the time-out.
 inline bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 8000)
 {

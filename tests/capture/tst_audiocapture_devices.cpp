@@ -5,11 +5,6 @@
 
 namespace {
 
-QString text(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
 QStringList names(const QList<DeviceEntry> &entries)
 {
     QStringList result;

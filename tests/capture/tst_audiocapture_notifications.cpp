@@ -1,15 +1,6 @@
 // The endpoint notifications, each on a thread that Qt did not start.
 #include "tests/capture/scene.h"
 
-namespace {
-
-QString text(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
-} // namespace
-
 class TestAudioCaptureNotifications : public QObject {
     Q_OBJECT
 

@@ -3,11 +3,6 @@
 
 namespace {
 
-QString text(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
 constexpr qint64 kLoose = 2000; // ms: a timer of 500 ms on a busy machine
 
 /// Milliseconds from the first line of the one text to the first line of the other; -1 without

@@ -5,11 +5,6 @@
 
 namespace {
 
-QString text(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
 /// The report's lines from "[Device Format Debug Info]" on.
 QStringList debugInfo(const QString &report)
 {
