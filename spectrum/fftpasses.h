@@ -167,30 +167,45 @@ template <typename V> void pass4(float *to, const float *from, const FFTTables &
     }
 }
 
-/// With E and O the transforms of the even and odd samples, X[k] = E[k] + w2048^k O[k], and all
-/// that is needed of them is in Z[k] and Z[1024 - k]; they give X[k] and X[1024 - k].
-template <typename V> void pass5(float *z, const FFTTables &tables)
+/// Pass 5 for k = first ... last - 1. With Quarter, -i is taken out of w2048^k, so that in either
+/// half what is left of w turns by an eighth of a circle at most.
+template <bool Quarter, typename V>
+void joinMirrored(float *z, const FFTTables &tables, int first, int last)
 {
-    const float re0 = z[0];
-    const float im0 = z[FFTTables::Half];
-    z[0] = re0 + im0;
-    z[FFTTables::Half] = re0 - im0;
     const V half = V::broadcast(0.5F);
-    for (int k = 1; k <= FFTTables::Half / 2; k += V::Width) {
+    const V minusHalf = V::broadcast(-0.5F);
+    for (int k = first; k < last; k += V::Width) {
         const int mirrored = FFTTables::Half - k - (V::Width - 1);
         const Complex<V> a = load<V>(z, k);
         const Complex<V> b = {V::load(z + mirrored).reversed(),
                               V::load(z + FFTTables::Half + mirrored).reversed()};
         const Complex<V> even = {a.re + b.re, a.im - b.im};
-        const Complex<V> odd = {a.im + b.im, b.re - a.re};
-        const Complex<V> turned =
-            odd * Complex<V> {V::load(tables.halfW2048Re + k), V::load(tables.halfW2048Im + k)};
+        const V sum = a.im + b.im;
+        const V difference = b.re - a.re;
+        const Complex<V> odd = Quarter ? Complex<V> {half * difference, minusHalf * sum}
+                                       : Complex<V> {half * sum, half * difference};
+        const Complex<V> turned = odd
+            + odd
+                * Complex<V> {V::load(tables.w2048ExcessRe + k), V::load(tables.w2048ExcessIm + k)};
         store(Complex<V> {V::mulAdd(half, even.re, turned.re), V::mulAdd(half, even.im, turned.im)},
               z, k);
         store(Complex<V> {V::mulSub(half, even.re, turned.re).reversed(),
                           V::negMulAdd(half, even.im, turned.im).reversed()},
               z, mirrored);
     }
+}
+
+/// With E and O the transforms of the even and odd samples, X[k] = E[k] + w2048^k O[k], and all
+/// that is needed of them is in Z[k] and Z[1024 - k]; they give X[k] and X[1024 - k]. A turn by w
+/// is done as o + (w - 1) o: where w is near 1, so are the roundings of the product near 0.
+template <typename V> void pass5(float *z, const FFTTables &tables)
+{
+    const float re0 = z[0];
+    const float im0 = z[FFTTables::Half];
+    z[0] = re0 + im0;
+    z[FFTTables::Half] = re0 - im0;
+    joinMirrored<false, V>(z, tables, 1, FFTTables::Half / 4 + 1);
+    joinMirrored<true, V>(z, tables, FFTTables::Half / 4 + 1, FFTTables::Half / 2 + 1);
 }
 
 template <typename V>

@@ -35,8 +35,8 @@ FFTTables::FFTTables()
         }
     }
     for (int k = 0; k <= Half / 2; ++k) {
-        const Twiddle w = twiddle(k, Length);
-        halfW2048Re[k] = 0.5F * w.re;
-        halfW2048Im[k] = 0.5F * w.im;
+        const double turn = angle(k <= Half / 4 ? k : k - Half / 2, Length);
+        w2048ExcessRe[k] = static_cast<float>(-2.0 * std::pow(std::sin(turn / 2.0), 2)); // cos - 1
+        w2048ExcessIm[k] = static_cast<float>(std::sin(turn));
     }
 }

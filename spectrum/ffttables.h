@@ -17,6 +17,7 @@ struct FFTTables {
     Twiddle w16[4][4]; ///< [p][j] = w16^(j p)
     float w1024Re[8][128]; ///< [c][k] = Re w1024^(c k)
     float w1024Im[8][128];
-    float halfW2048Re[Half / 2 + 1]; ///< [k] = Re w2048^k / 2
-    float halfW2048Im[Half / 2 + 1];
+    /// [k] = w2048^k - 1 for k up to Half / 4, i w2048^k - 1 above: small all the way.
+    float w2048ExcessRe[Half / 2 + 1];
+    float w2048ExcessIm[Half / 2 + 1];
 };
