@@ -12,27 +12,33 @@
 #include <thread>
 #include <vector>
 
+inline void handleEvents()
+{
+    QCoreApplication::processEvents();
+}
+
 /// Handles the calling thread's events for a while.
-inline void spin(int ms)
+inline void spin(int ms, const std::function<void()> &handle = handleEvents)
 {
     QElapsedTimer clock;
     clock.start();
     do {
-        QCoreApplication::processEvents();
+        handle();
         QThread::msleep(2);
     } while (clock.elapsed() < ms);
-    QCoreApplication::processEvents();
+    handle();
 }
 
 /// Handles events until the condition holds; false after the time-out.
-inline bool spinUntil(const std::function<bool()> &condition, int timeoutMs)
+inline bool spinUntil(const std::function<bool()> &condition, int timeoutMs,
+                      const std::function<void()> &handle = handleEvents)
 {
     QElapsedTimer clock;
     clock.start();
     while (!condition()) {
         if (clock.elapsed() > timeoutMs)
             return false;
-        QCoreApplication::processEvents();
+        handle();
         QThread::msleep(2);
     }
     return true;

@@ -14,6 +14,7 @@ private Q_SLOTS:
     void otherInitializeFailureGoesStraightToRecovery();
     void recoveryUsesTheDefaultAndKeepsTheChoice();
     void recoveryFailsForGood();
+    void recoveryThatFailsEarlierIsReportedByThatCall();
     void unalignedBufferIsAskedForInWholeFrames();
     void unalignedBufferWithoutSize();
     void announcedFormatIsStereoPcmAndWorkerGetsDeviceAlign();
@@ -154,6 +155,20 @@ void TestAudioCaptureInitialize::recoveryFailsForGood()
                           text("Initialize 重试 #1"), text("Initialize 重试 #2")}));
     QCOMPARE(formats.size(), 0);
     QVERIFY(!capture.isCapturing());
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureInitialize::recoveryThatFailsEarlierIsReportedByThatCall()
+{
+    Scene scene;
+    scene.make();
+    scene.audio.fail(FakeCall::Initialize, {E_FAIL});
+    scene.audio.fail(FakeCall::Activate, {AUDCLNT_E_SERVICE_NOT_RUNNING}, 2, 2);
+    scene.capture->startCapture();
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 3);
+    QCOMPARE(scene.audio.calls(FakeCall::Initialize), 1);
+    QCOMPARE(scene.log.count(text("Initialize 失败 ffffffff80004005")), 1);
+    QCOMPARE(scene.log.count(text("引擎启动失败，错误代码 ffffffff88890010")), 1);
     VERIFY_NOTHING_LEFT(scene);
 }
 

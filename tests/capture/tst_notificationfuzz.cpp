@@ -29,6 +29,7 @@ constexpr qint64 kWatchdogMs = 5000;
 // A worker that lost its device leaves its run flag set: the restart comes after 500 ms, waits 3 s
 // for it in vain and pauses for 500 ms.
 constexpr int kPatienceMs = 10000;
+constexpr int kEnough = 100; // sequences for a share
 const char *const kNames[kDevices] = {"Speakers", "Headset", "Monitor"};
 
 /// Tells a call that hangs from one that waits its turn: nothing at all has happened in its world,
@@ -106,6 +107,15 @@ private:
 
 Watchdog *s_watchdog = nullptr;
 
+/// Sequences that came to rest, and of these: capture was wanted beyond doubt; what was captured
+/// had to be the default; it had to be a chosen device.
+struct {
+    std::atomic<int> settled {0};
+    std::atomic<int> wanted {0};
+    std::atomic<int> followed {0};
+    std::atomic<int> chosen {0};
+} s_counts;
+
 class Sequence {
 public:
     explicit Sequence(quint32 seed)
@@ -176,6 +186,15 @@ private:
         const auto entry = s_watchdog->enter(&m_audio, m_seed, what);
         function();
         s_watchdog->leave(entry);
+    }
+    /// Restarts come with the events, so these are watched as calls are.
+    void spin(int ms)
+    {
+        ::spin(ms, [this] { call("events", handleEvents); });
+    }
+    bool spinUntil(const std::function<bool()> &condition, int timeoutMs)
+    {
+        return ::spinUntil(condition, timeoutMs, [this] { call("events", handleEvents); });
     }
     void start(const char *what, const std::function<void()> &function)
     {
@@ -440,6 +459,8 @@ private:
     void checkState()
     {
         const bool wanted = isWanted();
+        bool followed = false;
+        bool chosen = false;
         // Not while a start is under way or a session has not begun or ended yet.
         QStringList wrong;
         const bool right = spinUntil(
@@ -470,12 +491,42 @@ private:
                 if (servedText == kFollow && captured != m_audio.defaultId())
                     wrong.append(QStringLiteral("follows, captures %1, the default is %2")
                                      .arg(captured, m_audio.defaultId()));
+                const QString pinned = pinnedDevice();
+                if (!pinned.isEmpty() && captured != pinned)
+                    wrong.append(
+                        QStringLiteral("is to capture %1, captures %2").arg(pinned, captured));
+                followed = servedText == kFollow;
+                chosen = !pinned.isEmpty();
                 spin(20);
                 return wrong.isEmpty();
             },
             kPatienceMs);
         if (!right)
             m_wrong += wrong;
+        ++s_counts.settled;
+        s_counts.wanted += wanted ? 1 : 0;
+        s_counts.followed += followed ? 1 : 0;
+        s_counts.chosen += chosen ? 1 : 0;
+    }
+
+    /// The id of the device that the last start was to capture by its name; empty when it was to
+    /// capture another or had to fall back to the default.
+    QString pinnedDevice()
+    {
+        const QString chosen = QStringLiteral("[Step 1] 使用指定输出设备: ");
+        QString id;
+        for (const FakeCallRecord &record : m_audio.timeline()) {
+            if (record.text.startsWith(QStringLiteral("[Step 1] "))
+                || record.text.startsWith(QStringLiteral("Initialize 失败")))
+                id.clear();
+            if (!record.text.startsWith(chosen))
+                continue;
+            for (int i = 0; i < kDevices; ++i) {
+                if (record.text.mid(chosen.size()).contains(QLatin1String(kNames[i])))
+                    id = m_ids[i];
+            }
+        }
+        return id;
     }
 
     const quint32 m_seed;
@@ -530,8 +581,16 @@ int main(int argc, char **argv)
         const quint32 own = seed + quint32(job);
         complaints.add(QStringLiteral("sequence %1").arg(own), Sequence(own).run());
     });
-    std::printf("%s%s%d sequences in %.1f s\n", qPrintable(complaints.summary()),
-                complaints.summary().isEmpty() ? "" : "\n", sequences,
-                double(clock.elapsed()) / 1000);
+    const int settled = s_counts.settled;
+    if (settled >= kEnough
+        && (s_counts.wanted < settled / 4 || s_counts.followed < settled / 20
+            || s_counts.chosen < settled / 20))
+        complaints.add(QStringLiteral("all sequences"), {QStringLiteral("too little was known")});
+    std::printf(
+        "%s%s%d sequences in %.1f s; %d came to rest: capture was wanted in %d, of the default "
+        "in %d, of a chosen device in %d\n",
+        qPrintable(complaints.summary()), complaints.summary().isEmpty() ? "" : "\n", sequences,
+        double(clock.elapsed()) / 1000, settled, s_counts.wanted.load(), s_counts.followed.load(),
+        s_counts.chosen.load());
     return complaints.summary().isEmpty() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

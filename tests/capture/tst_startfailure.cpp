@@ -220,7 +220,7 @@ int main(int argc, char **argv)
         const QString name = QString::fromLatin1(meta->method(i).name());
         if (meta->method(i).methodType() == QMetaMethod::Slot
             && !name.endsWith(QLatin1String("_data")))
-            failures += QProcess::execute(app.applicationFilePath(), {name});
+            failures += QProcess::execute(app.applicationFilePath(), {name}) != 0 ? 1 : 0;
     }
     return failures;
 }
