@@ -28,8 +28,6 @@ int main(int argc, char *argv[])
 
     reserveCrashStack();
     chooseDisplay();
-    // GLib's event loop costs more each time it wakes, and nothing here needs it.
-    qputenv("QT_NO_GLIB", "1");
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("TonewellDetection"));
     QApplication::setApplicationVersion(QStringLiteral("1.0.0"));

@@ -1,4 +1,4 @@
-// The display on which the program's windows are.
+// The display on which the program's windows are, and how Qt serves it.
 #pragma once
 
 /// Chooses the windowing system before the application object is created; call it first.
@@ -6,5 +6,7 @@
 /// On Linux, unless QT_QPA_PLATFORM already says which: X11 if DISPLAY is set, since only there a
 /// window can be placed off the screen; else Wayland if WAYLAND_DISPLAY is set; else, and whenever
 /// what is named cannot be opened, Qt's offscreen platform, on which the program runs without any
-/// display. On Windows there is nothing to choose.
+/// display. Qt is to run its own event loop: GLib's costs more each time it wakes. With it go Qt's
+/// own file dialogs, since GTK's would run GLib's loop and keep all else waiting until it is
+/// closed. On Windows there is nothing to choose.
 void chooseDisplay();

@@ -2,9 +2,12 @@
 
 #include <QByteArray>
 #include <QByteArrayList>
+#include <QCoreApplication>
 
 void chooseDisplay()
 {
+    qputenv("QT_NO_GLIB", "1");
+    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
     if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         return;
     // Qt takes the first entry of the list that can be opened.
