@@ -4,6 +4,7 @@
 #include "remote/commoninterface.h"
 #include "remote/spectrummessage.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <QApplication>
@@ -28,7 +29,8 @@ int main(int argc, char *argv[])
     CommonInterface interface;
     host.enableRemoting(&interface, QStringLiteral("Tonewell"));
 
-    const std::vector<float> bars(100, 0.25F);
+    std::vector<float> bars(100);
+    std::fill_n(bars.begin(), 10, 0.25F); // as long a text as a tone's
     const QString text = spectrumMessage(0.123456, 0.28125, 0.008125, bars.data(), 100);
     QTimer publish;
     publish.setTimerType(Qt::PreciseTimer);

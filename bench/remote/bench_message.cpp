@@ -7,6 +7,8 @@
 #include <vector>
 
 extern "C" void *__libc_malloc(std::size_t size);
+extern "C" void *__libc_calloc(std::size_t count, std::size_t size);
+extern "C" void *__libc_realloc(void *block, std::size_t size);
 
 namespace {
 std::size_t s_allocations = 0;
@@ -17,6 +19,18 @@ extern "C" void *malloc(std::size_t size)
 {
     ++s_allocations;
     return __libc_malloc(size);
+}
+
+extern "C" void *calloc(std::size_t count, std::size_t size)
+{
+    ++s_allocations;
+    return __libc_calloc(count, size);
+}
+
+extern "C" void *realloc(void *block, std::size_t size)
+{
+    ++s_allocations;
+    return __libc_realloc(block, size);
 }
 
 namespace {
