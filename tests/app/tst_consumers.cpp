@@ -313,6 +313,7 @@ void ConsumersTest::callsThatTheHostCannotStand_data()
     QTest::newRow("none") << argumentList({});
     QTest::newRow("a number") << argumentList({7});
     QTest::newRow("an invalid one") << argumentList({QVariant()});
+    QTest::newRow("a text cut off") << argumentList({QStringLiteral("text")}).chopped(4);
     QTest::newRow("4 billion announced") << QByteArray("\xff\xff\xff\xf0", 4);
 }
 
