@@ -1,105 +1,35 @@
 #include "tests/capture/replay.h"
 
+#include "tests/capture/timelinecursor.h"
 #include <objbase.h>
 #include <QHash>
+#include <QSet>
 
 namespace {
-
-QString text(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
-QString hex(HRESULT code)
-{
-    return QString::number(quint64(qint64(code)), 16);
-}
 
 HRESULT resultOf(const FakeCallRecord &record)
 {
     return record.nullOut ? E_POINTER : record.result;
 }
 
-/// The part of one thread, read from the front.
-class Cursor {
-public:
-    Cursor(const QList<FakeCallRecord> &entries, QStringList &complaints)
-        : m_entries(entries)
-        , m_complaints(complaints)
-    {
-    }
-
-    bool atEnd() const { return m_next >= m_entries.size(); }
-    bool isBroken() const { return m_broken; }
-    /// From now on the end of the timeline is no complaint.
-    void mayEnd() { m_mayEnd = true; }
-    bool isCutOff() const { return m_broken && m_mayEnd && atEnd(); }
-    const FakeCallRecord &peek() const { return m_entries.at(m_next); }
-    bool nextIsMessage(const QString &start) const
-    {
-        return !atEnd() && peek().call == FakeCall::Message && peek().text.startsWith(start);
-    }
-    bool nextIsCall(FakeCall call) const { return !atEnd() && peek().call == call; }
-    const FakeCallRecord &take() { return m_entries.at(m_next++); }
-
-    void message(const QString &start)
-    {
-        if (m_broken)
-            return;
-        if (nextIsMessage(start))
-            ++m_next;
-        else
-            complain(QStringLiteral("expected \"%1\"").arg(start));
-    }
-
-    FakeCallRecord call(FakeCall wanted)
-    {
-        if (m_broken)
-            return {};
-        if (nextIsCall(wanted))
-            return take();
-        complain(QStringLiteral("expected call %1").arg(int(wanted)));
-        FakeCallRecord none;
-        none.result = E_UNEXPECTED;
-        return none;
-    }
-
-    void complain(const QString &what)
-    {
-        if (m_broken)
-            return;
-        m_broken = true;
-        if (atEnd() && m_mayEnd)
-            return;
-        QString found = QStringLiteral("the end");
-        if (!atEnd())
-            found = peek().call == FakeCall::Message
-                ? QStringLiteral("\"%1\"").arg(peek().text)
-                : QStringLiteral("call %1 (%2)").arg(int(peek().call)).arg(hex(peek().result));
-        m_complaints.append(QStringLiteral("%1, found %2").arg(what, found));
-    }
-
-private:
-    const QList<FakeCallRecord> &m_entries;
-    QStringList &m_complaints;
-    int m_next = 0;
-    bool m_broken = false;
-    bool m_mayEnd = false;
-};
-
 // --- a start -----------------------------------------------------------------------------------
 
 class StartReplay {
 public:
-    StartReplay(Cursor &cursor, Replay &replay)
+    StartReplay(Cursor &cursor, Replay &replay, const QHash<QString, QString> &endpoints)
         : m_cursor(cursor)
         , m_replay(replay)
+        , m_endpoints(endpoints)
     {
     }
 
     void run()
     {
         ++m_replay.starts;
+        const qint64 pauseMs = m_cursor.msSince(FakeCall::Stop);
+        if (pauseMs >= 0 && pauseMs < 499)
+            m_replay.complaints.append(
+                QStringLiteral("a start %1 ms after the old client's stop").arg(pauseMs));
         const HRESULT result = steps();
         if (m_cursor.isBroken())
             return;
@@ -110,6 +40,7 @@ public:
             m_cursor.message(text("引擎启动失败，错误代码 ") + hex(result));
         } else {
             m_replay.lastDevice = m_device;
+            m_replay.lastRecovered = m_recovered;
         }
     }
 
@@ -157,21 +88,39 @@ private:
         return hr;
     }
 
+    /// What follows this start of the next message; empty, and nothing taken, for another message.
+    QString takeMessage(const QString &start)
+    {
+        return m_cursor.nextIsMessage(start) ? m_cursor.take().text.mid(start.size()).trimmed()
+                                             : QString();
+    }
+
+    /// An empty id stands for one that is not known.
+    HRESULT openDevice(const QString &id)
+    {
+        const FakeCallRecord call = m_cursor.call(FakeCall::GetDevice);
+        if (!id.isEmpty() && call.device != id)
+            m_cursor.complain(QStringLiteral("GetDevice of %1, not %2").arg(call.device, id));
+        return resultOf(call);
+    }
+
     HRESULT chooseDevice()
     {
-        if (m_cursor.nextIsMessage(text("[Step 1] 使用回调指定的设备ID:")))
-            m_cursor.take();
+        const QString pendingId = takeMessage(text("[Step 1] 使用回调指定的设备ID:"));
         HRESULT hr = S_OK;
-        if (m_cursor.nextIsMessage(text("[Step 1] 使用指定输出设备:"))) {
-            m_cursor.take();
-            hr = resultOf(m_cursor.call(FakeCall::GetDevice));
+        const QString chosen = text("[Step 1] 使用指定输出设备:");
+        if (m_cursor.nextIsMessage(chosen)) {
+            const QString name = takeMessage(chosen).section(QStringLiteral(" ("), 0, 0);
+            hr = openDevice(m_endpoints.value(name));
             if (FAILED(hr))
                 m_cursor.message(text("GetDevice 失败 ") + hex(hr));
             return hr;
         }
         if (m_cursor.nextIsMessage(text("[Step 1] 根据回调ID获取设备"))) {
             m_cursor.take();
-            hr = resultOf(m_cursor.call(FakeCall::GetDevice));
+            if (pendingId.isEmpty())
+                m_cursor.complain(QStringLiteral("no id was handed over"));
+            hr = openDevice(pendingId);
             if (SUCCEEDED(hr))
                 return hr;
             m_cursor.message(text("GetDevice(回调ID) 失败，回退到默认设备"));
@@ -295,6 +244,7 @@ private:
             if (!m_cursor.atEnd() && m_cursor.peek().atMs - lastMs < 499)
                 m_cursor.complain(QStringLiteral("a recovery came too early"));
             hr = recover(&lastMs);
+            m_recovered = true;
         }
         return hr;
     }
@@ -319,7 +269,9 @@ private:
 
     Cursor &m_cursor;
     Replay &m_replay;
+    const QHash<QString, QString> &m_endpoints;
     QString m_device;
+    bool m_recovered = false;
 };
 
 // --- a session ---------------------------------------------------------------------------------
@@ -421,22 +373,93 @@ private:
     Replay &m_replay;
 };
 
+// --- the controller ----------------------------------------------------------------------------
+
+/// What comes between the starts: restarts, waits and falls back, over all threads.
+class ControllerReplay {
+public:
+    explicit ControllerReplay(Replay &replay)
+        : m_replay(replay)
+    {
+    }
+
+    void take(const FakeCallRecord &entry)
+    {
+        const bool begins = entry.call == FakeCall::GetService || entry.call == FakeCall::Start;
+        if (begins && entry.result == AUDCLNT_E_DEVICE_INVALIDATED)
+            m_errorOnItsWay = true;
+        if (entry.call != FakeCall::Message)
+            return;
+        const auto is = [&](const char *start) { return entry.text.startsWith(text(start)); };
+        if (is("[handleThreadStopped] 检测到线程停止，需要自动重启")) {
+            ++m_replay.stopsAnswered;
+            m_armedByStop.append(entry.atMs);
+        } else if (is("[handleThreadStopped] 线程停止（不需要自动重启）")) {
+            ++m_replay.stopsPassedOver;
+        } else if (is("[handleThreadStopped] 正在执行自动重启")) {
+            ++m_replay.restarts;
+            fire(m_armedByStop, entry);
+        } else if (is("[handleThreadStopped] 自动重启已取消")) {
+            fire(m_armedByStop, entry);
+        } else if (is("[设备状态] 设备恢复活动状态")) {
+            m_armedByReturn.append(entry.atMs);
+        } else if (is("[设备状态] 正在重启采集") || is("[设备状态] 当前设备已变更")) {
+            fire(m_armedByReturn, entry);
+        } else if (is("[startCapture] 等待旧线程停止")) {
+            m_waits[entry.thread] = entry.atMs;
+        } else if (is("[startCapture] 线程停止超时")) {
+            // 5 % less than 3 s is within a coarse timer's accuracy.
+            atLeast(2849, m_waits.value(entry.thread), entry);
+        } else if (is("[startCapture] 旧线程已停止")) {
+            m_waits.remove(entry.thread);
+        } else if (is("[Step 1] ")) {
+            m_errorOnItsWay = false; // this start has taken that session over
+            m_inSteps.insert(entry.thread);
+        } else if (is("[Step 6] ")) {
+            m_inSteps.remove(entry.thread);
+        } else if (is("引擎启动失败") && !m_inSteps.remove(entry.thread)) {
+            // The worker's error; while a start waits on this thread, it is only reported.
+            if (m_errorOnItsWay && !m_waits.contains(entry.thread)
+                && entry.text.endsWith(hex(AUDCLNT_E_DEVICE_INVALIDATED)))
+                ++m_replay.fallbacks;
+            m_errorOnItsWay = false;
+        }
+    }
+
+private:
+    void atLeast(qint64 ms, qint64 sinceMs, const FakeCallRecord &entry)
+    {
+        if (entry.atMs - sinceMs < ms)
+            m_replay.complaints.append(
+                QStringLiteral("\"%1\" after %2 ms").arg(entry.text).arg(entry.atMs - sinceMs));
+    }
+    /// Timers of one length fire in the order in which they were armed.
+    void fire(QList<qint64> &armed, const FakeCallRecord &entry)
+    {
+        if (armed.isEmpty())
+            m_replay.complaints.append(QStringLiteral("\"%1\" was not armed").arg(entry.text));
+        else
+            atLeast(499, armed.takeFirst(), entry);
+    }
+
+    Replay &m_replay;
+    QList<qint64> m_armedByStop;
+    QList<qint64> m_armedByReturn;
+    QHash<Qt::HANDLE, qint64> m_waits; ///< by thread: since when it waits for an old session
+    QSet<Qt::HANDLE> m_inSteps; ///< threads that are in Steps 1 to 6
+    bool m_errorOnItsWay = false; ///< a worker found its device invalidated when it began
+};
+
 } // namespace
 
-Replay replay(const QList<FakeCallRecord> &timeline)
+Replay replay(const QList<FakeCallRecord> &timeline, const QHash<QString, QString> &endpoints)
 {
     Replay result;
     QHash<Qt::HANDLE, QList<FakeCallRecord>> threads;
+    ControllerReplay controller(result);
     for (const FakeCallRecord &entry : timeline) {
         threads[entry.thread].append(entry);
-        if (entry.call != FakeCall::Message)
-            continue;
-        if (entry.text.startsWith(text("[handleThreadStopped] 检测到线程停止，需要自动重启")))
-            ++result.stopsAnswered;
-        else if (entry.text.startsWith(text("[handleThreadStopped] 线程停止（不需要自动重启）")))
-            ++result.stopsPassedOver;
-        else if (entry.text.startsWith(text("[handleThreadStopped] 正在执行自动重启")))
-            ++result.restarts;
+        controller.take(entry);
     }
 
     qint64 lastStartMs = -1;
@@ -447,10 +470,11 @@ Replay replay(const QList<FakeCallRecord> &timeline)
                 // Starts may be spread over threads: the last one counts.
                 const Replay before = result;
                 const qint64 atMs = cursor.peek().atMs;
-                StartReplay(cursor, result).run();
+                StartReplay(cursor, result, endpoints).run();
                 if (atMs < lastStartMs) {
                     result.lastStartSucceeded = before.lastStartSucceeded;
                     result.lastDevice = before.lastDevice;
+                    result.lastRecovered = before.lastRecovered;
                 } else {
                     lastStartMs = atMs;
                 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/support/fakeaudio.h"
+#include <QHash>
 
 /// What a timeline contained, and what in it was against the rules.
 struct Replay {
@@ -16,11 +17,15 @@ struct Replay {
     int stopsAnswered = 0;
     int stopsPassedOver = 0;
     int restarts = 0;
+    int fallbacks = 0; ///< failures that have to be answered by a start on the default device
     bool lastStartSucceeded = false;
     QString lastDevice; ///< that the last successful start activated
+    bool lastRecovered = false; ///< it came up only by falling back to the default device
 };
 
 /// Every call and every message of every start (from Step 1 to its end) and of every session (from
 /// GetService to its end) must be the one that the result of the call before asks for, with the
-/// prescribed pauses in between. The timeline must not end within a start.
-Replay replay(const QList<FakeCallRecord> &timeline);
+/// prescribed pauses in between; so must the pauses before restarts, after the old client's stop
+/// and of a wait in vain be. The timeline must not end within a start. A start on an endpoint whose
+/// name is in `endpoints` (friendly names to ids) must open that one.
+Replay replay(const QList<FakeCallRecord> &timeline, const QHash<QString, QString> &endpoints = {});

@@ -1,0 +1,87 @@
+// A cursor on the timeline of a fake audio system.
+#pragma once
+
+#include "tests/support/fakeaudio.h"
+
+inline QString text(const char *utf8)
+{
+    return QString::fromUtf8(utf8);
+}
+
+inline QString hex(HRESULT code)
+{
+    return QString::number(quint64(qint64(code)), 16);
+}
+
+/// The part of one thread, read from the front.
+class Cursor {
+public:
+    Cursor(const QList<FakeCallRecord> &entries, QStringList &complaints)
+        : m_entries(entries)
+        , m_complaints(complaints)
+    {
+    }
+
+    bool atEnd() const { return m_next >= m_entries.size(); }
+    bool isBroken() const { return m_broken; }
+    /// From now on the end of the timeline is no complaint.
+    void mayEnd() { m_mayEnd = true; }
+    bool isCutOff() const { return m_broken && m_mayEnd && atEnd(); }
+    const FakeCallRecord &peek() const { return m_entries.at(m_next); }
+    bool nextIsMessage(const QString &start) const
+    {
+        return !atEnd() && peek().call == FakeCall::Message && peek().text.startsWith(start);
+    }
+    bool nextIsCall(FakeCall call) const { return !atEnd() && peek().call == call; }
+    const FakeCallRecord &take() { return m_entries.at(m_next++); }
+    /// Time since the call that this thread made last, when that was the wanted one; else -1.
+    qint64 msSince(FakeCall call) const
+    {
+        const bool follows = !atEnd() && m_next > 0 && m_entries.at(m_next - 1).call == call;
+        return follows ? peek().atMs - m_entries.at(m_next - 1).atMs : -1;
+    }
+
+    void message(const QString &start)
+    {
+        if (m_broken)
+            return;
+        if (nextIsMessage(start))
+            ++m_next;
+        else
+            complain(QStringLiteral("expected \"%1\"").arg(start));
+    }
+
+    FakeCallRecord call(FakeCall wanted)
+    {
+        if (m_broken)
+            return {};
+        if (nextIsCall(wanted))
+            return take();
+        complain(QStringLiteral("expected call %1").arg(int(wanted)));
+        FakeCallRecord none;
+        none.result = E_UNEXPECTED;
+        return none;
+    }
+
+    void complain(const QString &what)
+    {
+        if (m_broken)
+            return;
+        m_broken = true;
+        if (atEnd() && m_mayEnd)
+            return;
+        QString found = QStringLiteral("the end");
+        if (!atEnd())
+            found = peek().call == FakeCall::Message
+                ? QStringLiteral("\"%1\"").arg(peek().text)
+                : QStringLiteral("call %1 (%2)").arg(int(peek().call)).arg(hex(peek().result));
+        m_complaints.append(QStringLiteral("%1, found %2").arg(what, found));
+    }
+
+private:
+    const QList<FakeCallRecord> &m_entries;
+    QStringList &m_complaints;
+    int m_next = 0;
+    bool m_broken = false;
+    bool m_mayEnd = false;
+};
