@@ -166,8 +166,11 @@ def add_processes(table, programs, quick, hour, progress):
     if hour:
         progress.step("resident memory for an hour")
         first, last = measure.memory_over_time(programs, 3600)
+        kinds = ", ".join(f"{text} {last[kind]:.1f} : {first[kind]:.1f}" for kind, text in (
+            ("RssAnon", "its own"), ("RssFile", "programs and libraries"), ("RssShmem", "the server's")))
         table.add("resident memory after an hour of tone", "at first", "flat (within 1 MB)",
-                  f"{last:.1f} MB : {first:.1f} MB", last < first + 1)
+                  f"{last['VmRSS']:.1f} MB : {first['VmRSS']:.1f} MB ({kinds})",
+                  last["VmRSS"] < first["VmRSS"] + 1)
     else:
         table.add("resident memory after an hour of tone", "at first", "flat", "use --hour", None)
 

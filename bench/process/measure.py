@@ -33,12 +33,13 @@ def processor_seconds(process):
     return total / 1e9
 
 
-def resident_megabytes(process):
+def resident_megabytes(process, kind="VmRSS"):
+    """All of it, or a kind of it: RssAnon, RssFile, or RssShmem, which is the sound server's."""
     with open(f"/proc/{process.pid}/status") as file:
         for line in file:
-            if line.startswith("VmRSS:"):
+            if line.startswith(kind + ":"):
                 return int(line.split()[1]) / 1024
-    raise RuntimeError("no VmRSS")
+    raise RuntimeError(f"no {kind}")
 
 
 def shares(processes, seconds):
@@ -132,7 +133,8 @@ def processor_and_memory(programs, seconds):
 
 
 def memory_over_time(programs, seconds):
-    """The program's memory after a few seconds of tone and after so many more, with a consumer."""
+    """The program's memory by its kinds, after a few seconds of tone and after so many more, with a
+    consumer."""
     bench = Bench(programs)
     try:
         bench.world.pactl("load-module", "module-sine", "sink=speaker", "frequency=1000")
@@ -141,7 +143,8 @@ def memory_over_time(programs, seconds):
         memory = []
         for wait in (5, seconds):
             time.sleep(wait)
-            memory.append(resident_megabytes(program))
+            memory.append({kind: resident_megabytes(program, kind)
+                           for kind in ("VmRSS", "RssAnon", "RssFile", "RssShmem")})
             # Bars stand still when capture has ended, so it is the server that is asked.
             if not bench.world.pactl("list", "short", "source-outputs"):
                 raise RuntimeError("the program does not capture")
