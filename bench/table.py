@@ -159,7 +159,7 @@ def add_processes(table, programs, quick, hour, progress):
               f"{slowest:.2f} to {fastest:.2f}",
               len(found["rates"]) == count and 49.5 <= slowest and fastest <= 50.5)
     none, one, many = (found["cpu"][consumers] for consumers in (0, 1, count))
-    table.ratio(f"what they add in processor time beside what one adds", f"{count} ×", 1.0,
+    table.ratio("what they add in processor time beside what one adds", f"{count} ×", 1.0,
                 (many - none) / (one - none) / count,
                 f" (from {none:.2f} % to {many:.2f} % and {one:.2f} %)")
 
