@@ -2,7 +2,7 @@
 
 #include "platform/crashstack.h"
 #include "spectrum/analysiskernels.h"
-#include "spectrum/fftrealwrapper.h"
+#include "spectrum/fft/fftrealwrapper.h"
 
 #include <QDebug>
 #include <QtEndian>

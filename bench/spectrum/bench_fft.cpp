@@ -1,7 +1,7 @@
 // One real transform of 2048 points: ours beside FFTW's (single precision, FFTW_MEASURE) and
 // KissFFT's, on the same samples. The counter "relative_rms_error" is against the definition in
 // double precision, on white noise.
-#include "spectrum/fftengine.h"
+#include "spectrum/fft/fftengine.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

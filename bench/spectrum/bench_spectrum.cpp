@@ -1,7 +1,7 @@
 // One stereo analysis beside its two transforms, one post-processing beside straight passes over
 // the amplitudes, one level tick beside a plain sum of squares.
 #include "platform/deviceenumerator.h"
-#include "spectrum/fftrealwrapper.h"
+#include "spectrum/fft/fftrealwrapper.h"
 #include "spectrum/levels.h"
 #include "spectrum/specengine.h"
 #include "spectrum/spectrumanalyserthread.h"

@@ -1,6 +1,6 @@
 #include "reference.h"
-#include "spectrum/fftengine.h"
-#include "spectrum/fftrealwrapper.h"
+#include "spectrum/fft/fftengine.h"
+#include "spectrum/fft/fftrealwrapper.h"
 
 #include <cmath>
 #include <QtTest>

@@ -1,6 +1,6 @@
-#include "spectrum/fftrealwrapper.h"
+#include "spectrum/fft/fftrealwrapper.h"
 
-#include "spectrum/fftengine.h"
+#include "spectrum/fft/fftengine.h"
 
 static_assert(FFTRealWrapper::Length == FFTEngine::Length, "wrapper and engine are one length");
 

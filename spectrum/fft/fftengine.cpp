@@ -1,4 +1,4 @@
-#include "spectrum/fftengine.h"
+#include "spectrum/fft/fftengine.h"
 
 #include <cmath>
 #include <utility>

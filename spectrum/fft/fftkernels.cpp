@@ -1,4 +1,4 @@
-#include "spectrum/fftkernels.h"
+#include "spectrum/fft/fftkernels.h"
 
 FFTKernel fftKernel(VectorUnit unit)
 {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "spectrum/fftkernels.h"
-#include "spectrum/ffttables.h"
+#include "spectrum/fft/fftkernels.h"
+#include "spectrum/fft/ffttables.h"
 
 #include <cstdint>
 #include <memory>

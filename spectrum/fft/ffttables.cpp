@@ -1,4 +1,4 @@
-#include "spectrum/ffttables.h"
+#include "spectrum/fft/ffttables.h"
 
 #include <cmath>
 

@@ -18,7 +18,7 @@
 // the result for real samples out of Z, in place. Here wN = exp(-2 pi i / N).
 #pragma once
 
-#include "spectrum/ffttables.h"
+#include "spectrum/fft/ffttables.h"
 
 template <typename V> struct Complex {
     V re;

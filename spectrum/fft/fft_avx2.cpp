@@ -1,6 +1,6 @@
 // Compiled for AVX2 and FMA; called only on a processor that has both.
-#include "spectrum/fftkernels.h"
-#include "spectrum/fftpasses.h"
+#include "spectrum/fft/fftkernels.h"
+#include "spectrum/fft/fftpasses.h"
 
 #include <immintrin.h>
 

@@ -1,6 +1,6 @@
 // SSE2 is part of x86-64: this runs on every processor of that kind.
-#include "spectrum/fftkernels.h"
-#include "spectrum/fftpasses.h"
+#include "spectrum/fft/fftkernels.h"
+#include "spectrum/fft/fftpasses.h"
 
 #include <emmintrin.h>
 
