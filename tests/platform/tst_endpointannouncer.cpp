@@ -1,6 +1,6 @@
 // What is announced for which change of the endpoints, and in which order.
 
-#include "platform/posix/endpointannouncer.h"
+#include "platform/linux/audio/endpointannouncer.h"
 
 #include <QtTest>
 

@@ -1,6 +1,6 @@
 // The catalogue of endpoints and the thread that tells listeners of its changes.
 
-#include "platform/posix/endpointnotifier.h"
+#include "platform/linux/audio/endpointnotifier.h"
 #include "tests/platform/notificationlog.h"
 
 #include <cerrno>

@@ -1,5 +1,5 @@
 // What a signal says, in the words of an exception record and a context.
-#include "platform/posix/machinecontext.h"
+#include "platform/linux/process/machinecontext.h"
 
 #include <QtTest>
 

@@ -1,6 +1,6 @@
 // The ring of packets between the loop thread and the capture thread.
 
-#include "platform/posix/packetring.h"
+#include "platform/linux/audio/packetring.h"
 
 #include <QtTest>
 #include <thread>

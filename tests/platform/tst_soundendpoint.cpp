@@ -1,6 +1,6 @@
 // Channel orders, snapshots and mix formats.
 
-#include "platform/posix/mixformat.h"
+#include "platform/linux/audio/mixformat.h"
 
 #include <objbase.h>
 #include <QtTest>

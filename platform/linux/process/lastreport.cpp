@@ -1,0 +1,110 @@
+#include "platform/linux/process/lastreport.h"
+
+#include "platform/lastreport.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr unsigned TimeLimit = 5; // seconds that a report has
+constexpr char NoReport[] = "Program crash: the report could not be finished\n";
+
+std::atomic<pid_t> s_reporter {0}; // the thread that reports, 0 before any has failed
+std::atomic<int> s_signal {0}; // what ends the process, 0 for exit code 1
+std::atomic<bool> s_printed {false};
+
+pid_t threadId()
+{
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+void restoreDefault(int signal)
+{
+    struct sigaction action { };
+    action.sa_handler = SIG_DFL;
+    sigaction(signal, &action, nullptr);
+}
+
+void setBlocked(int signal, bool blocked)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
+}
+
+[[noreturn]] void endBy(int signal)
+{
+    restoreDefault(signal);
+    setBlocked(signal, false);
+    syscall(SYS_tgkill, getpid(), threadId(), signal);
+    std::_Exit(128 + signal);
+}
+
+void handleTimeout(int)
+{
+    endNow();
+}
+
+void startTimeLimit()
+{
+    struct sigaction action { };
+    action.sa_handler = handleTimeout;
+    action.sa_flags = SA_ONSTACK;
+    sigaction(SIGALRM, &action, nullptr);
+    setBlocked(SIGALRM, false);
+    alarm(TimeLimit);
+}
+
+} // namespace
+
+void claimLastReport(int signal)
+{
+    const pid_t self = threadId();
+    pid_t reporter = 0;
+    if (!s_reporter.compare_exchange_strong(reporter, self)) {
+        if (reporter == self) // the report itself has failed
+            endNow();
+        while (true) // another thread is reporting; it ends the process
+            pause();
+    }
+    s_signal = signal;
+    startTimeLimit();
+}
+
+void endNow()
+{
+    // What reads standard error may have stopped, and the report may be stuck for that very reason:
+    // nothing is said then.
+    pollfd errors {STDERR_FILENO, POLLOUT, 0};
+    if (!s_printed && poll(&errors, 1, 0) == 1 && (errors.revents & POLLOUT) != 0) {
+        setBlocked(SIGPIPE, true); // nobody may be reading standard error any more
+        [[maybe_unused]] const ssize_t written =
+            write(STDERR_FILENO, NoReport, sizeof(NoReport) - 1);
+    }
+    if (const int signal = s_signal)
+        endBy(signal);
+    std::_Exit(1);
+}
+
+void endAfterReturn(siginfo_t *info)
+{
+    restoreDefault(info->si_signo);
+    setBlocked(info->si_signo, true); // undone by the return
+    if (syscall(SYS_rt_tgsigqueueinfo, getpid(), threadId(), info->si_signo, info) != 0)
+        endBy(info->si_signo);
+}
+
+void beginLastReport()
+{
+    claimLastReport(0);
+}
+
+void setLastReportPrinted()
+{
+    s_printed = true;
+}

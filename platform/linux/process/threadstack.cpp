@@ -1,0 +1,119 @@
+#include "platform/linux/process/threadstack.h"
+
+#include <atomic>
+#include <cerrno>
+#include <dlfcn.h>
+#include <new>
+#include <pthread.h>
+#include <sys/mman.h>
+
+namespace {
+
+// The report is written on it: room for Qt and the unwinder. Pages cost nothing until touched.
+constexpr std::size_t HandlerStackSize = 512 * 1024;
+constexpr std::size_t GuardSize = 4096;
+
+std::atomic<bool> s_enabled {false};
+thread_local StackLimits t_limits {0, 0};
+
+class HandlerStack {
+public:
+    HandlerStack()
+    {
+        m_memory = mmap(nullptr, GuardSize + HandlerStackSize, PROT_NONE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (m_memory == MAP_FAILED)
+            return;
+        char *start = static_cast<char *>(m_memory) + GuardSize;
+        mprotect(start, HandlerStackSize, PROT_READ | PROT_WRITE);
+        stack_t stack {};
+        stack.ss_sp = start;
+        stack.ss_size = HandlerStackSize;
+        sigaltstack(&stack, &m_previous);
+
+        pthread_attr_t attributes;
+        void *low = nullptr;
+        std::size_t size = 0;
+        if (pthread_getattr_np(pthread_self(), &attributes) == 0) {
+            if (pthread_attr_getstack(&attributes, &low, &size) == 0) {
+                t_limits.low = reinterpret_cast<std::uintptr_t>(low);
+                t_limits.high = t_limits.low + size;
+            }
+            pthread_attr_destroy(&attributes);
+        }
+    }
+
+    ~HandlerStack()
+    {
+        if (m_memory == MAP_FAILED)
+            return;
+        t_limits = {0, 0};
+        sigaltstack(&m_previous, nullptr);
+        munmap(m_memory, GuardSize + HandlerStackSize);
+    }
+
+    HandlerStack(const HandlerStack &) = delete;
+    HandlerStack &operator=(const HandlerStack &) = delete;
+
+private:
+    void *m_memory = MAP_FAILED;
+    stack_t m_previous {};
+};
+
+struct ThreadStart {
+    void *(*function)(void *);
+    void *argument;
+};
+
+void *startThread(void *data)
+{
+    const ThreadStart start = *static_cast<ThreadStart *>(data);
+    delete static_cast<ThreadStart *>(data);
+    unblockFaultSignals(); // the mask is inherited
+    const HandlerStack stack; // ends with the thread, also by pthread_exit and pthread_cancel
+    return start.function(start.argument);
+}
+
+} // namespace
+
+// Threads are started by Qt, by the sound library and by others; this is what all of them call.
+// The definition here comes before the C library's, which does the work.
+extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                              void *(*function)(void *), void *argument) noexcept
+{
+    static const auto create =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (!s_enabled.load())
+        return create(thread, attributes, function, argument);
+
+    auto *const start = new (std::nothrow) ThreadStart {function, argument};
+    if (!start)
+        return EAGAIN;
+    const int result = create(thread, attributes, startThread, start);
+    if (result != 0)
+        delete start;
+    return result;
+}
+
+void useHandlerStacks()
+{
+    if (s_enabled.exchange(true))
+        return;
+    // The main thread's lives as long as the process; kept where a leak check finds it.
+    [[maybe_unused]] static HandlerStack *volatile s_mainThreadStack;
+    s_mainThreadStack = new HandlerStack;
+}
+
+void unblockFaultSignals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : FaultSignals)
+        sigaddset(&set, signal);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+StackLimits threadStackLimits()
+{
+    return t_limits;
+}

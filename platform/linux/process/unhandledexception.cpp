@@ -1,0 +1,65 @@
+#include "platform/linux/process/machinecontext.h"
+#include "platform/linux/process/lastreport.h"
+#include "platform/linux/process/threadstack.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<LPTOP_LEVEL_EXCEPTION_FILTER> s_filter {nullptr};
+
+// A signal that somebody sent says nothing about an instruction of this program. The one that is
+// sent on purpose is abort's.
+bool isFault(const siginfo_t &info)
+{
+    if (info.si_signo == SIGABRT)
+        return info.si_code == SI_TKILL && info.si_pid == getpid();
+    return info.si_code > 0;
+}
+
+void handleFault(int signal, siginfo_t *info, void *machineContext)
+{
+    if (!isFault(*info)) {
+        endAfterReturn(info);
+        return;
+    }
+    claimLastReport(signal);
+
+    const auto &machine = *static_cast<const ucontext_t *>(machineContext);
+    CONTEXT context;
+    toContext(machine, &context);
+    EXCEPTION_RECORD record;
+    toExceptionRecord(*info, machine, threadStackLimits(), &record);
+    EXCEPTION_POINTERS pointers {&record, &context};
+    try {
+        if (const LPTOP_LEVEL_EXCEPTION_FILTER filter = s_filter)
+            filter(&pointers);
+    } catch (...) {
+        // The end comes either way, and by the original signal.
+    }
+    endAfterReturn(info);
+}
+
+} // namespace
+
+LPTOP_LEVEL_EXCEPTION_FILTER SetUnhandledExceptionFilter(LPTOP_LEVEL_EXCEPTION_FILTER filter)
+{
+    if (filter)
+        useHandlerStacks();
+    const LPTOP_LEVEL_EXCEPTION_FILTER before = s_filter.exchange(filter);
+
+    struct sigaction action { };
+    if (filter) {
+        action.sa_sigaction = handleFault;
+        // Not blocked meanwhile, so that a fault in the handler comes back to it and ends it.
+        action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+    } else {
+        action.sa_handler = SIG_DFL;
+    }
+    for (const int signal : FaultSignals)
+        sigaction(signal, &action, nullptr);
+    return before;
+}
