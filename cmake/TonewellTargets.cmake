@@ -45,27 +45,38 @@ function(tonewell_remote_program name)
     endif()
 endfunction()
 
-# tonewell_test(<name> SOURCES ... LINK ... [TIMEOUT seconds] [RUN_SERIAL] [XVFB size])
+# tonewell_test(<name> SOURCES ... LINK ... [SERVER] [TIMEOUT seconds] [RUN_SERIAL] [XVFB size])
 #
-# One QtTest program, bin/<name>, and the CTest entry of the same name. It runs
-# on Qt's offscreen platform unless the test asks for another one, in a folder
-# of its own for temporary files, so that sockets and shared-memory keys of
-# parallel tests never meet. With XVFB it runs on an X server of its own, of the size given
-# (1280x1024).
+# One QtTest program, bin/<name>, and the CTest entry of the same name, which is that of its file:
+# tst_peakhold for tst_peakhold.cpp, tst_loopback.pulseaudio for a variant of tst_loopback.cpp. It
+# runs on Qt's offscreen platform unless the test asks for another one, in a folder of its own for
+# temporary files, so that sockets and shared-memory keys of parallel tests never meet. With XVFB it
+# runs on an X server of its own, of the size given (1280x1024).
+#
+# SERVER, which XVFB implies: it starts servers or other processes, or shows real windows. Such a
+# test lives in real time and has the label "server".
 function(tonewell_test name)
-    cmake_parse_arguments(arg "RUN_SERIAL" "TIMEOUT;XVFB" "SOURCES;LINK" ${ARGN})
+    cmake_parse_arguments(arg "SERVER;RUN_SERIAL" "TIMEOUT;XVFB" "SOURCES;LINK" ${ARGN})
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 120)
     endif()
+    string(REGEX REPLACE "[.].*" ".cpp" file ${name}.)
+    if(NOT file IN_LIST arg_SOURCES)
+        message(FATAL_ERROR "The test ${name} is not named after its file: no ${file} in SOURCES")
+    endif()
     add_executable(${name} ${arg_SOURCES})
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE tonewell_options ${arg_LINK} Qt5::Test)
     if(arg_XVFB AND NOT WIN32) # where there is always a display
-        add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/support/with_xvfb
+        add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/support/linux/with_xvfb
             -s ${arg_XVFB} $<TARGET_FILE:${name}>)
     else()
         add_test(NAME ${name} COMMAND ${name})
     endif()
     tonewell_test_environment(${name})
+    if(arg_SERVER OR arg_XVFB)
+        set_tests_properties(${name} PROPERTIES LABELS server)
+    endif()
     if(arg_XVFB)
         # No accessibility bus: it is the user's. Qt's X plugin leaves key symbols behind, in a
         # library that is unloaded before the leak check and so cannot be named in lsan.supp.

@@ -1,4 +1,4 @@
-#include "fakehost.h"
+#include "tests/report/fakehost.h"
 
 #include <cstdint>
 #include <cwchar>

@@ -1,4 +1,4 @@
-#include "masked.h"
+#include "tests/report/masked.h"
 
 #include <QFile>
 #include <QRegularExpression>

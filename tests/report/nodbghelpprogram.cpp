@@ -1,7 +1,7 @@
 // Prints the report of a crash where dbghelp.dll cannot be loaded.
-#include "fakehost.h"
 #include "report/crashhandlers.h"
 #include "report/deliverreport.h"
+#include "tests/report/fakehost.h"
 
 #include <cstdio>
 

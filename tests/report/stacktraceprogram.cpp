@@ -1,7 +1,7 @@
 // Prints the stack trace of a made-up stack, walked with functions that fail in the way that the
 // argument names. A program of its own for each way: what has been loaded stays loaded.
-#include "fakehost.h"
 #include "report/stacktrace.h"
+#include "tests/report/fakehost.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,7 +1,7 @@
 // The audio section of a report: services as the test describes them, endpoints of the fakes.
-#include "fakehost.h"
 #include "platform/deviceenumerator.h"
 #include "report/audioservicediagnostics.h"
+#include "tests/report/fakehost.h"
 #include "tests/support/fakeaudio.h"
 
 #include <QtTest>

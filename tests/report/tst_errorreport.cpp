@@ -1,6 +1,6 @@
 // The head of a report, text by text, on a machine that the test describes.
-#include "fakehost.h"
 #include "report/errorreport.h"
+#include "tests/report/fakehost.h"
 
 #include <QProcess>
 #include <QTemporaryDir>

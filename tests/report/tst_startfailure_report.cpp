@@ -1,7 +1,7 @@
 // The whole report of a start that fails, as the capture controller hands it over.
 #include "capture/audiocapture.h"
-#include "masked.h"
 #include "report/deliverreport.h"
+#include "tests/report/masked.h"
 #include "tests/support/fakeaudio.h"
 
 #include <QtTest>

@@ -1,0 +1,46 @@
+// The primary display, beside what the window system says of it.
+#include "platform/dialogvisibility.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <QtTest>
+
+#include <windows.h>
+
+class TestDisplaySettings : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void size();
+    void otherDevicesAndModesFail();
+    void dialogsCanBeSeen();
+};
+
+void TestDisplaySettings::size()
+{
+    DEVMODEW mode {};
+    QCOMPARE(sizeof(mode), std::size_t(220));
+    mode.dmSize = sizeof(mode);
+    QVERIFY(EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode));
+    QCOMPARE(int(mode.dmPelsWidth), GetSystemMetrics(SM_CXSCREEN));
+    QCOMPARE(int(mode.dmPelsHeight), GetSystemMetrics(SM_CYSCREEN));
+    const QScreen *const screen = QGuiApplication::primaryScreen();
+    const QSize pixels = screen->size() * screen->devicePixelRatio();
+    QCOMPARE(QSize(int(mode.dmPelsWidth), int(mode.dmPelsHeight)), pixels);
+    QVERIFY(mode.dmDisplayFrequency > 0);
+}
+
+void TestDisplaySettings::otherDevicesAndModesFail()
+{
+    DEVMODEW mode {};
+    mode.dmSize = sizeof(mode);
+    QVERIFY(!EnumDisplaySettingsW(L"\\\\.\\DISPLAY999", ENUM_CURRENT_SETTINGS, &mode));
+}
+
+void TestDisplaySettings::dialogsCanBeSeen()
+{
+    QVERIFY(dialogCanBeSeen());
+}
+
+QTEST_MAIN(TestDisplaySettings)
+#include "tst_primarydisplay.moc"
