@@ -1,5 +1,9 @@
 # Sourced by the scripts, from the checkout's folder.
 
+# CMake and CTest run as many jobs as the machine has processors, unless the caller has said.
+export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$(nproc)}
+export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-$(nproc)}
+
 # Prints the comment at the top of the calling script.
 usage() {
     awk 'NR == 1 { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "scripts/${0##*/}"

@@ -10,6 +10,7 @@ SCRIPTS = sorted(name for name in os.listdir(os.path.join(SOURCE, "scripts"))
 # What a script that went on would start with; the stand-ins only say that they were called.
 COMMANDS = ("apt-get", "cmake", "clang-format-14", "cpack", "ctest", "dpkg-query", "git", "lintian",
             "mktemp", "setsid", "sudo", "Xvfb")
+PROCESSORS = subprocess.run("nproc", check=True, stdout=subprocess.PIPE, text=True).stdout.strip()
 
 
 class Options(unittest.TestCase):
@@ -59,7 +60,7 @@ class Options(unittest.TestCase):
 
     def test_unknown_options_are_refused(self):
         for name in SCRIPTS:
-            if name != "test-windows":  # which hands them to ctest
+            if name not in ("test", "test-windows"):  # which hand them to ctest
                 self.assert_refused(name, "--no-such-option")
 
     def test_what_is_no_preset_is_refused(self):
@@ -67,8 +68,7 @@ class Options(unittest.TestCase):
             self.assert_refused(name, "relase")
 
     def test_an_option_is_no_preset(self):
-        self.assert_refused("test", "-R")  # whose value is missing
-        self.assert_refused("test", "-R", "foo", "--no-such-option")
+        self.assert_refused("build", "--no-such-option", "release")
         self.assert_refused("build", "-DBUILD_TESTING=ON", "--no-such-option")
 
     def test_surplus_arguments_are_refused(self):
@@ -82,6 +82,43 @@ class Options(unittest.TestCase):
         for value in ("0", "0.0", "-1", "junk", "1.2.3", "3e", "2000000"):
             self.assert_refused("run", "--seconds", value)
         self.assert_refused("run", "--text", "--seconds")
+
+    def pretend(self, name, output=""):
+        """A stand-in that succeeds and says what it was called with, and for how many jobs."""
+        path = os.path.join(os.path.dirname(self.called), "bin", name)
+        with open(path, "w", encoding="ascii") as file:
+            file.write(f'''#!/bin/sh
+echo "{name} $* jobs $CMAKE_BUILD_PARALLEL_LEVEL $CTEST_PARALLEL_LEVEL" >> "{self.called}"
+printf %s "{output}"''')
+
+    def what_test_calls(self, *arguments, **environment):
+        """The calls of cmake and ctest by scripts/test, on a machine that lacks nothing."""
+        if os.path.exists(self.called):
+            os.remove(self.called)
+        self.pretend("dpkg-query", "installed")
+        self.pretend("cmake")
+        self.pretend("ctest")
+        subprocess.run([os.path.join(SOURCE, "scripts", "test"), *arguments], check=True,
+                       env={**self.environment, **environment}, timeout=60)
+        with open(self.called, encoding="ascii") as file:
+            return [line.strip() for line in file if line.startswith(("cmake", "ctest"))]
+
+    def test_all_but_the_preset_goes_to_ctest(self):
+        jobs = f"jobs {PROCESSORS} {PROCESSORS}"
+        for name in ("CMAKE_BUILD_PARALLEL_LEVEL", "CTEST_PARALLEL_LEVEL"):
+            self.environment.pop(name, None)
+        self.assertEqual(self.what_test_calls("asan", "-R", "tst_a", "--any-option", "--repeat", "until-fail:3"), [
+            f"cmake --preset asan -DBUILD_TESTING=ON {jobs}",
+            f"cmake --build --preset asan {jobs}",
+            f"ctest --preset asan -R tst_a --any-option --repeat until-fail:3 {jobs}"])
+        self.assertEqual(self.what_test_calls("-L", "matrix")[-1],
+                         f"ctest --preset release -L matrix {jobs}")
+
+    def test_the_caller_chooses_the_jobs(self):
+        calls = self.what_test_calls(CMAKE_BUILD_PARALLEL_LEVEL="5", CTEST_PARALLEL_LEVEL="7")
+        self.assertEqual(len(calls), 3)
+        for call in calls:
+            self.assertIn(" jobs 5 7", call)
 
 
 if __name__ == "__main__":
