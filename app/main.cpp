@@ -1,8 +1,8 @@
 // TonewellDetection: the process entry.
 #include "app/singleinstance.h"
 #include "app/widget.h"
-#include "platform/crashstack.h"
 #include "platform/display.h"
+#include "platform/lastreport.h"
 #include "platform/termination.h"
 #include "report/crashhandlers.h"
 

@@ -3,7 +3,7 @@
 #include "capture/diagnosticlog.h"
 #include "capture/sampleconversion.h"
 #include "capture/wasapierrortext.h"
-#include "platform/crashstack.h"
+#include "platform/lastreport.h"
 #include <objbase.h>
 #include <QDebug>
 #include <QThread>

@@ -1,6 +1,6 @@
 #include "capture/diagnosticlog.h"
 
-#include "platform/diagnosticlogpath.h"
+#include "platform/privatefiles.h"
 #include <atomic>
 #include <QDateTime>
 #include <QFile>

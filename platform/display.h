@@ -1,4 +1,4 @@
-// The display on which the program's windows are, and how Qt serves it.
+// The display on which the program's windows are: how Qt serves it, and whether anybody sees it.
 #pragma once
 
 /// Chooses the windowing system before the application object is created; call it first.
@@ -10,3 +10,7 @@
 /// own file dialogs, since GTK's would run GLib's loop and keep all else waiting until it is
 /// closed. On Windows there is nothing to choose.
 void chooseDisplay();
+
+/// Whether a window that the application opens can be seen by a user: false without a GUI
+/// application and on a display that exists in memory only. Takes no lock.
+bool dialogCanBeSeen();

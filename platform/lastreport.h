@@ -1,5 +1,10 @@
-// The report with which the process ends.
+// The report with which the process ends, and the stack on which it is made.
 #pragma once
+
+/// Keeps room on the calling thread's stack in which the unhandled-exception filter can run when
+/// the stack has overflowed; call it once at the start of a thread. On Linux every thread has a
+/// stack of its own for that, and there is nothing to do.
+void reserveCrashStack();
 
 /// Makes the calling thread the one whose report the process ends with. There is one for the whole
 /// process: whoever comes later, on another thread, waits here for the end. Come again on the same

@@ -1,5 +1,7 @@
-// Files that only the user may open.
+// The program's own files: who may open them, and where the log is.
 #pragma once
+
+#include <QString>
 
 /// While it lives, the files that the process creates are the user's alone, sockets included (on
 /// Linux through the process's file mode mask, which all threads share). On Windows a local
@@ -14,3 +16,6 @@ public:
 private:
     unsigned m_before = 0;
 };
+
+/// Absolute path of the capture diagnostic log; its folder exists afterwards when it can be made.
+QString diagnosticLogPath();

@@ -1,7 +1,7 @@
 #include "report/deliverreport.h"
 
 #include "platform/brokenpipe.h"
-#include "platform/dialogvisibility.h"
+#include "platform/display.h"
 #include "report/errorreportdialog.h"
 
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
 #include "spectrum/spectrumanalyserthread.h"
 
-#include "platform/crashstack.h"
+#include "platform/lastreport.h"
 #include "spectrum/analysiskernels.h"
 #include "spectrum/fft/fftrealwrapper.h"
 

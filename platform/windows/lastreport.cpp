@@ -41,6 +41,12 @@ DWORD WINAPI endAfterTheLimit(void *)
 
 } // namespace
 
+void reserveCrashStack()
+{
+    ULONG size = 64 * 1024;
+    SetThreadStackGuarantee(&size);
+}
+
 void beginLastReport()
 {
     const DWORD self = GetCurrentThreadId();

@@ -61,31 +61,34 @@ public:
     }
     virtual ~BothWaysEnumerator() = default;
 
-    STDMETHODIMP QueryInterface(REFIID, void **) override { return E_NOINTERFACE; }
-    STDMETHODIMP_(ULONG) AddRef() override { return 2; }
-    STDMETHODIMP_(ULONG) Release() override
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void **) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override
     {
         m_inner->Release();
         delete this;
         return 0;
     }
-    STDMETHODIMP EnumAudioEndpoints(EDataFlow flow, DWORD mask, IMMDeviceCollection **all) override
+    HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD mask,
+                                                 IMMDeviceCollection **all) override
     {
         return m_inner->EnumAudioEndpoints(flow, mask, all);
     }
-    STDMETHODIMP GetDefaultAudioEndpoint(EDataFlow, ERole role, IMMDevice **device) override
+    HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow, ERole role,
+                                                      IMMDevice **device) override
     {
         return m_inner->GetDefaultAudioEndpoint(eRender, role, device);
     }
-    STDMETHODIMP GetDevice(LPCWSTR id, IMMDevice **device) override
+    HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice **device) override
     {
         return m_inner->GetDevice(id, device);
     }
-    STDMETHODIMP RegisterEndpointNotificationCallback(IMMNotificationClient *) override
+    HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient *) override
     {
         return E_NOTIMPL;
     }
-    STDMETHODIMP UnregisterEndpointNotificationCallback(IMMNotificationClient *) override
+    HRESULT STDMETHODCALLTYPE
+    UnregisterEndpointNotificationCallback(IMMNotificationClient *) override
     {
         return E_NOTIMPL;
     }

@@ -1,5 +1,5 @@
 // The dialog on a real X server, operated by its buttons.
-#include "platform/dialogvisibility.h"
+#include "platform/display.h"
 #include "report/errorreportdialog.h"
 
 #include <QApplication>

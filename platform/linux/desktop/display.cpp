@@ -2,7 +2,7 @@
 
 #include <QByteArray>
 #include <QByteArrayList>
-#include <QCoreApplication>
+#include <QGuiApplication>
 
 void chooseDisplay()
 {
@@ -18,4 +18,14 @@ void chooseDisplay()
         platforms.append(QByteArrayLiteral("wayland"));
     platforms.append(QByteArrayLiteral("offscreen"));
     qputenv("QT_QPA_PLATFORM", platforms.join(';'));
+}
+
+bool dialogCanBeSeen()
+{
+    if (!qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
+        return false;
+    // Everything else that Qt draws on ends at somebody's eyes, be it by way of a remote viewer.
+    const QString display = QGuiApplication::platformName();
+    return display != QLatin1String("offscreen") && display != QLatin1String("minimal")
+        && QGuiApplication::primaryScreen();
 }

@@ -1,4 +1,4 @@
-#include "platform/dialogvisibility.h"
+#include "platform/display.h"
 
 #include <QGuiApplication>
 #include <QScreen>

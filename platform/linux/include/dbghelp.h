@@ -3,7 +3,7 @@
 
 #include <winbase.h>
 
-enum ADDRESS_MODE : std::int32_t { AddrMode1616, AddrMode1632, AddrModeReal, AddrModeFlat };
+enum ADDRESS_MODE : std::int32_t { AddrModeFlat = 3 };
 
 struct ADDRESS64 {
     DWORD64 Offset;
@@ -43,7 +43,7 @@ struct STACKFRAME64 {
 static_assert(sizeof(STACKFRAME64) == 264 && offsetof(STACKFRAME64, Reserved) == 128,
               "size and layout on x86-64");
 
-enum SYM_TYPE : std::int32_t { SymNone = 0, SymExport = 4 };
+enum SYM_TYPE : std::int32_t { SymExport = 4 };
 
 struct IMAGEHLP_MODULE64 {
     DWORD SizeOfStruct;

@@ -15,21 +15,14 @@ static_assert(sizeof(GUID) == 16, "a GUID is 16 bytes");
 using IID = GUID;
 using CLSID = GUID;
 using LPCGUID = const GUID *;
-using REFGUID = const GUID &;
 using REFIID = const IID &;
 using REFCLSID = const CLSID &;
 
-inline bool IsEqualGUID(REFGUID a, REFGUID b)
+inline bool operator==(const GUID &a, const GUID &b)
 {
     return std::memcmp(&a, &b, sizeof(GUID)) == 0;
 }
-inline bool operator==(REFGUID a, REFGUID b)
+inline bool operator!=(const GUID &a, const GUID &b)
 {
-    return IsEqualGUID(a, b);
+    return !(a == b);
 }
-inline bool operator!=(REFGUID a, REFGUID b)
-{
-    return !IsEqualGUID(a, b);
-}
-#define IsEqualIID(a, b) IsEqualGUID(a, b)
-#define IsEqualCLSID(a, b) IsEqualGUID(a, b)

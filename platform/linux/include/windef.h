@@ -8,9 +8,7 @@ using BYTE = std::uint8_t;
 using WORD = std::uint16_t;
 using DWORD = std::uint32_t;
 using DWORD64 = std::uint64_t;
-using ULONG64 = std::uint64_t;
 using BOOL = std::int32_t;
-using INT = std::int32_t;
 using UINT = std::uint32_t;
 using UINT32 = std::uint32_t;
 using UINT64 = std::uint64_t;
@@ -23,12 +21,9 @@ using SHORT = std::int16_t;
 using USHORT = std::uint16_t;
 using SIZE_T = std::size_t;
 using ULONG_PTR = std::uintptr_t;
-using LONG_PTR = std::intptr_t;
-using UINT_PTR = std::uintptr_t;
 using DWORD_PTR = std::uintptr_t;
-using WPARAM = UINT_PTR;
-using LPARAM = LONG_PTR;
-using LRESULT = LONG_PTR;
+using WPARAM = std::uintptr_t;
+using LPARAM = std::intptr_t;
 using HRESULT = std::int32_t;
 using CHAR = char;
 using WCHAR = wchar_t;
@@ -37,7 +32,6 @@ using LPCWSTR = const WCHAR *;
 using LPCSTR = const char *;
 using PVOID = void *;
 using LPVOID = void *;
-using LPCVOID = const void *;
 using HANDLE = void *;
 using HMODULE = void *;
 using HWND = struct HWND__ *;
@@ -53,10 +47,6 @@ using FARPROC = int (*)();
 #define WINAPI
 #define CALLBACK
 #define STDMETHODCALLTYPE
-#define STDMETHOD(method) virtual HRESULT STDMETHODCALLTYPE method
-#define STDMETHOD_(type, method) virtual type STDMETHODCALLTYPE method
-#define STDMETHODIMP HRESULT STDMETHODCALLTYPE
-#define STDMETHODIMP_(type) type STDMETHODCALLTYPE
 
 static_assert(sizeof(LONG) == 4 && sizeof(ULONG) == 4 && sizeof(DWORD) == 4 && sizeof(HRESULT) == 4,
               "the API's long types are 32 bits wide");

@@ -5,14 +5,12 @@
 
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
-#define HRESULT_FROM_WIN32(x) (static_cast<HRESULT>((x) ? (((x)&0x0000FFFFU) | 0x80070000U) : 0U))
 
 #define S_OK static_cast<HRESULT>(0)
 #define S_FALSE static_cast<HRESULT>(1)
 #define E_NOTIMPL static_cast<HRESULT>(0x80004001U)
 #define E_NOINTERFACE static_cast<HRESULT>(0x80004002U)
 #define E_POINTER static_cast<HRESULT>(0x80004003U)
-#define E_ABORT static_cast<HRESULT>(0x80004004U)
 #define E_FAIL static_cast<HRESULT>(0x80004005U)
 #define E_UNEXPECTED static_cast<HRESULT>(0x8000FFFFU)
 #define E_ACCESSDENIED static_cast<HRESULT>(0x80070005U)

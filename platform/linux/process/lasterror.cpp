@@ -19,10 +19,10 @@ void SetLastError(DWORD code)
 // Pseudo handles, with the values that the API has for them.
 HANDLE GetCurrentProcess()
 {
-    return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1));
+    return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1));
 }
 
 HANDLE GetCurrentThread()
 {
-    return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-2));
+    return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-2));
 }

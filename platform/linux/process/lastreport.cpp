@@ -99,6 +99,8 @@ void endAfterReturn(siginfo_t *info)
         endBy(info->si_signo);
 }
 
+void reserveCrashStack() { }
+
 void beginLastReport()
 {
     claimLastReport(0);

@@ -1,5 +1,6 @@
 #include "platform/privatefiles.h"
 
+#include <QDir>
 #include <sys/stat.h>
 
 PrivateFileScope::PrivateFileScope()
@@ -10,4 +11,15 @@ PrivateFileScope::PrivateFileScope()
 PrivateFileScope::~PrivateFileScope()
 {
     umask(mode_t(m_before));
+}
+
+// The state folder of the user is the place for logs here, where no drive root can be written.
+QString diagnosticLogPath()
+{
+    QString folder = qEnvironmentVariable("XDG_STATE_HOME");
+    if (!QDir::isAbsolutePath(folder))
+        folder = QDir::homePath() + QStringLiteral("/.local/state");
+    folder += QStringLiteral("/tonewell");
+    QDir().mkpath(folder);
+    return folder + QStringLiteral("/audio_format_diagnostic.txt");
 }

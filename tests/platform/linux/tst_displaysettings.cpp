@@ -1,5 +1,5 @@
 // The display of an X server whose size is known: 1234 x 777.
-#include "platform/dialogvisibility.h"
+#include "platform/display.h"
 
 #include <QGuiApplication>
 #include <QScreen>

@@ -1,5 +1,5 @@
 // What this host answers about itself, beside where it says so; what it cannot answer fails.
-#include "platform/dialogvisibility.h"
+#include "platform/display.h"
 
 #include <QFile>
 #include <QGuiApplication>

@@ -1,5 +1,5 @@
 // The primary display, beside what the window system says of it.
-#include "platform/dialogvisibility.h"
+#include "platform/display.h"
 
 #include <QGuiApplication>
 #include <QScreen>

@@ -1,5 +1,5 @@
 // What Windows answers about itself, beside where else it says so.
-#include "platform/dialogvisibility.h"
+#include "platform/display.h"
 
 #include <QSysInfo>
 #include <QThread>

@@ -1,3 +1,0 @@
-#include "platform/crashstack.h"
-
-void reserveCrashStack() { }
