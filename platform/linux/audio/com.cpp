@@ -1,13 +1,11 @@
-// Apartments, object creation, task memory and the millisecond clock.
+// Apartments, object creation and task memory.
 
 #include "platform/linux/audio/mmdeviceenumerator.h"
 
 #include <atomic>
 #include <cstdlib>
-#include <ctime>
 #include <objbase.h>
 #include <propidl.h>
-#include <winbase.h>
 
 namespace {
 
@@ -110,12 +108,4 @@ HRESULT PropVariantClear(PROPVARIANT *value)
     }
     PropVariantInit(value);
     return S_OK;
-}
-
-ULONGLONG GetTickCount64()
-{
-    timespec now {};
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<ULONGLONG>(now.tv_sec) * 1000U
-        + static_cast<ULONGLONG>(now.tv_nsec) / 1000000U;
 }
