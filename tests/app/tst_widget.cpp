@@ -25,6 +25,7 @@
 #include <QTranslator>
 
 #include <memory>
+#include <thread>
 
 namespace {
 
@@ -85,6 +86,7 @@ private Q_SLOTS:
     void neverOnTheTaskBarAndNotVisibleOnScreen();
     void tunesTheEngineAndSwitchesTheLogOff();
     void comboHoldsTheEnginesDevices();
+    void comboIsFilledOnce();
     void activatingTheCurrentItemRestarts();
     void activatingAnotherItemSwitches();
     void pressingStopTwice();
@@ -291,6 +293,24 @@ void WidgetTest::comboHoldsTheEnginesDevices()
     }
     QCOMPARE(items, expected);
     QVERIFY(log.contains(QStringLiteral("------获取设备列表:------")));
+}
+
+void WidgetTest::comboIsFilledOnce()
+{
+    const QString id = QStringLiteral("late");
+    world().add(id, QStringLiteral("Late"));
+    world().setDefault(id);
+    std::thread([&] {
+        world().notifyAdded(id);
+        world().notifyDefaultChanged(id); // which rebuilds the catalogue
+    }).join();
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), id, s_patience);
+    QCOMPARE(SpecEngine::instance()->deviceList().size(), 4);
+    const auto *const combo = m_widget->findChild<QComboBox *>();
+    QCOMPARE(combo->count(), 3);
+    QCOMPARE(combo->itemText(1), speakers());
+    world().setDefault(QStringLiteral("speakers"));
+    world().remove(id);
 }
 
 void WidgetTest::activatingTheCurrentItemRestarts()

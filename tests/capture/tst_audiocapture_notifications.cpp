@@ -11,6 +11,9 @@ private Q_SLOTS:
     void sameIdAfterTheDebounceIsHandledAgain();
     void sameIdWithinTheDebounceIsNot();
     void differentIdIsHandledAtOnce();
+    void everyRoleCounts_data();
+    void everyRoleCounts();
+    void debounceIsTheProcesses();
     void otherFlowsNullIdsAndUnreadyControllersAreIgnored();
     void pinnedDeviceStaysPinned();
     void bareNameOfAnotherEndpointIsFollowed();
@@ -103,6 +106,58 @@ void TestAudioCaptureNotifications::differentIdIsHandledAtOnce()
     });
     QCOMPARE(scene.log.count(text("[设备切换] 检测到输出设备变化:")), 2);
     QVERIFY(scene.captures(kIdB));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureNotifications::everyRoleCounts_data()
+{
+    QTest::addColumn<int>("role");
+    QTest::newRow("console") << int(eConsole);
+    QTest::newRow("multimedia") << int(eMultimedia);
+    QTest::newRow("communications") << int(eCommunications);
+}
+
+void TestAudioCaptureNotifications::everyRoleCounts()
+{
+    QFETCH(int, role);
+    const QString id = QStringLiteral("{0.0.0}.role%1").arg(role); // new to the debounce
+    Scene scene;
+    scene.audio.add(id, text("Monitor"));
+    scene.make();
+    scene.audio.setDefault(id);
+    onForeignThread([&] { scene.audio.notifyDefaultChanged(id, eRender, ERole(role)); });
+    QCOMPARE(scene.log.count(text("[设备切换] 检测到输出设备变化: Monitor")), 1);
+    QVERIFY(scene.captures(id));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureNotifications::debounceIsTheProcesses()
+{
+    // Two controllers hear of the same change; the one that comes first handles it alone.
+    Scene scene;
+    scene.make().setCurrentDevice(text("Headset")); // pinned: a change is logged, and that is all
+    qint64 elapsed = 0;
+    int handled = 0;
+    // Until the machine has let both calls be made within the time.
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        AudioCapture other;
+        QTest::qWait(510);
+        scene.log.clear();
+        QElapsedTimer clock;
+        clock.start();
+        const std::wstring id = kIdA.toStdWString();
+        onForeignThread([&] {
+            scene.audio.enter();
+            scene.capture->OnDefaultDeviceChanged(eRender, eConsole, id.c_str());
+            other.OnDefaultDeviceChanged(eRender, eConsole, id.c_str());
+        });
+        handled = scene.log.count(text("[设备切换] 检测到输出设备变化: Speakers"));
+        elapsed = clock.elapsed();
+        if (elapsed < 500)
+            break;
+    }
+    QVERIFY2(elapsed < 500, qPrintable(QString::number(elapsed)));
+    QCOMPARE(handled, 1);
     VERIFY_NOTHING_LEFT(scene);
 }
 

@@ -20,6 +20,7 @@ private Q_SLOTS:
     void startOnAForeignThread();
     void otherApartmentIsUsable();
     void failedApartmentIsOnlyLogged();
+    void apartmentsAreNeverLeft();
     void doubleStartBeforeTheWorkerBegins();
     void stopBeforeTheWorkerBegins();
     void stopLeavesTheSessionsObjects();
@@ -239,6 +240,23 @@ void TestAudioCaptureStart::failedApartmentIsOnlyLogged()
     failCoInitializeEx(S_OK);
     QVERIFY(scene.captures(kIdA)); // by the restart
     VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureStart::apartmentsAreNeverLeft()
+{
+    // A thread that has left its apartment could enter the other kind.
+    Scene scene;
+    AudioCapture &capture = scene.make();
+    HRESULT afterStart = S_OK;
+    onForeignThread([&] {
+        scene.audio.enter();
+        capture.startCapture();
+        capture.stopCapture();
+        afterStart = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    });
+    QCOMPARE(afterStart, RPC_E_CHANGED_MODE);
+    VERIFY_NOTHING_LEFT(scene);
+    QCOMPARE(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE);
 }
 
 void TestAudioCaptureStart::doubleStartBeforeTheWorkerBegins()

@@ -30,7 +30,9 @@ private Q_SLOTS:
     void blockAlignFourPassesPacketsThrough();
     void monoFloatIsPassedThroughToo();
     void sixChannelFloatKeepsTheFirstTwo();
+    void extensibleCountsAsFloatWhateverItsSubFormat();
     void packetIsOneBlock();
+    void onePacketAPass();
     void unreadableMixFormatMeansStereo16();
     void silentFlagIsNotExamined();
     void nullPacketGivesZeros();
@@ -39,6 +41,7 @@ private Q_SLOTS:
     void recoveryAfterFourHundredAndOne();
     void failedRecoveryEndsTheSession();
     void transientPacketSizeErrorIsRetried();
+    void packetSizeErrorLeavesTheEmptyPolls();
     void transientBufferErrorSkipsThePacket();
     void transientBufferErrorResetsTheEmptyPolls();
     void invalidatedWhileAsking();
@@ -119,6 +122,20 @@ void TestCaptureAudioThreadReading::sixChannelFloatKeepsTheFirstTwo()
     VERIFY_NOTHING_LEFT(session);
 }
 
+void TestCaptureAudioThreadReading::extensibleCountsAsFloatWhateverItsSubFormat()
+{
+    Session session;
+    WAVEFORMATEXTENSIBLE integers = FakeAudio::floatFormat();
+    integers.SubFormat.Data1 = WAVE_FORMAT_PCM;
+    session.scene.audio.setFormat(kIdA, integers);
+    session.scene.audio.push(kIdA, packet(1, floats({1.0F, -0.5F})));
+    session.start(session.client(), 8);
+    QCOMPARE(session.block(0), QByteArray("\xff\x7f\x01\xc0", 4)); // 32767 and -16383
+    QVERIFY(session.end());
+    QVERIFY(session.scene.log.contains(text("[Thread] 需要格式转换: 2ch/32bit/float=true")));
+    VERIFY_NOTHING_LEFT(session);
+}
+
 void TestCaptureAudioThreadReading::packetIsOneBlock()
 {
     Session session;
@@ -129,6 +146,22 @@ void TestCaptureAudioThreadReading::packetIsOneBlock()
     QCOMPARE(session.block(1).size(), 1920);
     QCOMPARE(session.block(2).size(), 4);
     QVERIFY(session.end());
+    VERIFY_NOTHING_LEFT(session);
+}
+
+void TestCaptureAudioThreadReading::onePacketAPass()
+{
+    // Packets that wait are taken one by one, each after a sleep and a question of its own.
+    Session session;
+    for (int i = 0; i < 5; ++i)
+        session.scene.audio.push(kIdA, packet(1, QByteArray(8, '\0')));
+    session.start(session.client(), 8);
+    QVERIFY(waitUntil([&] { return session.blocks.size() == 5; }));
+    QVERIFY(session.end());
+    const auto reads = session.scene.audio.records(FakeCall::GetBuffer);
+    QCOMPARE(reads.size(), 5);
+    for (int i = 1; i < reads.size(); ++i)
+        QVERIFY(reads.at(i).atMs - reads.at(i - 1).atMs >= 4);
     VERIFY_NOTHING_LEFT(session);
 }
 
@@ -253,6 +286,23 @@ void TestCaptureAudioThreadReading::transientPacketSizeErrorIsRetried()
              3);
     QVERIFY(session.end());
     QCOMPARE(session.errors.size(), 0);
+    VERIFY_NOTHING_LEFT(session);
+}
+
+void TestCaptureAudioThreadReading::packetSizeErrorLeavesTheEmptyPolls()
+{
+    // Three questions fail in the middle: they are no empty polls, and they end no row of them.
+    Session session;
+    IAudioClient *client = session.client();
+    session.scene.audio.fail(FakeCall::GetNextPacketSize, {AUDCLNT_E_SERVICE_NOT_RUNNING}, 200, 3);
+    session.start(client, 8);
+    QVERIFY(waitUntil([&] { return session.scene.log.contains(text("恢复成功")); }));
+    QVERIFY(session.end());
+    QList<FakeCallRecord> calls = session.scene.audio.records();
+    int polls = 0;
+    while (calls.first().call != FakeCall::Stop)
+        polls += calls.takeFirst().call == FakeCall::GetNextPacketSize ? 1 : 0;
+    QCOMPARE(polls, 404);
     VERIFY_NOTHING_LEFT(session);
 }
 

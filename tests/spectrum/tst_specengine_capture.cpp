@@ -10,6 +10,7 @@ class TestSpecEngineCapture : public QObject {
 
 private Q_SLOTS:
     void startsOnTheAudioSystemAndGetsItsData();
+    void nobodyEmitsItsSignals();
 };
 
 void TestSpecEngineCapture::startsOnTheAudioSystemAndGetsItsData()
@@ -43,6 +44,26 @@ void TestSpecEngineCapture::startsOnTheAudioSystemAndGetsItsData()
         QVERIFY(!peer->isCapturing());
         QVERIFY(peer.timer().isActive());
         QCOMPARE(audio.calls(FakeCall::Initialize), 2);
+    }
+    QCOMPARE(audio.problems(), QStringList());
+}
+
+void TestSpecEngineCapture::nobodyEmitsItsSignals()
+{
+    FakeAudio audio;
+    audio.add(QStringLiteral("a"), QStringLiteral("Speakers"));
+    audio.setDefault(QStringLiteral("a"));
+    {
+        SpecEnginePeer peer;
+        const QSignalSpy levels(peer.get(), &SpecEngine::levelChanged);
+        const QSignalSpy spectra(peer.get(), &SpecEngine::spectrumChanged);
+        peer->start();
+        QTRY_COMPARE(peer.spectrum().count(), 2048); // levels and spectra do change
+        QTRY_VERIFY(peer->rmsLevel() > 0.0);
+        peer->stop();
+        QTRY_VERIFY(audio.capturedDevice().isEmpty());
+        QCOMPARE(levels.count(), 0);
+        QCOMPARE(spectra.count(), 0);
     }
     QCOMPARE(audio.problems(), QStringList());
 }

@@ -4,6 +4,8 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
+#include <QSharedMemory>
 #include <QTest>
 
 #include <csignal>
@@ -26,6 +28,7 @@ private Q_SLOTS:
     void runsWithoutADisplay_data();
     void runsWithoutADisplay();
     void aHeldSegmentKeepsTheProgramFromRunning();
+    void runsOnWhenTheSegmentCannotBeMade();
     void reportNamesTheProgram();
     void noThreadBlocksTheSignalsOfFaults();
 };
@@ -199,6 +202,28 @@ void ProcessTest::aHeldSegmentKeepsTheProgramFromRunning()
     QVERIFY(next);
     next->terminate();
     QVERIFY(next->waitForFinished(s_patience));
+}
+
+// A link to nowhere in the place of the key's file: the key names no segment then.
+void ProcessTest::runsOnWhenTheSegmentCannotBeMade()
+{
+    const ProgramWorld world;
+    const QString name =
+        QFileInfo(QSharedMemory(QStringLiteral("TonewellDetection")).nativeKey()).fileName();
+    const QString file = QFileInfo(world.socket()).dir().filePath(name);
+    QVERIFY(QFile::link(file + QStringLiteral(".nowhere"), file));
+    QSharedMemory segment;
+    segment.setNativeKey(file);
+    QVERIFY(!segment.create(1));
+
+    const auto copy = world.startAndWait();
+    QVERIFY(copy);
+    QVERIFY(!world.receive(3).isEmpty());
+    QCOMPARE(copy->state(), QProcess::Running);
+    QVERIFY(!segment.attach());
+    copy->terminate();
+    QVERIFY(copy->waitForFinished(s_patience));
+    QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
 }
 
 void ProcessTest::reportNamesTheProgram()
