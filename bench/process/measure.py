@@ -60,7 +60,7 @@ class Bench:
 
     def __init__(self, programs):
         self.programs = programs
-        self.world = harness.PulseAudioWorld()
+        self.world = harness.World("pulseaudio")
         self.others = []
         try:
             self.world.start_server()

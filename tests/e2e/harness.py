@@ -11,8 +11,6 @@ import json
 import math
 import os
 import shutil
-import signal
-import socket
 import subprocess
 import sys
 import tempfile
@@ -20,10 +18,13 @@ import threading
 import time
 import wave
 
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(HERE)), "tools"))
+from soundserver import KINDS, SoundServerError, end_process, is_listening  # noqa: E402, F401
+
 SEPARATOR = "/&+&/"
 PROGRAM = os.environ.get("TONEWELL_PROGRAM", "TonewellDetection")
 TONE_PLAYER = os.path.join(os.path.dirname(PROGRAM), "toneplayer")
-HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 def wait_until(condition, seconds, what):
@@ -36,10 +37,6 @@ def wait_until(condition, seconds, what):
         if time.monotonic() > end:
             raise AssertionError(f"not within {seconds} s: {what}")
         time.sleep(0.02)
-
-
-class ServerError(Exception):
-    """The sound server refused a request, or there is none."""
 
 
 class Message:
@@ -116,27 +113,6 @@ class Client:
         self.process.stdout.close()
 
 
-def end_process(process, seconds=5):
-    """Ends a process politely, then for good; returns its exit status."""
-    if process.poll() is None:
-        process.terminate()
-        try:
-            process.wait(seconds)
-        except subprocess.TimeoutExpired:
-            process.kill()
-    return process.wait()
-
-
-def is_listening(path):
-    """Whether a process accepts connections at a local socket of that name."""
-    with socket.socket(socket.AF_UNIX) as probe:
-        try:
-            probe.connect(path)
-        except (FileNotFoundError, ConnectionRefusedError):
-            return False
-    return True
-
-
 def write_tone(path, rate, seconds, left, right):
     """A stereo WAV file; left and right are (frequency in Hz, amplitude 0..1) or None."""
     period = array.array("h")
@@ -156,22 +132,23 @@ def write_tone(path, rate, seconds, left, right):
 class World:
     """A temporary folder with its sound server, players, program and clients."""
 
-    null_sink_options = ()
-
-    def __init__(self):
+    def __init__(self, kind=None):
+        """Of a kind of tools/soundserver.py; by default of that in the TONEWELL_SERVER variable."""
+        self.kind = kind or os.environ.get("TONEWELL_SERVER", "pulseaudio")
         self.folder = tempfile.mkdtemp(prefix="tonewell-e2e.")
-        self.environment = {key: value for key, value in os.environ.items()
-                            if not key.startswith(("PULSE_", "PIPEWIRE_", "XDG_", "DBUS_"))
-                            and key not in ("DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM")}
-        self.runtime = os.path.join(self.folder, "run")
-        for name in ("run", "home"):
-            os.mkdir(os.path.join(self.folder, name), 0o700)
-        self.environment.update(HOME=os.path.join(self.folder, "home"), TMPDIR=self.folder,
-                                XDG_RUNTIME_DIR=self.runtime,
-                                # Without it the machine's own sessions would restart capture.
-                                DBUS_SYSTEM_BUS_ADDRESS="unix:path=" + os.path.join(self.folder, "no-system-bus"))
+        environment = {key: value for key, value in os.environ.items()
+                       if not key.startswith(("PULSE_", "PIPEWIRE_", "XDG_", "DBUS_"))
+                       and key not in ("DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM")}
+        environment.update(TMPDIR=self.folder,
+                           # Without it the machine's own sessions would restart capture.
+                           DBUS_SYSTEM_BUS_ADDRESS="unix:path=" + os.path.join(self.folder, "no-system-bus"))
+        microphone = ("-L", "module-null-source source_name=microphone")
+        self.server = KINDS[self.kind](self.folder, environment,
+                                       microphone if self.kind == "pulseaudio" else ())
+        self.name = self.server.name
+        self.runtime = self.server.runtime
+        self.environment = self.server.environment
         self.others = []
-        self.servers = []
         self.clients = []
 
     def close(self):
@@ -179,7 +156,7 @@ class World:
             client.stop()
         for process in reversed(self.others):
             end_process(process)
-        self.stop_server()
+        self.server.close()
         shutil.rmtree(self.folder, ignore_errors=True)
 
     def log(self, name):
@@ -194,40 +171,25 @@ class World:
     # The sound server
 
     def start_server(self):
-        raise NotImplementedError
+        self.server.start()
+        if self.kind == "pipewire":
+            self.pactl("load-module", "module-null-sink", "media.class=Audio/Source/Virtual",
+                       "sink_name=microphone", "channel_map=mono")
 
     def stop_server(self):
-        for process in reversed(self.servers):
-            end_process(process)
-        self.servers.clear()
+        self.server.stop()
 
     def kill_server(self):
-        for process in reversed(self.servers):
-            process.kill()
-            process.wait()
-        self.servers.clear()
+        self.server.kill()
 
     def pactl(self, *words):
-        done = subprocess.run(["pactl", *words], env=self.environment, timeout=10,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        if done.returncode != 0:
-            raise ServerError(f"pactl {' '.join(words)}: {done.stderr.strip()}")
-        return done.stdout.strip()
-
-    def has_server(self):
-        with contextlib.suppress(ServerError, subprocess.TimeoutExpired):
-            return self.pactl("info")
-        return None
+        return self.server.pactl(*words)
 
     def add_sink(self, name, rate=48000):
-        module = self.pactl("load-module", "module-null-sink", f"sink_name={name}", f"rate={rate}",
-                            f"sink_properties=device.description={name}", *self.null_sink_options)
-        wait_until(lambda: f"\t{name}\t" in self.pactl("list", "short", "sinks"), 5, f"sink {name}")
-        return module
+        return self.server.add_sink(name, rate=rate)
 
     def set_default(self, name):
-        self.pactl("set-default-sink", name)
-        wait_until(lambda: self.pactl("get-default-sink") == name, 5, f"default sink {name}")
+        self.server.set_default(name)
 
     def describe(self):
         """The server's state in words, for a test that failed."""
@@ -236,7 +198,7 @@ class World:
                          ["list", "short", "source-outputs"]):
             try:
                 answer = self.pactl(*question)
-            except (ServerError, subprocess.TimeoutExpired) as failure:
+            except SoundServerError as failure:
                 answer = str(failure)
             lines.append(f"{' '.join(question)}:\n{answer}")
         return "\n".join(lines)
@@ -284,58 +246,9 @@ class World:
         return client
 
 
-class PulseAudioWorld(World):
-    name = "PulseAudio"
-    # As far ahead as a sound card's driver renders, not the two seconds that a sink which can take
-    # back what it has rendered allows itself.
-    null_sink_options = ("norewinds=1",)
-
-    def start_server(self):
-        self.servers.append(self.start(
-            "server", "pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
-            "-L", "module-native-protocol-unix", "-L", "module-null-source source_name=microphone"))
-        wait_until(self.has_server, 10, "the sound server")
-
-
-class PipeWireWorld(World):
-    name = "PipeWire"
-
-    def start_server(self):
-        address = "unix:path=" + os.path.join(self.runtime, "bus")
-        if "DBUS_SESSION_BUS_ADDRESS" not in self.environment:
-            self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
-            bus = self.start("bus", "dbus-daemon", "--session", "--nofork", "--nopidfile",
-                             "--address=" + address)
-            self.others.append(bus)
-            wait_until(lambda: os.path.exists(os.path.join(self.runtime, "bus")), 5, "the bus")
-        for name, listener in (("pipewire", "pipewire-0"), ("wireplumber", None),
-                             ("pipewire-pulse", "pulse/native")):
-            self.servers.append(self.start(name, name))
-            if listener:
-                # A killed server leaves its socket's name behind, so only an answer counts: the
-                # session manager ends at once when it finds nobody there.
-                wait_until(lambda: is_listening(os.path.join(self.runtime, listener)), 10, name)
-        wait_until(self.has_server, 10, "the sound server")
-        # The session manager keeps the defaults and may come up after the servers.
-        wait_until(self.has_defaults, 10, "the session manager")
-        self.pactl("load-module", "module-null-sink", "media.class=Audio/Source/Virtual",
-                   "sink_name=microphone", "channel_map=mono")
-
-
-    def has_defaults(self):
-        with contextlib.suppress(subprocess.TimeoutExpired):
-            done = subprocess.run(["pw-metadata", "-n", "default"], env=self.environment, timeout=10,
-                                  stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-            return 'Found "default"' in done.stdout
-        return False
-
-
-WORLDS = {"pulseaudio": PulseAudioWorld, "pipewire": PipeWireWorld}
-
-
 def make_world():
     """The world of the server that the TONEWELL_SERVER variable names, with the server running."""
-    world = WORLDS[os.environ.get("TONEWELL_SERVER", "pulseaudio")]()
+    world = World()
     try:
         world.start_server()
     except BaseException:

@@ -95,7 +95,7 @@ void AudioSystemTest::tidyUp()
     QCOMPARE(m_log.references(), 1L);
     if (m_server.isRunning() && !m_server.clear()) {
         qWarning("%s", qPrintable(m_server.errorText()));
-        m_server.kill();
+        QVERIFY2(m_server.kill(), qPrintable(m_server.errorText()));
     }
     m_log.clear();
 }

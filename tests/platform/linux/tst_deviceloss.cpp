@@ -92,7 +92,7 @@ void DeviceLossTest::killedServerInvalidatesAndItsReturnIsAnnounced()
         IMMDevice *const a = device(QStringLiteral("a"));
         m_log.clear();
 
-        m_server.kill();
+        QVERIFY2(m_server.kill(), qPrintable(m_server.errorText()));
         QVERIFY2(m_log.waitFor({QStringLiteral("state a 4"), QStringLiteral("state b 4")}),
                  qPrintable(m_log.lines().join(QLatin1String(", "))));
         QVERIFY(QTest::qWaitFor([&] { return recorder.record(10) == AUDCLNT_E_DEVICE_INVALIDATED; },
@@ -139,7 +139,7 @@ void DeviceLossTest::hungServerBlocksNothing()
     QCOMPARE(survivor.client()->Start(), S_OK);
     QCOMPARE(survivor.waitForSound(), S_OK);
 
-    m_server.hang();
+    QVERIFY2(m_server.hang(), qPrintable(m_server.errorText()));
     QElapsedTimer timer;
     timer.start();
     QCOMPARE(enumerate(eRender).size(), 2);
@@ -155,7 +155,7 @@ void DeviceLossTest::hungServerBlocksNothing()
     QVERIFY2(timer.elapsed() > 1000 && timer.elapsed() < 4000,
              qPrintable(QString::number(timer.elapsed())));
 
-    m_server.resume();
+    QVERIFY2(m_server.resume(), qPrintable(m_server.errorText()));
     QCOMPARE(survivor.waitForSound(), S_OK);
     QCOMPARE(survivor.record(300), S_OK);
     QVERIFY(survivor.frames() > 0);

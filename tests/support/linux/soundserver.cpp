@@ -3,8 +3,6 @@
 #include <csignal>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
 #include <QStandardPaths>
 #include <QThread>
 #include <QVariant>
@@ -38,22 +36,53 @@ SoundServer::SoundServer(Kind kind)
     // Not the folder for temporary files: the names of sockets must stay short.
     , m_folder(QStringLiteral("/tmp/tonewell-sound-XXXXXX"))
     , m_environment(QProcessEnvironment::systemEnvironment())
+    , m_child(std::make_unique<Companion>())
 {
-    const QString folder = m_folder.path();
-    m_environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), folder);
-    m_environment.insert(QStringLiteral("HOME"), folder);
-    m_environment.insert(QStringLiteral("XDG_CONFIG_HOME"), folder + QStringLiteral("/config"));
-    m_environment.insert(QStringLiteral("XDG_STATE_HOME"), folder + QStringLiteral("/state"));
+    m_environment.remove(QStringLiteral("DISPLAY"));
     m_environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
-                         QStringLiteral("unix:path=%1/bus").arg(folder));
-    for (const char *const name : {"PULSE_SERVER", "PULSE_SINK", "PULSE_SOURCE", "PULSE_COOKIE",
-                                   "PIPEWIRE_REMOTE", "PIPEWIRE_RUNTIME_DIR", "DISPLAY"})
-        m_environment.remove(QString::fromLatin1(name));
+                         QStringLiteral("unix:path=%1/no-bus").arg(m_folder.path()));
+    m_child->setProcessEnvironment(m_environment);
+    m_child->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    const bool pulseAudio = kind == Kind::PulseAudio;
+    m_child->start(QStringLiteral(TONEWELL_PYTHON),
+                   {QStringLiteral(TONEWELL_SOUNDSERVER), QStringLiteral("--commands"),
+                    pulseAudio ? QStringLiteral("pulseaudio") : QStringLiteral("pipewire"),
+                    m_folder.path(), QStringLiteral("--"), QStringLiteral("--disable-shm=yes")});
+    readEnvironment();
 }
 
 SoundServer::~SoundServer()
 {
-    kill();
+    m_child->closeWriteChannel();
+    if (!m_child->waitForFinished(PatienceMs))
+        endProcess(m_child.get());
+}
+
+void SoundServer::readEnvironment()
+{
+    for (QByteArray line = readLine(); !line.isEmpty() && line != "ready"; line = readLine()) {
+        const QString name = text(line).section(QLatin1Char('='), 0, 0);
+        if (line.startsWith('-'))
+            m_environment.remove(name.mid(1));
+        else
+            m_environment.insert(name, text(line).section(QLatin1Char('='), 1));
+    }
+}
+
+QByteArray SoundServer::readLine()
+{
+    while (!m_child->canReadLine()) {
+        if (!m_child->waitForReadyRead(4 * PatienceMs)) // whose own patience ends first
+            return {};
+    }
+    return m_child->readLine().trimmed();
+}
+
+bool SoundServer::command(const QByteArray &word)
+{
+    m_child->write(word + '\n');
+    const QByteArray answer = readLine();
+    return answer == "ok" || fail(QStringLiteral("%1: %2").arg(text(word), text(answer)));
 }
 
 QString SoundServer::missingProgram(Kind kind)
@@ -85,107 +114,25 @@ void SoundServer::adoptEnvironment() const
 
 bool SoundServer::start()
 {
-    const bool started = m_kind == Kind::PulseAudio ? startPulseAudio() : startPipeWire();
-    return started && waitUntilAnswers();
+    m_running = command("start");
+    return m_running;
 }
 
-bool SoundServer::startPulseAudio()
+bool SoundServer::kill()
 {
-    return startProcess(QStringLiteral("pulseaudio"),
-                        {QStringLiteral("-n"), QStringLiteral("--daemonize=no"),
-                         QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--use-pid-file=no"),
-                         QStringLiteral("--disable-shm=yes"), QStringLiteral("-L"),
-                         QStringLiteral("module-native-protocol-unix")});
-}
-
-bool SoundServer::startPipeWire()
-{
-    // The machine's devices are none of the test's business.
-    const QString folder = m_folder.path();
-    const QString policy = folder + QStringLiteral("/config/wireplumber/main.lua.d");
-    if (!QDir().mkpath(policy))
-        return fail(QStringLiteral("cannot make %1").arg(policy));
-    QFile file(policy + QStringLiteral("/90-no-devices.lua"));
-    if (!file.open(QIODevice::WriteOnly))
-        return fail(QStringLiteral("cannot write %1").arg(file.fileName()));
-    file.write("alsa_monitor.enabled = false\n"
-               "v4l2_monitor.enabled = false\n"
-               "libcamera_monitor.enabled = false\n");
-    file.close();
-
-    return startProcess(QStringLiteral("dbus-daemon"),
-                        {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                         QStringLiteral("--address=unix:path=%1/bus").arg(folder)})
-        && waitForFile(folder + QStringLiteral("/bus"))
-        && startProcess(QStringLiteral("pipewire"), {})
-        && waitForFile(folder + QStringLiteral("/pipewire-0"))
-        && startProcess(QStringLiteral("wireplumber"), {})
-        && startProcess(QStringLiteral("pipewire-pulse"), {})
-        && waitForFile(folder + QStringLiteral("/pulse/native"));
-}
-
-bool SoundServer::startProcess(const QString &program, const QStringList &arguments)
-{
-    auto process = std::make_unique<Companion>();
-    process->setProcessEnvironment(m_environment);
-    process->setStandardInputFile(QProcess::nullDevice());
-    process->setStandardOutputFile(QProcess::nullDevice());
-    process->setStandardErrorFile(m_folder.filePath(program + QStringLiteral(".log")),
-                                  QIODevice::Append);
-    process->start(program, arguments);
-    if (!process->waitForStarted(PatienceMs))
-        return fail(QStringLiteral("%1: %2").arg(program, process->errorString()));
-    m_processes.push_back(std::move(process));
-    return true;
-}
-
-bool SoundServer::waitForFile(const QString &path)
-{
-    for (const QDeadlineTimer deadline(PatienceMs); !QFile::exists(path);) {
-        if (deadline.hasExpired())
-            return fail(QStringLiteral("%1 did not appear").arg(path));
-        QThread::msleep(10);
-    }
-    return true;
-}
-
-bool SoundServer::waitUntilAnswers()
-{
-    for (const QDeadlineTimer deadline(PatienceMs); !control({QStringLiteral("info")});) {
-        if (deadline.hasExpired())
-            return false;
-        QThread::msleep(20);
-    }
-    return true;
-}
-
-void SoundServer::kill()
-{
-    // All at once, then wait: a server that notices another one's end would tidy up.
-    for (const auto &process : m_processes)
-        process->kill();
-    for (const auto &process : m_processes)
-        process->waitForFinished(PatienceMs);
-    m_processes.clear();
+    m_running = false;
     m_modules.clear();
-    for (const char *const name : {"bus", "pipewire-0", "pipewire-0.lock", "pulse/native"})
-        QFile::remove(m_folder.filePath(QString::fromLatin1(name)));
+    return command("kill");
 }
 
-void SoundServer::signalAll(int number)
+bool SoundServer::hang()
 {
-    for (const auto &process : m_processes)
-        ::kill(static_cast<pid_t>(process->processId()), number);
+    return command("hang");
 }
 
-void SoundServer::hang()
+bool SoundServer::resume()
 {
-    signalAll(SIGSTOP);
-}
-
-void SoundServer::resume()
-{
-    signalAll(SIGCONT);
+    return command("resume");
 }
 
 bool SoundServer::addSink(const Sink &sink)

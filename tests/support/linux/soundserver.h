@@ -8,10 +8,11 @@
 #include <QTemporaryDir>
 #include <vector>
 
-/// PulseAudio, or PipeWire with its session manager and its PulseAudio protocol, in a private
-/// runtime folder, without any hardware. The user's own server is neither used nor touched.
-/// Everything that was started ends with the object, by its process id, and also when the test
-/// dies. Failures of calls that return bool are explained by errorText(). For one thread.
+/// PulseAudio, or PipeWire with its session manager and its PulseAudio protocol, as a child that
+/// runs tools/soundserver.py starts it: in a private runtime folder, without any hardware. The
+/// user's own server is neither used nor touched. Everything that was started ends with the object,
+/// by its process id, and also when the test dies. Failures of calls that return bool are explained
+/// by errorText(). For one thread.
 class SoundServer {
 public:
     enum class Kind { PulseAudio, PipeWire };
@@ -41,12 +42,12 @@ public:
     bool start();
 
     /// Ends the server like a crash. Its sinks are forgotten.
-    void kill();
+    bool kill();
 
-    bool isRunning() const { return !m_processes.empty(); }
+    bool isRunning() const { return m_running; }
 
-    void hang(); ///< keeps its processes from running
-    void resume();
+    bool hang(); ///< keeps its processes from running
+    bool resume();
 
     /// Loads a sink that goes nowhere, and waits until the server shows it.
     bool addSink(const Sink &sink);
@@ -78,22 +79,20 @@ private:
         QByteArray number;
     };
 
-    bool startPulseAudio();
-    bool startPipeWire();
-    bool startProcess(const QString &program, const QStringList &arguments);
-    bool waitForFile(const QString &path);
-    bool waitUntilAnswers();
+    void readEnvironment();
+    bool command(const QByteArray &word);
+    QByteArray readLine();
     bool loadModule(const QStringList &arguments, QByteArray *number);
     bool setDefault(const QString &command, const QByteArray &name);
     bool waitForName(const QString &kind, const QByteArray &name, bool present);
-    void signalAll(int number);
     QByteArray infoLine(const QByteArray &title);
     bool fail(const QString &text);
 
     const Kind m_kind;
     QTemporaryDir m_folder;
     QProcessEnvironment m_environment;
-    std::vector<std::unique_ptr<QProcess>> m_processes; // in the order of their start
+    std::unique_ptr<QProcess> m_child; // obeys command() and ends the server with its own input
+    bool m_running = false;
     std::vector<Module> m_modules; // in the order in which they were loaded
     QString m_errorText;
 };
