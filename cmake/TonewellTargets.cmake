@@ -10,6 +10,15 @@ function(tonewell_room room)
     target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE tonewell_options ${arg_PRIVATE_LINK})
 endfunction()
 
+# TONEWELL_VECTOR_CODE: whether there are kernels for the processors that this build is for.
+include(CheckCXXSourceCompiles)
+set(CMAKE_REQUIRED_INCLUDES ${PROJECT_SOURCE_DIR})
+check_cxx_source_compiles([[
+    #include "platform/vectorunit.h"
+    static_assert(TONEWELL_VECTOR_CODE, "");
+    int main() { return 0; }]] TONEWELL_VECTOR_CODE)
+unset(CMAKE_REQUIRED_INCLUDES)
+
 # tonewell_kernels([AVX2] <sources>...)
 #
 # Sources of loops that are worth every optimisation also in a build of modest ones; with AVX2 for

@@ -1,13 +1,13 @@
 #include "platform/vectorunit.h"
 
-#ifdef _MSC_VER
+#if TONEWELL_VECTOR_CODE && defined(_MSC_VER)
 #include <immintrin.h>
 #include <intrin.h>
 #endif
 
 namespace {
 
-#if defined(_M_X64)
+#if TONEWELL_VECTOR_CODE && defined(_MSC_VER)
 bool hasAvx2AndFma()
 {
     constexpr int fmaOsxsaveAvx = 1 << 12 | 1 << 27 | 1 << 28;
@@ -23,7 +23,7 @@ bool hasAvx2AndFma()
     return (basic[2] & fmaOsxsaveAvx) == fmaOsxsaveAvx && (extended[1] & avx2) != 0
         && (_xgetbv(0) & xmmAndYmm) == xmmAndYmm;
 }
-#elif defined(__x86_64__)
+#elif TONEWELL_VECTOR_CODE
 bool hasAvx2AndFma()
 {
     return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
@@ -32,7 +32,7 @@ bool hasAvx2AndFma()
 
 VectorUnit found()
 {
-#if defined(_M_X64) || defined(__x86_64__)
+#if TONEWELL_VECTOR_CODE
     return hasAvx2AndFma() ? VectorUnit::Avx2Fma : VectorUnit::Sse2;
 #else
     return VectorUnit::None;

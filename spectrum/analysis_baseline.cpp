@@ -2,4 +2,13 @@
 #include "spectrum/analysiskernels.h"
 #include "spectrum/analysisloops.h"
 
-const AnalysisKernels analysisBaseline {windowStereo, logarithmicLevels, scaleAndSmooth};
+void windowStereoPlainly(const char *frames, int channel, const float *window, float *out,
+                         int count)
+{
+    windowStereo(frames, channel, window, out, count);
+}
+
+void logarithmicLevelsPlainly(const float *re, const float *im, double *levels, int count)
+{
+    logarithmicLevels(re, im, levels, count);
+}

@@ -1,12 +1,19 @@
 #include "spectrum/analysiskernels.h"
 
-const AnalysisKernels &analysisKernels(VectorUnit unit)
+WindowKernel windowKernel(VectorUnit unit)
 {
-#if defined(__x86_64__) || defined(_M_X64)
-    if (unit == VectorUnit::Avx2Fma)
-        return analysisAvx2;
-#else
-    static_cast<void>(unit);
-#endif
-    return analysisBaseline;
+    if constexpr (TONEWELL_VECTOR_CODE) {
+        if (unit == VectorUnit::Avx2Fma)
+            return windowStereoAvx2;
+    }
+    return windowStereoPlainly;
+}
+
+LevelKernel levelKernel(VectorUnit unit)
+{
+    if constexpr (TONEWELL_VECTOR_CODE) {
+        if (unit == VectorUnit::Avx2Fma)
+            return logarithmicLevelsAvx2;
+    }
+    return logarithmicLevelsPlainly;
 }

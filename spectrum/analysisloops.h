@@ -75,13 +75,3 @@ static void logarithmicLevels(const float *re, const float *im, double *levels, 
         levels[i] = 0.075 * naturalLogarithm(x * x + y * y);
     }
 }
-
-static void scaleAndSmooth(const double *amplitudes, double gain, double floor, double smoothing,
-                           double *smoothed, int count)
-{
-    for (int i = 0; i < count; ++i) {
-        const double stretched = (amplitudes[i] * gain - floor) / (1.0 - floor);
-        const double positive = stretched > 0.0 ? stretched : 0.0;
-        smoothed[i] = (1.0 - smoothing) * positive + smoothing * smoothed[i];
-    }
-}

@@ -1,11 +1,11 @@
 #include "spectrum/postprocessing.h"
 
-#include "spectrum/analysiskernels.h"
 #include "spectrum/spectrum.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <numeric>
 
 namespace {
 
@@ -120,9 +120,11 @@ void scaleAndSmooth(const std::vector<double> &amplitudes, double gain, double f
                     double smoothing, std::vector<double> &smoothed)
 {
     smoothed.resize(amplitudes.size());
-    analysisKernels(vectorUnit())
-        .scaleAndSmooth(amplitudes.data(), gain, floor, smoothing, smoothed.data(),
-                        static_cast<int>(amplitudes.size()));
+    for (std::size_t i = 0; i < amplitudes.size(); ++i) {
+        const double stretched = (amplitudes[i] * gain - floor) / (1.0 - floor);
+        const double positive = stretched > 0.0 ? stretched : 0.0;
+        smoothed[i] = (1.0 - smoothing) * positive + smoothing * smoothed[i];
+    }
 }
 
 void averageAcrossFrequency(const FrequencySpectrum &received,
@@ -151,12 +153,8 @@ void averageAcrossFrequency(const FrequencySpectrum &received,
         put(i, from[i]);
 
     // The amplitudes whose sum it is; `oldest` goes round.
-    window.assign(static_cast<std::size_t>(width), 0.0);
-    double sum = width * from[0];
-    for (int k = 0; k < std::min(width, count); ++k) {
-        window[static_cast<std::size_t>(k)] = from[k];
-        sum += from[k];
-    }
+    window.assign(from, from + width); // averaged: there are as many
+    double sum = std::accumulate(window.begin(), window.end(), width * from[0]);
     std::size_t oldest = 0;
     for (int i = half; i < count - half; ++i) {
         const double average = sum / width;

@@ -1,7 +1,6 @@
 #include "spectrum/spectrumanalyserthread.h"
 
 #include "platform/lastreport.h"
-#include "spectrum/analysiskernels.h"
 #include "spectrum/fft/fftrealwrapper.h"
 
 #include <QDebug>
@@ -34,7 +33,8 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
     , m_output(FFTRealWrapper::Length)
     , m_spectrum(FFTRealWrapper::Length)
     , m_thread(new QThread)
-    , m_kernels(analysisKernels(vectorUnit()))
+    , m_windowKernel(windowKernel(vectorUnit()))
+    , m_levelKernel(levelKernel(vectorUnit()))
     , m_levels(FFTRealWrapper::Length / 2)
 {
     // The thread object goes once its thread has ended, never while it runs.
@@ -105,7 +105,7 @@ void SpectrumAnalyserThread::analyseChannel(int channel, const char *frames, int
     windowChannel(channel, frames, bytesPerFrame, channels);
     m_fft->calculateFFT(m_output.data(), m_input.data());
     const int half = m_numSamples / 2;
-    m_kernels.logarithmicLevels(m_output.data(), m_output.data() + half, m_levels.data(), half);
+    m_levelKernel(m_output.data(), m_output.data() + half, m_levels.data(), half);
 
     const int step = channel == 0 ? -1 : 1;
     FrequencySpectrum::iterator point = m_spectrum.begin() + (channel == 0 ? half - 1 : half);
@@ -121,7 +121,7 @@ void SpectrumAnalyserThread::windowChannel(int channel, const char *frames, int 
                                            int channels)
 {
     if (channels == 2 && bytesPerFrame == 4) {
-        m_kernels.windowStereo(frames, channel, m_window.data(), m_input.data(), m_numSamples);
+        m_windowKernel(frames, channel, m_window.data(), m_input.data(), m_numSamples);
         return;
     }
     const char *samples = frames + channel * (bytesPerFrame / 2);

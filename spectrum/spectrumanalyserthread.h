@@ -1,5 +1,6 @@
 #pragma once
 
+#include "spectrum/analysiskernels.h"
 #include "spectrum/frequencyspectrum.h"
 #include "spectrum/windowfunction.h"
 
@@ -10,7 +11,6 @@
 #include <vector>
 
 class FFTRealWrapper;
-struct AnalysisKernels;
 class QThread;
 
 /// The analysis worker: turns the first 2048 frames of a block of PCM into a spectrum.
@@ -59,7 +59,8 @@ private:
     std::vector<float> m_output;
     FrequencySpectrum m_spectrum;
     QThread *m_thread;
-    const AnalysisKernels &m_kernels;
+    const WindowKernel m_windowKernel;
+    const LevelKernel m_levelKernel;
     std::vector<double> m_levels;
     /// The sample rate that each channel's frequency labels are for; 0 for none.
     std::array<int, 2> m_labelledRates {};

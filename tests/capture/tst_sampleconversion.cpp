@@ -135,6 +135,7 @@ private Q_SLOTS:
     void tableAgainstTheReference();
     void floatKernels_data();
     void floatKernels();
+    void stereoPacketsTruncateTheExactProduct();
     void conversionLeavesTheRoundingModeAlone();
     void packetCopies();
     void packetCopyEndsAtThePacket();
@@ -292,6 +293,19 @@ void TestSampleConversion::floatKernels()
             QCOMPARE(samples.mid(offset + 2 * count), Bytes(offset, 'x'));
         }
     }
+}
+
+/// As packets arrive, with whatever kernel this processor gets: the largest sample below each step.
+void TestSampleConversion::stereoPacketsTruncateTheExactProduct()
+{
+    const SourceFormat stereo {2, 32, true};
+    Bytes packet;
+    for (int step = 1; step <= 32767; ++step) {
+        const float below = std::nextafter(static_cast<float>(step) / 32767.0F, 0.0F);
+        packet += bytesOf({below, -below});
+    }
+    const auto frames = static_cast<quint32>(packet.size() / 8);
+    QCOMPARE(toStereo16(packet, frames, stereo), reference(packet, frames, stereo));
 }
 
 /// Whatever the kernels need to round, the rest of the program rounds as ever.

@@ -4,6 +4,7 @@
 #include "spectrum/spectrum.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <QtTest>
 #include <random>
@@ -47,6 +48,7 @@ private Q_SLOTS:
     void gainOfSilenceIsOne();
     void gainIsLimited();
     void scalingTakesOffTheFloorAndSmooths();
+    void scalingMatchesItsRule();
     void averageKeepsItsSurplus();
     void averageOfOddWidthTakesOnePointTwice();
     void averageOfWidthOneFeedsItself();
@@ -170,6 +172,32 @@ void TestPostprocessing::scalingTakesOffTheFloorAndSmooths()
     smoothed.clear();
     scaleAndSmooth({1.0, 0.5}, 1.0, 1.0, 0.0, smoothed);
     QCOMPARE(smoothed, (Amplitudes {0.0, 0.0}));
+}
+
+void TestPostprocessing::scalingMatchesItsRule()
+{
+    std::mt19937 random(4);
+    std::uniform_real_distribution<double> uniform(0.0, 1.0);
+    for (std::size_t count = 0; count <= 67; ++count) {
+        const double gain = 2.0 * uniform(random);
+        const double floor = 0.5 * uniform(random);
+        const double smoothing = uniform(random);
+        Amplitudes amplitudes(count);
+        for (double &amplitude : amplitudes)
+            amplitude = uniform(random) < 0.3 ? 0.0 : uniform(random);
+        Amplitudes smoothed(count);
+        for (double &value : smoothed)
+            value = uniform(random);
+        const Amplitudes before = smoothed;
+        scaleAndSmooth(amplitudes, gain, floor, smoothing, smoothed);
+        QCOMPARE(smoothed.size(), count);
+        for (std::size_t i = 0; i < count; ++i) {
+            const double stretched = (amplitudes[i] * gain - floor) / (1.0 - floor);
+            const double expected =
+                (1.0 - smoothing) * std::fmax(stretched, 0.0) + smoothing * before[i];
+            QVERIFY(std::fabs(smoothed[i] - expected) <= 1e-15);
+        }
+    }
 }
 
 void TestPostprocessing::averageKeepsItsSurplus()
