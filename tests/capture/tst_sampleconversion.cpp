@@ -295,14 +295,15 @@ void TestSampleConversion::floatKernels()
     }
 }
 
-/// As packets arrive, with whatever kernel this processor gets: the largest sample below each step.
+/// As packets arrive, with whatever kernel this processor gets: the samples around each step.
+/// Rounded to the nearest float, the products of many of them would be the step itself.
 void TestSampleConversion::stereoPacketsTruncateTheExactProduct()
 {
     const SourceFormat stereo {2, 32, true};
     Bytes packet;
     for (int step = 1; step <= 32767; ++step) {
-        const float below = std::nextafter(static_cast<float>(step) / 32767.0F, 0.0F);
-        packet += bytesOf({below, -below});
+        const float quotient = static_cast<float>(step) / 32767.0F;
+        packet += bytesOf({quotient, -quotient, std::nextafter(quotient, 0.0F), 0.0F});
     }
     const auto frames = static_cast<quint32>(packet.size() / 8);
     QCOMPARE(toStereo16(packet, frames, stereo), reference(packet, frames, stereo));
