@@ -5,6 +5,7 @@
 #include "report/audioservicediagnostics.h"
 #include "report/deliverreport.h"
 #include "report/errorreport.h"
+#include "report/hextext.h"
 #include <atomic>
 #include <QDebug>
 
@@ -35,8 +36,7 @@ QString validOrNull(const void *pointer)
 QString formatLines(const WAVEFORMATEX &format)
 {
     return QStringLiteral("  Format Tag: 0x%1 (%2)\n")
-               .arg(QStringLiteral("%1").arg(format.wFormatTag, 4, 16, QLatin1Char('0')),
-                    formatTagName(format.wFormatTag))
+               .arg(hexText(format.wFormatTag, 4), formatTagName(format.wFormatTag))
         + QStringLiteral("  Channels: %1\n").arg(format.nChannels)
         + QStringLiteral("  Samples Per Sec: %1\n").arg(format.nSamplesPerSec)
         + QStringLiteral("  Bits Per Sample: %1\n").arg(format.wBitsPerSample)
@@ -77,9 +77,8 @@ void AudioCapture::handleStartError(HRESULT hr)
         return;
     qDebug() << "引擎启动失败，错误代码" << hexCode(hr);
 
-    const QString message =
-        QStringLiteral("WASAPI Error: %1\nError Code: 0x%2")
-            .arg(wasapiErrorText(hr), QStringLiteral("%1").arg(hr, 8, 16, QLatin1Char('0')));
+    const QString message = QStringLiteral("WASAPI Error: %1\nError Code: 0x%2")
+                                .arg(wasapiErrorText(hr), hexText(hr, 8));
     QString report = buildErrorReport(QStringLiteral("Audio Service Error"), message);
     report += QLatin1Char('\n') + audioServiceDiagnostics();
     report += deviceFormatDebugInfo();

@@ -1,10 +1,12 @@
 #include "capture/wasapierrortext.h"
 
+#include "report/hextext.h"
+
 #include <audioclient.h>
 
 QString hexCode(HRESULT hr)
 {
-    return QString::number(hr, 16);
+    return hexText(hr);
 }
 
 QString wasapiErrorText(HRESULT hr)
@@ -33,6 +35,6 @@ QString wasapiErrorText(HRESULT hr)
     case E_FAIL:
         return QStringLiteral("General failure");
     default:
-        return QStringLiteral("Unknown error: 0x%1").arg(hr, 8, 16, QLatin1Char('0'));
+        return QStringLiteral("Unknown error: 0x%1").arg(hexText(hr, 8));
     }
 }

@@ -1,6 +1,7 @@
 #include "report/audioservicediagnostics.h"
 
 #include "platform/deviceenumerator.h"
+#include "report/hextext.h"
 
 #include <functiondiscoverykeys_devpkey.h>
 #include <objbase.h>
@@ -9,13 +10,6 @@
 #include <winsvc.h>
 
 namespace {
-
-QString hex(HRESULT code)
-{
-    // Widened as a signed value: a failure shows sixteen digits, beginning with ffffffff.
-    const auto widened = static_cast<qulonglong>(static_cast<qlonglong>(code));
-    return QStringLiteral("%1").arg(widened, 8, 16, QLatin1Char('0'));
-}
 
 QString serviceStateName(DWORD state)
 {
@@ -111,7 +105,7 @@ QString comBlock()
         text += QStringLiteral(
             "  Note: Audio operations may still work if previous mode was compatible\n");
     } else {
-        text += QStringLiteral("  COM Status: Failed, hr = 0x%1\n").arg(hex(hr));
+        text += QStringLiteral("  COM Status: Failed, hr = 0x%1\n").arg(hexText(hr, 8));
     }
     return text;
 }
@@ -205,7 +199,7 @@ QString devicesBlock()
     hr = createDeviceEnumerator(&enumerator);
     if (FAILED(hr) || !enumerator) {
         return text + QStringLiteral("  Device Enumerator: Failed to create\n")
-            + QStringLiteral("  Error Code: 0x%1\n").arg(hex(hr));
+            + QStringLiteral("  Error Code: 0x%1\n").arg(hexText(hr, 8));
     }
     text += QStringLiteral("  Device Enumerator: Created successfully\n");
     text += defaultDevice(enumerator, eRender, QStringLiteral("Render"));

@@ -4,6 +4,7 @@
 #include "platform/lastreport.h"
 #include "report/deliverreport.h"
 #include "report/errorreport.h"
+#include "report/hextext.h"
 #include "report/stacktrace.h"
 
 #include <cstdio>
@@ -16,23 +17,18 @@ struct Description {
     QString message;
 };
 
-QString hex(qulonglong value, int digits)
-{
-    return QStringLiteral("%1").arg(value, digits, 16, QLatin1Char('0'));
-}
-
 QString accessViolationMessage(const EXCEPTION_RECORD &record)
 {
     // Whatever is not a read counts as a write, an execution fault included.
     const QString access =
         record.ExceptionInformation[0] == 0 ? QStringLiteral("read") : QStringLiteral("write");
     return QStringLiteral("Memory access violation (Attempted %1 at address 0x%2)")
-        .arg(access, hex(record.ExceptionInformation[1], 16));
+        .arg(access, hexText(record.ExceptionInformation[1], 16));
 }
 
 Description describe(const EXCEPTION_RECORD &record)
 {
-    const QString number = QStringLiteral("0x%1").arg(hex(record.ExceptionCode, 8));
+    const QString number = QStringLiteral("0x%1").arg(hexText(record.ExceptionCode, 8));
     switch (record.ExceptionCode) {
     case EXCEPTION_ACCESS_VIOLATION:
         return {QStringLiteral("EXCEPTION_ACCESS_VIOLATION"), accessViolationMessage(record)};
@@ -79,7 +75,7 @@ LONG WINAPI crashFilter(EXCEPTION_POINTERS *pointers)
     const EXCEPTION_RECORD &record = *pointers->ExceptionRecord;
     Description description = describe(record);
     const auto address = reinterpret_cast<quintptr>(record.ExceptionAddress);
-    description.message += QStringLiteral(" (Address: 0x%1)").arg(hex(address, 16));
+    description.message += QStringLiteral(" (Address: 0x%1)").arg(hexText(address, 16));
 
     // The walk changes the context, so the registers are read first.
     const QString registers = formatRegisters(pointers->ContextRecord);

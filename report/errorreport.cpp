@@ -1,5 +1,6 @@
 #include "report/errorreport.h"
 
+#include "report/hextext.h"
 #include "report/systeminformation.h"
 
 #include <QCoreApplication>
@@ -22,8 +23,7 @@ QString runtimeEnvironment()
     return QStringLiteral("  Qt Version: %1\n").arg(QLatin1String(qVersion()))
         + QStringLiteral("  Compiler: MSVC %1\n").arg(CompilerVersion)
         + QStringLiteral("  Build Type: Release\n")
-        + QStringLiteral("  Current Thread ID: 0x%1\n")
-              .arg(static_cast<qulonglong>(threadId), 16, 16, QLatin1Char('0'))
+        + QStringLiteral("  Current Thread ID: 0x%1\n").arg(hexText(threadId, 16))
         + QStringLiteral("  Ideal Thread Count: %1\n").arg(QThread::idealThreadCount());
 }
 

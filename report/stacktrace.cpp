@@ -1,16 +1,13 @@
 #include "report/stacktrace.h"
 
+#include "report/hextext.h"
+
 #include <dbghelp.h>
 
 namespace {
 
 constexpr int MaximumFrames = 32;
 constexpr DWORD ModuleStructureSize = 1680;
-
-QString hex(DWORD64 value)
-{
-    return QStringLiteral("%1").arg(static_cast<qulonglong>(value), 16, 16, QLatin1Char('0'));
-}
 
 template <typename Function> Function *resolve(HMODULE library, const char *name)
 {
@@ -39,23 +36,23 @@ QString formatRegisters(const CONTEXT *context)
 {
     if (!context)
         return QStringLiteral("  Context unavailable\n");
-    return QStringLiteral("  RIP: 0x%1\n").arg(hex(context->Rip))
-        + QStringLiteral("  RSP: 0x%1\n").arg(hex(context->Rsp))
-        + QStringLiteral("  RBP: 0x%1\n").arg(hex(context->Rbp))
-        + QStringLiteral("  RAX: 0x%1\n").arg(hex(context->Rax))
-        + QStringLiteral("  RBX: 0x%1\n").arg(hex(context->Rbx))
-        + QStringLiteral("  RCX: 0x%1\n").arg(hex(context->Rcx))
-        + QStringLiteral("  RDX: 0x%1\n").arg(hex(context->Rdx))
-        + QStringLiteral("  RSI: 0x%1\n").arg(hex(context->Rsi))
-        + QStringLiteral("  RDI: 0x%1\n").arg(hex(context->Rdi))
-        + QStringLiteral("  R8:  0x%1\n").arg(hex(context->R8))
-        + QStringLiteral("  R9:  0x%1\n").arg(hex(context->R9))
-        + QStringLiteral("  R10: 0x%1\n").arg(hex(context->R10))
-        + QStringLiteral("  R11: 0x%1\n").arg(hex(context->R11))
-        + QStringLiteral("  R12: 0x%1\n").arg(hex(context->R12))
-        + QStringLiteral("  R13: 0x%1\n").arg(hex(context->R13))
-        + QStringLiteral("  R14: 0x%1\n").arg(hex(context->R14))
-        + QStringLiteral("  R15: 0x%1\n").arg(hex(context->R15));
+    return QStringLiteral("  RIP: 0x%1\n").arg(hexText(context->Rip, 16))
+        + QStringLiteral("  RSP: 0x%1\n").arg(hexText(context->Rsp, 16))
+        + QStringLiteral("  RBP: 0x%1\n").arg(hexText(context->Rbp, 16))
+        + QStringLiteral("  RAX: 0x%1\n").arg(hexText(context->Rax, 16))
+        + QStringLiteral("  RBX: 0x%1\n").arg(hexText(context->Rbx, 16))
+        + QStringLiteral("  RCX: 0x%1\n").arg(hexText(context->Rcx, 16))
+        + QStringLiteral("  RDX: 0x%1\n").arg(hexText(context->Rdx, 16))
+        + QStringLiteral("  RSI: 0x%1\n").arg(hexText(context->Rsi, 16))
+        + QStringLiteral("  RDI: 0x%1\n").arg(hexText(context->Rdi, 16))
+        + QStringLiteral("  R8:  0x%1\n").arg(hexText(context->R8, 16))
+        + QStringLiteral("  R9:  0x%1\n").arg(hexText(context->R9, 16))
+        + QStringLiteral("  R10: 0x%1\n").arg(hexText(context->R10, 16))
+        + QStringLiteral("  R11: 0x%1\n").arg(hexText(context->R11, 16))
+        + QStringLiteral("  R12: 0x%1\n").arg(hexText(context->R12, 16))
+        + QStringLiteral("  R13: 0x%1\n").arg(hexText(context->R13, 16))
+        + QStringLiteral("  R14: 0x%1\n").arg(hexText(context->R14, 16))
+        + QStringLiteral("  R15: 0x%1\n").arg(hexText(context->R15, 16));
 }
 
 QString captureStackTrace(EXCEPTION_POINTERS *pointers)
@@ -92,7 +89,8 @@ QString captureStackTrace(EXCEPTION_POINTERS *pointers)
                 break;
             }
             trace += QStringLiteral("  #%1 0x%2 (%3)\n")
-                         .arg(QString::number(number).rightJustified(2), hex(frame.AddrPC.Offset),
+                         .arg(QString::number(number).rightJustified(2),
+                              hexText(frame.AddrPC.Offset, 16),
                               moduleName(getModuleInfo, frame.AddrPC.Offset));
         }
     }
