@@ -12,6 +12,6 @@ LONG WINAPI crashFilter(EXCEPTION_POINTERS *pointers);
 
 /// The terminate handler, for std::set_terminate. Prints the report, hands it to deliverReport and
 /// ends the process at once with exit code 1: no destructor and no atexit handler runs. Of several
-/// threads that fail, by an exception or by a fault, only the first one reports; it has five
-/// seconds.
+/// threads that fail, by an exception or, on Linux, by a fault, only the first one reports; it has
+/// five seconds.
 [[noreturn]] void terminateHandler();

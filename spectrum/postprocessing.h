@@ -27,9 +27,10 @@ double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseS
 /// `target`; 1.0 while the reference is at or below 0.001.
 double trackGain(const std::vector<double> &amplitudes, double target, double &reference);
 
-/// Applies the gain, then takes off the noise floor and stretches what is left to 0.0 ... 1.0, then
-/// mixes in `smoothing` × the previous result of the same point. `smoothed` holds the result of
-/// call after call; it is resized to the point count, new points starting from 0.0.
+/// Applies the gain, then takes off the noise floor (below 1.0) and stretches what is left so that
+/// 1.0 stays 1.0, then mixes in `smoothing` × the previous result of the same point. What is not
+/// above the floor becomes 0.0; what the gain has lifted above 1.0 stays above it. `smoothed` holds
+/// the result of call after call; it is resized to the point count, new points starting from 0.0.
 void scaleAndSmooth(const std::vector<double> &amplitudes, double gain, double floor,
                     double smoothing, std::vector<double> &smoothed);
 

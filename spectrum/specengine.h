@@ -55,7 +55,8 @@ public:
     /// Smoothed largest positive sample, 0.0 to below 1.0.
     double peakLevel() const { return m_peakLevel; }
     /// Mean over five packets of how far a packet's RMS rises above the mean of the last ten,
-    /// relative to what is left to full scale. At least 0.0.
+    /// relative to what is left to full scale: far above 1.0 where that is little. After silence
+    /// the running sum may leave a rounding error, as little below 0.0 as above.
     double dynamicLevel() const { return m_dynamicLevel; }
 
 Q_SIGNALS:

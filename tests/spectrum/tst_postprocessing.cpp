@@ -168,6 +168,11 @@ void TestPostprocessing::scalingTakesOffTheFloorAndSmooths()
     scaleAndSmooth({0.0, 0.0, 0.0}, 2.0, 0.2, 0.25, smoothed);
     QCOMPARE(smoothed[2], 0.25 * expected[2]);
 
+    // No upper limit: an amplitude that the gain lifts above 1.0 stays there.
+    smoothed.clear();
+    scaleAndSmooth({0.5}, 4.0, 0.5, 0.0, smoothed);
+    QCOMPARE(smoothed, (Amplitudes {3.0}));
+
     // A floor of 1.0 leaves nothing rather than a value that is no number.
     smoothed.clear();
     scaleAndSmooth({1.0, 0.5}, 1.0, 1.0, 0.0, smoothed);

@@ -13,7 +13,7 @@
 class PacketRing {
 public:
     struct Packet {
-        BYTE *data = nullptr; ///< frames() * frameBytes() bytes, valid until pop()
+        BYTE *data = nullptr; ///< packetFrames() frames, valid until pop()
         DWORD flags = 0; ///< AUDCLNT_BUFFERFLAGS_...
         UINT64 position = 0; ///< frames of the stream before this packet, dropped ones included
         UINT64 time = 0; ///< when the packet became complete, 100 ns units of the writer's clock

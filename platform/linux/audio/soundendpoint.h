@@ -17,7 +17,7 @@ struct SoundEndpoint {
     DWORD state = DEVICE_STATE_ACTIVE; ///< DEVICE_STATE_ACTIVE, _UNPLUGGED or _NOTPRESENT
     std::string monitor; ///< a sink's monitor source, the server's own spelling
     std::uint32_t rate = 0; ///< frames a second
-    pa_channel_map channels {}; ///< in the order of the bits of channelMask()
+    pa_channel_map channels {}; ///< in the order of the bits of channelMask, if any
     DWORD channelMask = 0; ///< SPEAKER_ bits; 0 when a channel has no such place
 };
 
