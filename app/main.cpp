@@ -30,7 +30,7 @@ int main(int argc, char *argv[])
     chooseDisplay();
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("TonewellDetection"));
-    QApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    QApplication::setApplicationVersion(QStringLiteral(TONEWELL_VERSION));
     QApplication::setOrganizationName(QStringLiteral("TonewellDetection"));
 
     // The copy that holds the segment also holds the socket; a second one would take that away.

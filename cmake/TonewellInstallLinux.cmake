@@ -26,9 +26,10 @@ endforeach()
 find_program(GZIP_EXECUTABLE gzip REQUIRED)
 function(tonewell_install_compressed source name destination)
     set(output ${CMAKE_CURRENT_BINARY_DIR}/packaging/${name}.gz)
+    get_filename_component(source ${source} ABSOLUTE BASE_DIR ${PROJECT_SOURCE_DIR})
     add_custom_command(OUTPUT ${output}
-        COMMAND ${GZIP_EXECUTABLE} -9nc ${PROJECT_SOURCE_DIR}/${source} > ${output}
-        DEPENDS ${PROJECT_SOURCE_DIR}/${source} VERBATIM)
+        COMMAND ${GZIP_EXECUTABLE} -9nc ${source} > ${output}
+        DEPENDS ${source} VERBATIM)
     add_custom_target(compressed-${name} ALL DEPENDS ${output})
     install(FILES ${output} DESTINATION ${destination})
 endfunction()
@@ -38,7 +39,11 @@ tonewell_install_compressed(packaging/man/tonewell-monitor.1 tonewell-monitor.1
     ${CMAKE_INSTALL_MANDIR}/man1)
 tonewell_install_compressed(packaging/man/tonewell-message.7 tonewell-message.7
     ${CMAKE_INSTALL_MANDIR}/man7)
-tonewell_install_compressed(packaging/debian/changelog changelog.Debian ${tonewell_doc})
+tonewell_install_compressed(CHANGELOG.md changelog ${tonewell_doc})
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+configure_file(packaging/debian/changelog.in packaging/changelog.Debian @ONLY)
+tonewell_install_compressed(${CMAKE_CURRENT_BINARY_DIR}/packaging/changelog.Debian changelog.Debian
+    ${tonewell_doc})
 install(FILES packaging/debian/copyright DESTINATION ${tonewell_doc})
 
 set(CPACK_GENERATOR DEB)
@@ -49,7 +54,6 @@ set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The TonewellDetection authors <maintainers@tonewell.example>")
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)

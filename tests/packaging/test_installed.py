@@ -17,6 +17,7 @@ FILES = {
     "lib/systemd/user/tonewell-detection.service",
     "share/applications/tonewell-monitor.desktop",
     "share/doc/tonewell-detection/changelog.Debian.gz",
+    "share/doc/tonewell-detection/changelog.gz",
     "share/doc/tonewell-detection/copyright",
     "share/doc/tonewell-detection/examples/README.md",
     "share/doc/tonewell-detection/examples/cpp/CMakeLists.txt",

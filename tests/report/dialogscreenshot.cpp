@@ -55,7 +55,7 @@ int main(int argc, char **argv)
     QApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
     QApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("TonewellDetection"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TONEWELL_VERSION));
     if (argc != 3)
         return 2;
     const QString dialogPicture = QString::fromLocal8Bit(argv[1]);

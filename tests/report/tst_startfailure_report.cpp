@@ -41,7 +41,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("TonewellDetection"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("7.8.9"));
     TestStartFailureReport test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -237,7 +237,7 @@ void ProcessTest::reportNamesTheProgram()
     const QString errors = QString::fromUtf8(copy->readAllStandardError());
     QVERIFY2(errors.contains(QStringLiteral("\n[Application Info]\n"
                                             "  App Name: TonewellDetection\n"
-                                            "  App Version: 1.0.0\n"
+                                            "  App Version: " TONEWELL_VERSION "\n"
                                             "  Executable: " TONEWELL_PROGRAM "\n")),
              qPrintable(errors));
 }

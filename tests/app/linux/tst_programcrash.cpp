@@ -80,7 +80,7 @@ void ProgramCrashTest::whileItRuns()
     if (QTest::currentTestFailed())
         return;
     QVERIFY(report.contains(QStringLiteral("\n  App Name: TonewellDetection\n"
-                                           "  App Version: 1.0.0\n")));
+                                           "  App Version: " TONEWELL_VERSION "\n")));
     // It has an application object, so nothing is written to a file.
     const QDir folder = QFileInfo(world.socket()).dir();
     QCOMPARE(folder.entryList({QStringLiteral("crash_report_*")}), QStringList());
@@ -141,7 +141,7 @@ void ProgramCrashTest::isNamed()
     copy->terminate();
     QVERIFY(copy->waitForFinished(s_patience));
     QCOMPARE(copy->readAllStandardOutput(),
-             QByteArray("TonewellDetection|1.0.0|TonewellDetection\n"));
+             QByteArray("TonewellDetection|" TONEWELL_VERSION "|TonewellDetection\n"));
 }
 
 QTEST_GUILESS_MAIN(ProgramCrashTest)

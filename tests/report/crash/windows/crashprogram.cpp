@@ -128,7 +128,7 @@ int main(int argc, char **argv)
     }
     QApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("TonewellDetection"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("1.0.0"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("7.8.9"));
     QTimer::singleShot(0, [&kind] {
         crash(kind);
         QCoreApplication::exit(3);
