@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr int Looks = 4;
+constexpr int kLooks = 4;
 
 // 10 to 50 ms, far from each other for processes that were started one after the other.
 unsigned long pause(int look)
@@ -23,7 +23,7 @@ bool attachToRunningCopy(QSharedMemory *memory)
     // The last detach destroys the segment: what is still there afterwards has another holder. That
     // may be another copy that is just starting and looks at the same leftover; only a copy that
     // runs is there every time.
-    for (int look = 0; look < Looks; ++look) {
+    for (int look = 0; look < kLooks; ++look) {
         memory->detach();
         if (look > 0)
             QThread::msleep(pause(look));

@@ -14,10 +14,10 @@
 #include <QUrl>
 
 namespace {
-constexpr int s_minFrequency = -7000;
-constexpr int s_maxFrequency = 7000;
-constexpr int s_barCount = 100;
-constexpr int s_publishInterval = 20; // ms
+constexpr int kMinFrequencyHz = -7000;
+constexpr int kMaxFrequencyHz = 7000;
+constexpr int kBarCount = 100;
+constexpr int kPublishIntervalMs = 20;
 } // namespace
 
 Widget::Widget(QWidget *parent)
@@ -25,7 +25,7 @@ Widget::Widget(QWidget *parent)
     , ui(new Ui::Widget)
     , m_interface(nullptr)
     , m_host(nullptr)
-    , m_spectrum(s_minFrequency, s_maxFrequency, s_barCount)
+    , m_spectrum(kMinFrequencyHz, kMaxFrequencyHz, kBarCount)
 {
     ui->setupUi(this);
     ui->horizontalLayout->setEnabled(false); // see resizeEvent
@@ -53,7 +53,7 @@ Widget::Widget(QWidget *parent)
     m_timer->setTimerType(Qt::PreciseTimer);
     connect(m_timer, &QTimer::timeout, this, &Widget::timeOver);
     m_timer->setSingleShot(false);
-    m_timer->start(s_publishInterval);
+    m_timer->start(kPublishIntervalMs);
 }
 
 Widget::~Widget()

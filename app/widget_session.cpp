@@ -11,7 +11,7 @@
 #include <wtsapi32.h>
 
 namespace {
-constexpr int s_restartDelay = 1000; // ms
+constexpr int kRestartDelayMs = 1000;
 } // namespace
 
 void Widget::registerSessionNotification()
@@ -63,5 +63,5 @@ void Widget::restartService()
     ui->textBrowser->append(QStringLiteral("用户登录：重启服务"));
     if (SpecEngine::instance()->isCapturing())
         SpecEngine::instance()->stop();
-    QTimer::singleShot(s_restartDelay, this, [] { SpecEngine::instance()->start(); });
+    QTimer::singleShot(kRestartDelayMs, this, [] { SpecEngine::instance()->start(); });
 }

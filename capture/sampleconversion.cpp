@@ -13,11 +13,11 @@ namespace {
 constexpr int kBytesPerOutputFrame = 4;
 
 /// What a byte array can hold, with room for its head.
-constexpr qint64 kLargestArray = std::numeric_limits<int>::max() - 64;
+constexpr qint64 kLargestArrayBytes = std::numeric_limits<int>::max() - 64;
 
 int arraySize(quint32 frames, int bytesPerFrame)
 {
-    return int(qMin(qint64(frames) * qMax(bytesPerFrame, 0), kLargestArray));
+    return int(qMin(qint64(frames) * qMax(bytesPerFrame, 0), kLargestArrayBytes));
 }
 
 /// A packet whose outside is zeros.
@@ -46,7 +46,7 @@ private:
 };
 
 struct FloatRow {
-    static constexpr int width = 4;
+    static constexpr int kBytes = 4;
     static qint16 sample(const Packet &packet, qint64 offset)
     {
         const float value = packet.at<float>(offset);
@@ -57,7 +57,7 @@ struct FloatRow {
 };
 
 struct Int32Row {
-    static constexpr int width = 4;
+    static constexpr int kBytes = 4;
     static qint16 sample(const Packet &packet, qint64 offset)
     {
         return qint16(packet.at<qint32>(offset) >> 16);
@@ -65,7 +65,7 @@ struct Int32Row {
 };
 
 struct Int24Row {
-    static constexpr int width = 3;
+    static constexpr int kBytes = 3;
     static qint16 sample(const Packet &packet, qint64 offset)
     {
         // The top byte, sign-extended, is all that a shift by 16 leaves.
@@ -74,14 +74,14 @@ struct Int24Row {
 };
 
 struct Int16Row {
-    static constexpr int width = 2;
+    static constexpr int kBytes = 2;
     static qint16 sample(const Packet &packet, qint64 offset) { return packet.at<qint16>(offset); }
 };
 
 template <typename Row> void convert(const Packet &packet, quint32 frames, int channels, char *out)
 {
-    const qint64 stride = qint64(channels) * Row::width;
-    const qint64 second = channels > 1 ? Row::width : 0;
+    const qint64 stride = qint64(channels) * Row::kBytes;
+    const qint64 second = channels > 1 ? Row::kBytes : 0;
     for (quint32 i = 0; i < frames; ++i) {
         const qint64 offset = i * stride;
         const qint16 left = Row::sample(packet, offset);
@@ -110,7 +110,7 @@ QByteArray toStereo16(const char *raw, qint64 size, quint32 frames, const Source
     QByteArray result(resultSize, Qt::Uninitialized);
     const Packet packet(raw, size);
     frames = quint32(result.size() / kBytesPerOutputFrame);
-    if (format.isFloat && format.channels == 2 && size >= qint64(frames) * 2 * FloatRow::width) {
+    if (format.isFloat && format.channels == 2 && size >= qint64(frames) * 2 * FloatRow::kBytes) {
         static const FloatKernel kernel = floatKernel(vectorUnit());
         const RoundingTowardZero rounding;
         kernel(raw, result.data(), int(frames) * 2);

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int s_interval = 1000; // ms
+constexpr int kIntervalMs = 1000;
 
 /// The host's listener, which only its own kind knows by type; null for a host without one.
 QObject *listenerOf(QObject *host)
@@ -31,7 +31,7 @@ ConsumerGuard::ConsumerGuard(QRemoteObjectHostBase *host)
         connect(listener, SIGNAL(newConnection()), this, SLOT(admitNewest()));
     auto *const timer = new QTimer(this);
     connect(timer, &QTimer::timeout, this, &ConsumerGuard::dropSlowOnes);
-    timer->start(s_interval);
+    timer->start(kIntervalMs);
 }
 
 void ConsumerGuard::admitNewest()
@@ -40,8 +40,8 @@ void ConsumerGuard::admitNewest()
     for (QLocalSocket *socket : sockets) {
         if (socket->readBufferSize() != 0)
             continue;
-        socket->setReadBufferSize(s_limit);
-        if (freeDescriptors() < s_reserve)
+        socket->setReadBufferSize(kLimitBytes);
+        if (freeDescriptors() < kReserve)
             socket->abort();
     }
 }
@@ -51,7 +51,7 @@ void ConsumerGuard::dropSlowOnes()
     const auto sockets = parent()->findChildren<QLocalSocket *>();
     for (QLocalSocket *socket : sockets) {
         // Aborting, unlike closing, does not wait for what the consumer does not read.
-        if (socket->bytesToWrite() > s_limit || socket->bytesAvailable() >= s_limit)
+        if (socket->bytesToWrite() > kLimitBytes || socket->bytesAvailable() >= kLimitBytes)
             socket->abort();
     }
 }

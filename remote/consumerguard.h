@@ -6,11 +6,11 @@ class QRemoteObjectHostBase;
 
 /// Keeps one consumer's conduct from becoming the program's or another consumer's trouble.
 ///
-/// - A consumer that stops reading is dropped within a second of more than s_limit bytes waiting
+/// - A consumer that stops reading is dropped within a second of more than kLimitBytes waiting
 ///   for it. Messages wait in memory, one copy a consumer, so without this they pile up for good.
-/// - A consumer that announces more than s_limit bytes in one piece is dropped too; no more than
+/// - A consumer that announces more than kLimitBytes in one piece is dropped too; no more than
 ///   that of its input is ever kept.
-/// - A consumer that comes when fewer than s_reserve descriptors are free is dropped at once. A
+/// - A consumer that comes when fewer than kReserve descriptors are free is dropped at once. A
 ///   local server that runs out of descriptors while accepting stops listening for good, and the
 ///   program needs some itself to reach the sound server again.
 ///
@@ -20,8 +20,8 @@ class ConsumerGuard : public QObject {
     Q_OBJECT
 
 public:
-    static constexpr qint64 s_limit = 1024 * 1024; ///< bytes
-    static constexpr int s_reserve = 16;
+    static constexpr qint64 kLimitBytes = 1024 * 1024;
+    static constexpr int kReserve = 16;
 
     /// Watches every consumer of the host from now on. Create it when the host's URL is set; it is
     /// the host's child.

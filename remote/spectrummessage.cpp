@@ -8,12 +8,12 @@
 
 namespace {
 
-constexpr QLatin1String s_kind("SoundSpectrum");
-constexpr char16_t s_separator[] = u"/&+&/";
-constexpr int s_separatorLength = 5;
-constexpr double s_scale = 400.0;
-constexpr int s_levelLength = 13; // -1.23457e+308
-constexpr int s_barLength = 4;
+constexpr QLatin1String kKind("SoundSpectrum");
+constexpr char16_t kSeparator[] = u"/&+&/";
+constexpr int kSeparatorLength = 5;
+constexpr double kScale = 400.0;
+constexpr int kLevelLength = 13; // -1.23457e+308
+constexpr int kBarLength = 4;
 
 /// Writes the Latin-1 text and returns the end of what was written.
 QChar *write(QChar *out, const char *begin, const char *end)
@@ -24,8 +24,8 @@ QChar *write(QChar *out, const char *begin, const char *end)
 QChar *writeSeparator(QChar *out)
 {
     // Five units at once; memcpy of a constant size becomes two stores.
-    std::memcpy(out, s_separator, sizeof(QChar) * s_separatorLength);
-    return out + s_separatorLength;
+    std::memcpy(out, kSeparator, sizeof(QChar) * kSeparatorLength);
+    return out + kSeparatorLength;
 }
 
 /// True when the shortest scientific text of a number has seven digits of which the last is 5:
@@ -38,7 +38,7 @@ bool mayBeTie(const char *shortest, const char *end)
 
 QChar *writeLevel(QChar *out, double level)
 {
-    const double value = level * s_scale;
+    const double value = level * kScale;
     char text[32];
     const char *end =
         std::to_chars(text, text + sizeof text, value, std::chars_format::scientific).ptr;
@@ -53,7 +53,7 @@ QChar *writeLevel(QChar *out, double level)
 
 int scaledBar(float bar)
 {
-    const float value = bar * float(s_scale);
+    const float value = bar * float(kScale);
     if (std::isnan(value))
         return 0;
     // The largest integer is no float: 2^31, the next one up, is the first that does not fit.
@@ -78,7 +78,7 @@ QChar *writeBar(QChar *out, float bar)
     }
     char text[12];
     const char *const end = std::to_chars(text, text + sizeof text, value).ptr;
-    return write(out, text, std::min<const char *>(end, text + s_barLength));
+    return write(out, text, std::min<const char *>(end, text + kBarLength));
 }
 
 } // namespace
@@ -87,11 +87,11 @@ QString spectrumMessage(double rmsLevel, double peakLevel, double dynamicLevel, 
                         int barCount)
 {
     barCount = std::max(barCount, 0);
-    QString message(s_kind.size() + 3 * (s_separatorLength + s_levelLength)
-                        + barCount * (s_separatorLength + s_barLength),
+    QString message(kKind.size() + 3 * (kSeparatorLength + kLevelLength)
+                        + barCount * (kSeparatorLength + kBarLength),
                     Qt::Uninitialized);
     QChar *const begin = message.data();
-    QChar *out = write(begin, s_kind.begin(), s_kind.end());
+    QChar *out = write(begin, kKind.begin(), kKind.end());
     for (const double level : {rmsLevel, peakLevel, dynamicLevel})
         out = writeLevel(writeSeparator(out), level);
     for (const float *bar = bars; bar != bars + barCount; ++bar)

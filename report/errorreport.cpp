@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int CompilerVersion = 1929; // printed whatever compiler built the program
+constexpr int kCompilerVersion = 1929; // printed whatever compiler built the program
 
 // Converted there and back on purpose: a path outside the local encoding stays garbled.
 QString executablePath()
@@ -21,7 +21,7 @@ QString runtimeEnvironment()
 {
     const auto threadId = reinterpret_cast<quintptr>(QThread::currentThreadId());
     return QStringLiteral("  Qt Version: %1\n").arg(QLatin1String(qVersion()))
-        + QStringLiteral("  Compiler: MSVC %1\n").arg(CompilerVersion)
+        + QStringLiteral("  Compiler: MSVC %1\n").arg(kCompilerVersion)
         + QStringLiteral("  Build Type: Release\n")
         + QStringLiteral("  Current Thread ID: 0x%1\n").arg(hexText(threadId, 16))
         + QStringLiteral("  Ideal Thread Count: %1\n").arg(QThread::idealThreadCount());

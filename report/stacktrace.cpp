@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr int MaximumFrames = 32;
-constexpr DWORD ModuleStructureSize = 1680;
+constexpr int kMaximumFrames = 32;
+constexpr DWORD kModuleStructureBytes = 1680;
 
 template <typename Function> Function *resolve(HMODULE library, const char *name)
 {
@@ -21,7 +21,7 @@ using GetModuleInfo = decltype(SymGetModuleInfo64);
 QString moduleName(GetModuleInfo *getModuleInfo, DWORD64 address)
 {
     IMAGEHLP_MODULE64 module {};
-    module.SizeOfStruct = ModuleStructureSize;
+    module.SizeOfStruct = kModuleStructureBytes;
     if (getModuleInfo && getModuleInfo(GetCurrentProcess(), address, &module)) {
         const uint length = qstrnlen(module.ModuleName, sizeof(module.ModuleName));
         if (length > 0)
@@ -81,7 +81,7 @@ QString captureStackTrace(EXCEPTION_POINTERS *pointers)
         frame.AddrFrame.Offset = context->Rbp;
         frame.AddrFrame.Mode = AddrModeFlat;
 
-        for (int number = 0; number < MaximumFrames; ++number) {
+        for (int number = 0; number < kMaximumFrames; ++number) {
             if (!stackWalk
                 || !stackWalk(IMAGE_FILE_MACHINE_AMD64, GetCurrentProcess(), GetCurrentThread(),
                               &frame, context, nullptr, nullptr, nullptr, nullptr)

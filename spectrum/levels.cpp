@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr double FullScaleSquared = 32768.0 * 32768.0;
+constexpr double kFullScaleSquared = 32768.0 * 32768.0;
 
 } // namespace
 
@@ -79,7 +79,7 @@ double rmsLevel(qint64 squares, qint64 count)
     if (count <= 0)
         return 0.0;
     const double rms =
-        std::sqrt(static_cast<double>(squares) / FullScaleSquared / static_cast<double>(count));
+        std::sqrt(static_cast<double>(squares) / kFullScaleSquared / static_cast<double>(count));
     return std::min(rms, 1.0);
 }
 

@@ -9,15 +9,15 @@
 
 namespace {
 
-constexpr double AudibleAmplitude = 0.05;
-constexpr double SilentPeak = 0.001;
+constexpr double kAudibleAmplitude = 0.05;
+constexpr double kSilentPeak = 0.001;
 
 /// Amplitudes fall into these by size, evenly up to 1.0; what is larger falls into the last one.
-constexpr int Classes = 256;
+constexpr int kClasses = 256;
 
 std::uint8_t classOf(double amplitude)
 {
-    return static_cast<std::uint8_t>(static_cast<int>(std::min(amplitude, 1.0) * (Classes - 1)));
+    return static_cast<std::uint8_t>(static_cast<int>(std::min(amplitude, 1.0) * (kClasses - 1)));
 }
 
 /// The bars of a band over frequency.
@@ -66,14 +66,14 @@ double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseS
     int count = 0;
     for (const double amplitude : amplitudes) {
         audible[count] = amplitude; // the next one takes its place if it is not audible
-        count += static_cast<int>(amplitude > AudibleAmplitude);
+        count += static_cast<int>(amplitude > kAudibleAmplitude);
     }
     if (count == 0)
         return 0.0;
     const double last = count - 1;
     int index = static_cast<int>(std::clamp(last * quantile, 0.0, last));
 
-    std::array<int, Classes> sizes {};
+    std::array<int, kClasses> sizes {};
     for (int i = 0; i < count; ++i) {
         classes[i] = classOf(audible[i]);
         ++sizes[classes[i]];
@@ -104,14 +104,14 @@ double trackGain(const std::vector<double> &amplitudes, double target, double &r
     for (; i < amplitudes.size(); ++i)
         peak = std::max(peak, amplitudes[i]);
 
-    if (!(peak > SilentPeak))
+    if (!(peak > kSilentPeak))
         reference *= 0.99;
     else if (peak > reference)
         reference = peak * 0.3 + reference * 0.7;
     else
         reference *= 0.999;
 
-    if (!(reference > SilentPeak))
+    if (!(reference > kSilentPeak))
         return 1.0;
     return std::clamp(target / reference, 0.1, 10.0);
 }

@@ -10,12 +10,12 @@
 
 namespace {
 
-constexpr int TickMs = 17;
-constexpr int AnalysisFrames = 2048;
-constexpr int BufferSeconds = 5;
-constexpr qint64 LevelWindowUs = 50000;
-constexpr std::size_t RmsHistoryLength = 10;
-constexpr std::size_t DynamicHistoryLength = 5;
+constexpr int kTickMs = 17;
+constexpr int kAnalysisFrames = 2048;
+constexpr int kBufferSeconds = 5;
+constexpr qint64 kLevelWindowUs = 50000;
+constexpr std::size_t kRmsHistoryLength = 10;
+constexpr std::size_t kDynamicHistoryLength = 5;
 
 } // namespace
 
@@ -32,13 +32,13 @@ SpecEngine::SpecEngine()
 
     connect(&m_spectrumAnalyser, &SpectrumAnalyser::spectrumChanged, this,
             &SpecEngine::onSpectrumChanged);
-    m_timer.setInterval(TickMs);
+    m_timer.setInterval(kTickMs);
     connect(&m_timer, &QTimer::timeout, this, &SpecEngine::onTimer);
     connect(&m_audioCapture, &AudioCapture::notifyData, this, &SpecEngine::onNotifyData);
     connect(&m_audioCapture, &AudioCapture::formatChanged, this, &SpecEngine::onFormatChanged);
 
-    m_rmsHistory.assign(RmsHistoryLength, 0.0);
-    m_dynamicHistory.assign(DynamicHistoryLength, 0.0);
+    m_rmsHistory.assign(kRmsHistoryLength, 0.0);
+    m_dynamicHistory.assign(kDynamicHistoryLength, 0.0);
 }
 
 SpecEngine::~SpecEngine() = default;
@@ -116,13 +116,13 @@ void SpecEngine::onFormatChanged(WAVEFORMATEX format)
     m_levelBufferLength = 0;
     // A format whose five seconds no byte array can hold is as good as none.
     constexpr qint64 largest = std::numeric_limits<int>::max();
-    if (bytesPerFrame * AnalysisFrames <= largest
-        && rate * bytesPerFrame * BufferSeconds <= largest) {
-        m_analysisLength = static_cast<int>(bytesPerFrame * AnalysisFrames);
+    if (bytesPerFrame * kAnalysisFrames <= largest
+        && rate * bytesPerFrame * kBufferSeconds <= largest) {
+        m_analysisLength = static_cast<int>(bytesPerFrame * kAnalysisFrames);
         if (rate != 0 && bytesPerFrame != 0) {
             const qint64 unit = channels * bits / 8;
-            const qint64 length = rate * bytesPerFrame * BufferSeconds;
-            const qint64 levelLength = rate * bytesPerFrame * LevelWindowUs / 1000000;
+            const qint64 length = rate * bytesPerFrame * kBufferSeconds;
+            const qint64 levelLength = rate * bytesPerFrame * kLevelWindowUs / 1000000;
             m_bufferLength = length / unit * unit;
             m_levelBufferLength = levelLength / unit * unit;
         }

@@ -11,31 +11,31 @@ namespace {
 
 // The texts are GBK and go to the debug stream as the raw bytes they are.
 // "无效参数，忽略计算"
-constexpr char InvalidParameters[] = "[SpectrumAnalyser] "
-                                     "\xCE\xDE\xD0\xA7\xB2\xCE\xCA\xFD\xA3\xAC"
-                                     "\xBA\xF6\xC2\xD4\xBC\xC6\xCB\xE3";
+constexpr char kInvalidParameters[] = "[SpectrumAnalyser] "
+                                      "\xCE\xDE\xD0\xA7\xB2\xCE\xCA\xFD\xA3\xAC"
+                                      "\xBA\xF6\xC2\xD4\xBC\xC6\xCB\xE3";
 // "数据不足，跳过"
-constexpr char NotEnoughData[] = "[SpectrumAnalyser] "
-                                 "\xCA\xFD\xBE\xDD\xB2\xBB\xD7\xE3\xA3\xAC"
-                                 "\xCC\xF8\xB9\xFD";
+constexpr char kNotEnoughData[] = "[SpectrumAnalyser] "
+                                  "\xCA\xFD\xBE\xDD\xB2\xBB\xD7\xE3\xA3\xAC"
+                                  "\xCC\xF8\xB9\xFD";
 
-constexpr double SampleScale = 3.0517578125e-5; // 1 / 32768
+constexpr double kSampleScale = 3.0517578125e-5; // 1 / 32768
 
 } // namespace
 
 SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
     : QObject(parent)
     , m_fft(std::make_unique<FFTRealWrapper>())
-    , m_numSamples(FFTRealWrapper::Length)
+    , m_numSamples(FFTRealWrapper::kLength)
     , m_windowFunction(GaussianWindow)
-    , m_window(FFTRealWrapper::Length)
-    , m_input(FFTRealWrapper::Length)
-    , m_output(FFTRealWrapper::Length)
-    , m_spectrum(FFTRealWrapper::Length)
+    , m_window(FFTRealWrapper::kLength)
+    , m_input(FFTRealWrapper::kLength)
+    , m_output(FFTRealWrapper::kLength)
+    , m_spectrum(FFTRealWrapper::kLength)
     , m_thread(new QThread)
     , m_windowKernel(windowKernel(vectorUnit()))
     , m_levelKernel(levelKernel(vectorUnit()))
-    , m_levels(FFTRealWrapper::Length / 2)
+    , m_levels(FFTRealWrapper::kLength / 2)
 {
     // The thread object goes once its thread has ended, never while it runs.
     connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
@@ -62,12 +62,12 @@ void SpectrumAnalyserThread::calculateSpectrum(QByteArray buffer, int inputFrequ
                                                int bitsPerSample, int channels)
 {
     if (buffer.isEmpty() || inputFrequency <= 0 || bitsPerSample == 0 || channels <= 0) {
-        qDebug() << InvalidParameters;
+        qDebug() << kInvalidParameters;
         return;
     }
     const qint64 bytesPerFrame = static_cast<qint64>(bitsPerSample / 8) * channels;
     if (bytesPerFrame <= 0 || buffer.size() < bytesPerFrame * m_numSamples) {
-        qDebug() << NotEnoughData;
+        qDebug() << kNotEnoughData;
         return;
     }
 
@@ -127,6 +127,6 @@ void SpectrumAnalyserThread::windowChannel(int channel, const char *frames, int 
     const char *samples = frames + channel * (bytesPerFrame / 2);
     for (int i = 0; i < m_numSamples; ++i) {
         const auto value = qFromLittleEndian<qint16>(samples + qint64(i) * bytesPerFrame);
-        m_input[i] = static_cast<float>(value * SampleScale) * m_window[i];
+        m_input[i] = static_cast<float>(value * kSampleScale) * m_window[i];
     }
 }

@@ -9,14 +9,14 @@
 
 namespace {
 
-constexpr int Frames = 480;
-constexpr int Samples = 2 * Frames;
+constexpr int kFrames = 480;
+constexpr int kSamples = 2 * kFrames;
 
 std::vector<float> packet()
 {
     std::mt19937 random(1);
     std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
-    std::vector<float> result(Samples);
+    std::vector<float> result(kSamples);
     for (float &sample : result)
         sample = uniform(random);
     return result;
@@ -28,8 +28,8 @@ void conversion(benchmark::State &state)
     const SourceFormat format {2, 32, true};
     QByteArray raw;
     for (auto step : state) {
-        copyPacket(raw, captured.data(), Frames, 8);
-        benchmark::DoNotOptimize(toStereo16(raw, Frames, format));
+        copyPacket(raw, captured.data(), kFrames, 8);
+        benchmark::DoNotOptimize(toStereo16(raw, kFrames, format));
     }
 }
 BENCHMARK(conversion)->Name("conversion/480_float_stereo_frames");
@@ -37,12 +37,12 @@ BENCHMARK(conversion)->Name("conversion/480_float_stereo_frames");
 void memcpyAndScale(benchmark::State &state)
 {
     const std::vector<float> captured = packet();
-    std::vector<float> raw(Samples);
-    std::vector<float> scaled(Samples);
+    std::vector<float> raw(kSamples);
+    std::vector<float> scaled(kSamples);
     for (auto step : state) {
-        std::memcpy(raw.data(), captured.data(), Samples * sizeof(float));
+        std::memcpy(raw.data(), captured.data(), kSamples * sizeof(float));
         benchmark::ClobberMemory();
-        for (int i = 0; i < Samples; ++i)
+        for (int i = 0; i < kSamples; ++i)
             scaled[std::size_t(i)] = raw[std::size_t(i)] * 32767.0F;
         benchmark::ClobberMemory();
     }

@@ -35,9 +35,9 @@ extern "C" void *realloc(void *block, std::size_t size)
 
 namespace {
 
-constexpr double s_rms = 0.123456;
-constexpr double s_peak = 0.28125;
-constexpr double s_dynamic = 0.008125;
+constexpr double kRms = 0.123456;
+constexpr double kPeak = 0.28125;
+constexpr double kDynamic = 0.008125;
 
 std::vector<float> bars()
 {
@@ -52,7 +52,7 @@ void spectrumMessageOf100Bars(benchmark::State &state)
     const std::vector<float> values = bars();
     const auto message = [&values] {
         benchmark::DoNotOptimize(
-            spectrumMessage(s_rms, s_peak, s_dynamic, values.data(), int(values.size())));
+            spectrumMessage(kRms, kPeak, kDynamic, values.data(), int(values.size())));
     };
     for (auto _ : state)
         message();
@@ -69,7 +69,7 @@ void plainNumbers(benchmark::State &state)
     for (auto _ : state) {
         char *out = buffer;
         char *const end = buffer + sizeof buffer;
-        for (const double level : {s_rms, s_peak, s_dynamic})
+        for (const double level : {kRms, kPeak, kDynamic})
             out = std::to_chars(out, end, level * 400.0, std::chars_format::general, 6).ptr;
         for (const float value : values)
             out = std::to_chars(out, end, int(value * 400.0F)).ptr;

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int N = FFTEngine::Length;
+constexpr int kLength = FFTEngine::kLength;
 using Bins = std::vector<std::complex<double>>; // 0 ... N/2
 
 struct FftwFree {
@@ -24,22 +24,22 @@ using FftwFloats = std::unique_ptr<float[], FftwFree>;
 
 FftwFloats noise()
 {
-    FftwFloats samples(fftwf_alloc_real(N));
+    FftwFloats samples(fftwf_alloc_real(kLength));
     std::mt19937 random(1);
     std::uniform_real_distribution<float> uniform(-1.0F, 1.0F);
-    std::generate_n(samples.get(), N, [&] { return uniform(random); });
+    std::generate_n(samples.get(), kLength, [&] { return uniform(random); });
     return samples;
 }
 
 Bins definition(const float *samples)
 {
     std::vector<std::complex<double>> unit;
-    for (int i = 0; i < N; ++i)
-        unit.push_back(std::polar(1.0, -2.0 * std::acos(-1.0) * i / N));
-    Bins bins(N / 2 + 1);
-    for (int k = 0; k <= N / 2; ++k) {
-        for (int n = 0; n < N; ++n)
-            bins[std::size_t(k)] += double(samples[n]) * unit[std::size_t(k * n % N)];
+    for (int i = 0; i < kLength; ++i)
+        unit.push_back(std::polar(1.0, -2.0 * std::acos(-1.0) * i / kLength));
+    Bins bins(kLength / 2 + 1);
+    for (int k = 0; k <= kLength / 2; ++k) {
+        for (int n = 0; n < kLength; ++n)
+            bins[std::size_t(k)] += double(samples[n]) * unit[std::size_t(k * n % kLength)];
     }
     return bins;
 }
@@ -49,7 +49,7 @@ template <typename BinAt> double relativeRmsError(const float *samples, BinAt bi
     const Bins expected = definition(samples);
     double error = 0.0;
     double power = 0.0;
-    for (int k = 0; k <= N / 2; ++k) {
+    for (int k = 0; k <= kLength / 2; ++k) {
         error += std::norm(std::complex<double>(binAt(k)) - expected[std::size_t(k)]);
         power += std::norm(expected[std::size_t(k)]);
     }
@@ -60,14 +60,14 @@ void ours(benchmark::State &state, VectorUnit unit)
 {
     FFTEngine fft(unit);
     const FftwFloats in = noise();
-    const FftwFloats out(fftwf_alloc_real(N));
+    const FftwFloats out(fftwf_alloc_real(kLength));
     for (auto step : state) {
         fft.transform(out.get(), in.get());
         benchmark::ClobberMemory();
     }
     state.counters["relative_rms_error"] = relativeRmsError(in.get(), [&](int k) {
-        const bool single = k == 0 || k == N / 2;
-        return std::complex<float>(out[k], single ? 0.0F : out[N / 2 + k]);
+        const bool single = k == 0 || k == kLength / 2;
+        return std::complex<float>(out[k], single ? 0.0F : out[kLength / 2 + k]);
     });
 }
 
@@ -83,12 +83,12 @@ void registerOurs()
 
 void fftw(benchmark::State &state)
 {
-    const FftwFloats in(fftwf_alloc_real(N));
-    auto *out = fftwf_alloc_complex(N / 2 + 1);
+    const FftwFloats in(fftwf_alloc_real(kLength));
+    auto *out = fftwf_alloc_complex(kLength / 2 + 1);
     // Planning overwrites both.
-    fftwf_plan plan = fftwf_plan_dft_r2c_1d(N, in.get(), out, FFTW_MEASURE);
+    fftwf_plan plan = fftwf_plan_dft_r2c_1d(kLength, in.get(), out, FFTW_MEASURE);
     const FftwFloats samples = noise();
-    std::copy_n(samples.get(), N, in.get());
+    std::copy_n(samples.get(), kLength, in.get());
     for (auto step : state) {
         fftwf_execute(plan);
         benchmark::ClobberMemory();
@@ -102,9 +102,9 @@ BENCHMARK(fftw)->Name("fft2048/fftw");
 
 void kissfft(benchmark::State &state)
 {
-    const kiss_fftr_cfg plan = kiss_fftr_alloc(N, 0, nullptr, nullptr);
+    const kiss_fftr_cfg plan = kiss_fftr_alloc(kLength, 0, nullptr, nullptr);
     const FftwFloats in = noise();
-    std::vector<kiss_fft_cpx> out(N / 2 + 1);
+    std::vector<kiss_fft_cpx> out(kLength / 2 + 1);
     for (auto step : state) {
         kiss_fftr(plan, in.get(), out.data());
         benchmark::ClobberMemory();

@@ -31,8 +31,8 @@ public:
 
 namespace {
 
-constexpr int Points = 2048;
-constexpr int LevelSamples = 48000 / 20 * 2;
+constexpr int kPoints = 2048;
+constexpr int kLevelSamples = 48000 / 20 * 2;
 
 QByteArray noise(int frames)
 {
@@ -48,10 +48,10 @@ QByteArray noise(int frames)
 /// Amplitudes and labels as they come from music: half of the points above the threshold.
 FrequencySpectrum spectrum()
 {
-    FrequencySpectrum result(Points);
+    FrequencySpectrum result(kPoints);
     std::mt19937 random(1);
     std::uniform_real_distribution<double> uniform(-0.4, 0.5);
-    for (int i = 0; i < Points; ++i) {
+    for (int i = 0; i < kPoints; ++i) {
         result[i].frequency = (i < 1024 ? i - 1023 : i - 1024) * 46.875;
         result[i].amplitude = std::max(0.0, uniform(random));
     }
@@ -117,7 +117,7 @@ BENCHMARK(sixPasses)->Name("postprocessing/six_straight_passes");
 /// The same over amplitudes that stand next to each other.
 void sixContiguousPasses(benchmark::State &state)
 {
-    std::vector<double> amplitudes(Points, 0.5);
+    std::vector<double> amplitudes(kPoints, 0.5);
     for (auto step : state) {
         for (int pass = 0; pass < 6; ++pass) {
             for (double &amplitude : amplitudes)
@@ -131,7 +131,7 @@ BENCHMARK(sixContiguousPasses)->Name("postprocessing/six_contiguous_passes");
 void levelTick(benchmark::State &state)
 {
     SpecEngine *engine = SpecEngine::instance();
-    SpecEnginePeer::setFormatAndData(engine, noise(LevelSamples / 2));
+    SpecEnginePeer::setFormatAndData(engine, noise(kLevelSamples / 2));
     for (auto step : state) {
         SpecEnginePeer::measureLevels(engine);
         benchmark::ClobberMemory();
@@ -141,11 +141,11 @@ BENCHMARK(levelTick)->Name("leveltick/50ms");
 
 void plainSumOfSquares(benchmark::State &state)
 {
-    const QByteArray data = noise(LevelSamples / 2);
+    const QByteArray data = noise(kLevelSamples / 2);
     for (auto step : state) {
         const auto *samples = reinterpret_cast<const qint16 *>(data.constData());
         qint64 sum = 0;
-        for (int i = 0; i < LevelSamples; ++i)
+        for (int i = 0; i < kLevelSamples; ++i)
             sum += samples[i] * samples[i];
         benchmark::DoNotOptimize(sum);
         benchmark::ClobberMemory();

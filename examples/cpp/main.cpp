@@ -15,11 +15,11 @@
 
 namespace {
 
-constexpr int s_barCount = 100;
-constexpr int s_side = s_barCount / 2; // left: bars 0 to 49, right: bars 50 to 99
-constexpr double s_barWidth = 70.0; // Hz
-constexpr int s_printInterval = 500; // ms
-constexpr int s_patience = 1000; // ms without a message until the service counts as missing
+constexpr int kBarCount = 100;
+constexpr int kSide = kBarCount / 2; // left: bars 0 to 49, right: bars 50 to 99
+constexpr double kBarWidthHz = 70.0;
+constexpr int kPrintIntervalMs = 500;
+constexpr int kPatienceMs = 1000; // without a message until the service counts as missing
 
 /// A message taken apart. Levels and bars are usually 0 to 400, and more at an onset.
 struct Reading {
@@ -33,14 +33,14 @@ struct Reading {
 std::optional<Reading> parse(const QString &text)
 {
     const QStringList fields = text.split(QStringLiteral("/&+&/"));
-    if (fields.size() != 4 + s_barCount || fields.first() != QLatin1String("SoundSpectrum"))
+    if (fields.size() != 4 + kBarCount || fields.first() != QLatin1String("SoundSpectrum"))
         return {};
     Reading reading;
     bool ok = true;
     double *const levels[] = {&reading.rms, &reading.peak, &reading.dynamics};
     for (int i = 0; i < 3 && ok; ++i)
         *levels[i] = fields.at(1 + i).toDouble(&ok);
-    for (int i = 0; i < s_barCount && ok; ++i)
+    for (int i = 0; i < kBarCount && ok; ++i)
         reading.bars.append(fields.at(4 + i).toInt(&ok));
     return ok ? std::optional(reading) : std::nullopt;
 }
@@ -48,14 +48,14 @@ std::optional<Reading> parse(const QString &text)
 /// The middle of a bar in Hz.
 double frequency(int bar)
 {
-    return bar < s_side ? (s_side - bar - 0.5) * s_barWidth : (bar - s_side + 0.5) * s_barWidth;
+    return bar < kSide ? (kSide - bar - 0.5) * kBarWidthHz : (bar - kSide + 0.5) * kBarWidthHz;
 }
 
 /// The loudest bar's frequency, or "-" when all are 0.
 QString loudest(const QVector<int> &bars, int first)
 {
     const auto begin = bars.begin() + first;
-    const auto bar = std::max_element(begin, begin + s_side);
+    const auto bar = std::max_element(begin, begin + kSide);
     return *bar > 0 ? QString::number(frequency(int(bar - bars.begin())), 'f', 0)
                     : QStringLiteral("-");
 }
@@ -100,14 +100,14 @@ int main(int argc, char **argv)
         if (ignored > 0)
             print(QStringLiteral("ignored %1 messages of another kind").arg(ignored));
         ignored = 0;
-        if (!newest || age.elapsed() > s_patience)
+        if (!newest || age.elapsed() > kPatienceMs)
             return print(QStringLiteral("waiting for the service"));
         print(QStringLiteral("rms %1  peak %2  dynamics %3  left %4 Hz  right %5 Hz")
                   .arg(newest->rms, 0, 'f', 1)
                   .arg(newest->peak, 0, 'f', 1)
                   .arg(newest->dynamics, 0, 'f', 1)
-                  .arg(loudest(newest->bars, 0), loudest(newest->bars, s_side)));
+                  .arg(loudest(newest->bars, 0), loudest(newest->bars, kSide)));
     });
-    timer.start(s_printInterval);
+    timer.start(kPrintIntervalMs);
     return QCoreApplication::exec();
 }

@@ -6,9 +6,9 @@
 
 namespace {
 
-constexpr DWORD TimeLimit = 5000; // ms that a report has
-constexpr DWORD WritingLimit = 500; // ms
-constexpr char NoReport[] = "Program crash: the report could not be finished\n";
+constexpr DWORD kTimeLimitMs = 5000; // that a report has
+constexpr DWORD kWritingLimitMs = 500;
+constexpr char kNoReport[] = "Program crash: the report could not be finished\n";
 
 std::atomic<DWORD> s_reporter {0}; // the thread that reports, 0 before any has failed
 std::atomic<bool> s_printed {false};
@@ -16,7 +16,7 @@ std::atomic<bool> s_printed {false};
 DWORD WINAPI sayThatThereIsNoReport(void *)
 {
     DWORD written = 0;
-    WriteFile(GetStdHandle(STD_ERROR_HANDLE), NoReport, sizeof(NoReport) - 1, &written, nullptr);
+    WriteFile(GetStdHandle(STD_ERROR_HANDLE), kNoReport, sizeof(kNoReport) - 1, &written, nullptr);
     return 0;
 }
 
@@ -26,7 +26,7 @@ DWORD WINAPI sayThatThereIsNoReport(void *)
     if (!s_printed) {
         if (const HANDLE writer =
                 CreateThread(nullptr, 0, sayThatThereIsNoReport, nullptr, 0, nullptr))
-            WaitForSingleObject(writer, WritingLimit);
+            WaitForSingleObject(writer, kWritingLimitMs);
     }
     TerminateProcess(GetCurrentProcess(), 1);
     while (true)
@@ -35,7 +35,7 @@ DWORD WINAPI sayThatThereIsNoReport(void *)
 
 DWORD WINAPI endAfterTheLimit(void *)
 {
-    Sleep(TimeLimit);
+    Sleep(kTimeLimitMs);
     endNow();
 }
 

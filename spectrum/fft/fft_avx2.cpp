@@ -7,7 +7,7 @@
 namespace {
 
 struct Vector {
-    static constexpr int Width = 8;
+    static constexpr int kWidth = 8;
     __m256 v;
 
     static Vector load(const float *p) { return {_mm256_loadu_ps(p)}; }

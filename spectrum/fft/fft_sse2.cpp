@@ -7,7 +7,7 @@
 namespace {
 
 struct Vector {
-    static constexpr int Width = 4;
+    static constexpr int kWidth = 4;
     __m128 v;
 
     static Vector load(const float *p) { return {_mm_loadu_ps(p)}; }

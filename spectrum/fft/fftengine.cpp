@@ -5,26 +5,26 @@
 
 namespace {
 
-constexpr int Bits = 11;
-constexpr int Quarter = FFTEngine::Length / 4;
-constexpr float HalfRootTwo = 0.70710677F;
+constexpr int kBits = 11;
+constexpr int kQuarter = FFTEngine::kLength / 4;
+constexpr float kHalfRootTwo = 0.70710677F;
 
-static_assert(FFTEngine::Length == 1 << Bits, "the passes are laid out for this length");
+static_assert(FFTEngine::kLength == 1 << kBits, "the passes are laid out for this length");
 
 std::int32_t reversed(std::int32_t value)
 {
     std::int32_t result = 0;
-    for (int bit = 0; bit < Bits; ++bit)
-        result |= ((value >> bit) & 1) << (Bits - 1 - bit);
+    for (int bit = 0; bit < kBits; ++bit)
+        result |= ((value >> bit) & 1) << (kBits - 1 - bit);
     return result;
 }
 
 } // namespace
 
 FFTEngine::FFTEngine(VectorUnit unit)
-    : m_scratch(Length)
-    , m_bitReversal(Quarter)
-    , m_cosine(Quarter)
+    : m_scratch(kLength)
+    , m_bitReversal(kQuarter)
+    , m_cosine(kQuarter)
     , m_kernel(fftKernel(unit))
     , m_kernelTables(m_kernel ? std::make_unique<const FFTTables>() : nullptr)
 {
@@ -46,7 +46,7 @@ void FFTEngine::transform(float *out, const float *in)
     float *to = out;
     firstPass(from, in);
     pass8(to, from);
-    for (int size = 16; size <= Length; size *= 2) {
+    for (int size = 16; size <= kLength; size *= 2) {
         std::swap(from, to);
         pass(to, from, size);
     }
@@ -70,13 +70,13 @@ void FFTEngine::firstPass(float *to, const float *in) const
 /// Groups of eight: the only twiddle that is neither 1 nor -i is exp(-i pi / 4).
 void FFTEngine::pass8(float *to, const float *from) const
 {
-    for (int group = 0; group < Length; group += 8, from += 8, to += 8) {
+    for (int group = 0; group < kLength; group += 8, from += 8, to += 8) {
         to[0] = from[0] + from[4];
         to[4] = from[0] - from[4];
         to[2] = from[2];
         to[6] = -from[6];
-        const float re = (from[5] + from[7]) * HalfRootTwo;
-        const float im = (from[7] - from[5]) * HalfRootTwo;
+        const float re = (from[5] + from[7]) * kHalfRootTwo;
+        const float im = (from[7] - from[5]) * kHalfRootTwo;
         to[1] = from[1] + re;
         to[3] = from[1] - re;
         to[5] = im + from[3];
@@ -91,9 +91,9 @@ void FFTEngine::pass(float *to, const float *from, int size) const
 {
     const int h = size / 2;
     const int q = size / 4;
-    const int step = Length / size;
+    const int step = kLength / size;
     const float *cosine = m_cosine.values.get();
-    for (int group = 0; group < Length; group += size, from += size, to += size) {
+    for (int group = 0; group < kLength; group += size, from += size, to += size) {
         const float *evenRe = from;
         const float *evenIm = from + q;
         const float *oddRe = from + h;
@@ -104,7 +104,7 @@ void FFTEngine::pass(float *to, const float *from, int size) const
         to[h + q] = -oddRe[q];
         for (int k = 1; k < q; ++k) {
             const float c = cosine[k * step];
-            const float s = cosine[Quarter - k * step];
+            const float s = cosine[kQuarter - k * step];
             const float re = c * oddRe[k] + s * oddIm[k];
             const float im = c * oddIm[k] - s * oddRe[k];
             to[k] = evenRe[k] + re;

@@ -16,7 +16,7 @@
 /// imaginary parts 1 ... size/2 - 1).
 class FFTEngine {
 public:
-    static constexpr int Length = FFTTables::Length;
+    static constexpr int kLength = FFTTables::kLength;
 
     /// For a vector unit that the processor has; None takes the portable passes.
     explicit FFTEngine(VectorUnit unit = vectorUnit());
@@ -26,13 +26,13 @@ public:
 private:
     /// An owned array with its element count beside it, aligned to cache lines.
     template <typename T> struct Table {
-        static constexpr std::align_val_t alignment {64};
+        static constexpr std::align_val_t kAlignment {64};
         struct Free {
-            void operator()(T *memory) const { ::operator delete[](memory, alignment); }
+            void operator()(T *memory) const { ::operator delete[](memory, kAlignment); }
         };
 
         explicit Table(int n)
-            : values(new (alignment) T[static_cast<std::size_t>(n)])
+            : values(new (kAlignment) T[static_cast<std::size_t>(n)])
             , count(n)
         {
         }

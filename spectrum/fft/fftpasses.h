@@ -2,12 +2,12 @@
 // that are compiled for one (fft_sse2.cpp, fft_avx2.cpp) and by nothing else: V is a type of the
 // including file's own, so what is made from these templates never leaves it.
 //
-// V is a vector of V::Width floats (4 or 8) with + - *, the static members
+// V is a vector of V::kWidth floats (4 or 8) with + - *, the static members
 //   load(p), store(p): from and to memory of any alignment; broadcast(value);
 //   mulAdd(a, b, c) = a b + c, mulSub(a, b, c) = a b - c, negMulAdd(a, b, c) = c - a b;
 //   reversed(): the last element first;
-//   loadComplex(p, re, im): Width pairs, taken apart;
-//   loadTransposed(p, to): to[c] = element c of each of the Width rows of 8 floats at p, c = 0
+//   loadComplex(p, re, im): kWidth pairs, taken apart;
+//   loadTransposed(p, to): to[c] = element c of each of the kWidth rows of 8 floats at p, c = 0
 //   ... 7.
 //
 // The 2048 samples are taken as 1024 complex ones, z[n] = x[2n] + i x[2n + 1], and these as eight
@@ -85,13 +85,13 @@ template <typename V> void radix8(Complex<V> *x, Complex<V> *y)
 
 template <typename V> Complex<V> load(const float *re, int at)
 {
-    return {V::load(re + at), V::load(re + FFTTables::Half + at)};
+    return {V::load(re + at), V::load(re + FFTTables::kHalf + at)};
 }
 
 template <typename V> void store(Complex<V> value, float *re, int at)
 {
     value.re.store(re + at);
-    value.im.store(re + FFTTables::Half + at);
+    value.im.store(re + FFTTables::kHalf + at);
 }
 
 template <typename V> Complex<V> broadcast(const FFTTables::Twiddle &w)
@@ -104,7 +104,7 @@ template <typename V> void pass1(float *to, const float *in, const FFTTables &ta
 {
     for (int p = 0; p < 16; ++p) {
         const FFTTables::Twiddle *w = tables.w128[p];
-        for (int column = 0; column < 8; column += V::Width) {
+        for (int column = 0; column < 8; column += V::kWidth) {
             Complex<V> x[8];
             Complex<V> y[8];
             for (int k = 0; k < 8; ++k)
@@ -122,7 +122,7 @@ template <typename V> void pass2(float *to, const float *from, const FFTTables &
 {
     for (int p = 0; p < 4; ++p) {
         const FFTTables::Twiddle *w = tables.w16[p];
-        for (int column = 0; column < 64; column += V::Width) {
+        for (int column = 0; column < 64; column += V::kWidth) {
             Complex<V> x[4];
             for (int k = 0; k < 4; ++k)
                 x[k] = load<V>(from, 64 * (p + 4 * k) + column);
@@ -137,7 +137,7 @@ template <typename V> void pass2(float *to, const float *from, const FFTTables &
 /// Rows q + 32 k, k = 0 ... 3, to rows q + 32 j; q = 0 ... 31.
 template <typename V> void pass3(float *to, const float *from)
 {
-    for (int column = 0; column < 256; column += V::Width) {
+    for (int column = 0; column < 256; column += V::kWidth) {
         Complex<V> x[4];
         for (int k = 0; k < 4; ++k)
             x[k] = load<V>(from, 256 * k + column);
@@ -150,11 +150,11 @@ template <typename V> void pass3(float *to, const float *from)
 /// Row k, of eight elements, to elements k + 128 r, r = 0 ... 7.
 template <typename V> void pass4(float *to, const float *from, const FFTTables &tables)
 {
-    for (int k = 0; k < 128; k += V::Width) {
+    for (int k = 0; k < 128; k += V::kWidth) {
         V re[8];
         V im[8];
         V::loadTransposed(from + 8 * k, re);
-        V::loadTransposed(from + FFTTables::Half + 8 * k, im);
+        V::loadTransposed(from + FFTTables::kHalf + 8 * k, im);
         Complex<V> x[8];
         Complex<V> y[8];
         x[0] = {re[0], im[0]};
@@ -174,11 +174,11 @@ void joinMirrored(float *z, const FFTTables &tables, int first, int last)
 {
     const V half = V::broadcast(0.5F);
     const V minusHalf = V::broadcast(-0.5F);
-    for (int k = first; k < last; k += V::Width) {
-        const int mirrored = FFTTables::Half - k - (V::Width - 1);
+    for (int k = first; k < last; k += V::kWidth) {
+        const int mirrored = FFTTables::kHalf - k - (V::kWidth - 1);
         const Complex<V> a = load<V>(z, k);
         const Complex<V> b = {V::load(z + mirrored).reversed(),
-                              V::load(z + FFTTables::Half + mirrored).reversed()};
+                              V::load(z + FFTTables::kHalf + mirrored).reversed()};
         const Complex<V> even = {a.re + b.re, a.im - b.im};
         const V sum = a.im + b.im;
         const V difference = b.re - a.re;
@@ -201,11 +201,11 @@ void joinMirrored(float *z, const FFTTables &tables, int first, int last)
 template <typename V> void pass5(float *z, const FFTTables &tables)
 {
     const float re0 = z[0];
-    const float im0 = z[FFTTables::Half];
+    const float im0 = z[FFTTables::kHalf];
     z[0] = re0 + im0;
-    z[FFTTables::Half] = re0 - im0;
-    joinMirrored<false, V>(z, tables, 1, FFTTables::Half / 4 + 1);
-    joinMirrored<true, V>(z, tables, FFTTables::Half / 4 + 1, FFTTables::Half / 2 + 1);
+    z[FFTTables::kHalf] = re0 - im0;
+    joinMirrored<false, V>(z, tables, 1, FFTTables::kHalf / 4 + 1);
+    joinMirrored<true, V>(z, tables, FFTTables::kHalf / 4 + 1, FFTTables::kHalf / 2 + 1);
 }
 
 template <typename V>

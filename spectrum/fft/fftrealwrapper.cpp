@@ -2,7 +2,7 @@
 
 #include "spectrum/fft/fftengine.h"
 
-static_assert(FFTRealWrapper::Length == FFTEngine::Length, "wrapper and engine are one length");
+static_assert(FFTRealWrapper::kLength == FFTEngine::kLength, "wrapper and engine are one length");
 
 FFTRealWrapper::FFTRealWrapper()
     : m_engine(std::make_unique<FFTEngine>())

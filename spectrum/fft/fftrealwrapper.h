@@ -11,7 +11,7 @@ class FFTEngine;
 /// object serves one thread at a time, since it owns the scratch buffer of the passes.
 class FFTRealWrapper {
 public:
-    static constexpr int Length = 2048;
+    static constexpr int kLength = 2048;
 
     FFTRealWrapper();
     ~FFTRealWrapper();

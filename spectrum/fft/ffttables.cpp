@@ -34,8 +34,8 @@ FFTTables::FFTTables()
             w1024Im[c][k] = w.im;
         }
     }
-    for (int k = 0; k <= Half / 2; ++k) {
-        const double turn = angle(k <= Half / 4 ? k : k - Half / 2, Length);
+    for (int k = 0; k <= kHalf / 2; ++k) {
+        const double turn = angle(k <= kHalf / 4 ? k : k - kHalf / 2, kLength);
         w2048ExcessRe[k] = static_cast<float>(-2.0 * std::pow(std::sin(turn / 2.0), 2)); // cos - 1
         w2048ExcessIm[k] = static_cast<float>(std::sin(turn));
     }

@@ -17,11 +17,11 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 
 // Milliseconds from an event to the Initialize that answers it: the second of the restart and the
 // half second that a start pauses after the old client, less what clocks and timers differ.
-constexpr int s_earliestStart = 1450;
+constexpr int kEarliestStartMs = 1450;
 
 FakeAudio &world()
 {
@@ -93,13 +93,13 @@ void SessionTest::init()
 {
     m_widget = std::make_unique<OpenWidget>();
     m_widget->show();
-    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), kPatienceMs);
 }
 
 void SessionTest::cleanup()
 {
     m_widget.reset();
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
 }
 
 void SessionTest::everyCode_data()
@@ -171,9 +171,9 @@ void SessionTest::lockThenUnlockRestartsAfterASecond()
     QCOMPARE(logView(), QStringLiteral("用户登录：重启服务"));
     QVERIFY(!SpecEngine::instance()->isCapturing());
     QVERIFY(log.inOrder({QStringLiteral("系统锁屏"), QStringLiteral("系统解锁")}));
-    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, s_patience);
-    QVERIFY2(clock.elapsed() >= s_earliestStart, qPrintable(QString::number(clock.elapsed())));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, kPatienceMs);
+    QVERIFY2(clock.elapsed() >= kEarliestStartMs, qPrintable(QString::number(clock.elapsed())));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
     QVERIFY(SpecEngine::instance()->isCapturing());
     QCOMPARE(world().calls(FakeCall::Initialize), starts + 1);
 }
@@ -181,15 +181,15 @@ void SessionTest::lockThenUnlockRestartsAfterASecond()
 void SessionTest::logOnWhileStoppedStarts()
 {
     Q_EMIT m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"))->released();
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
     const int starts = world().calls(FakeCall::Initialize);
     QElapsedTimer clock;
     clock.start();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_LOGON);
     QCOMPARE(logView(), QStringLiteral("停止\n用户登录：重启服务"));
-    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, s_patience);
-    QVERIFY2(clock.elapsed() >= s_earliestStart, qPrintable(QString::number(clock.elapsed())));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, kPatienceMs);
+    QVERIFY2(clock.elapsed() >= kEarliestStartMs, qPrintable(QString::number(clock.elapsed())));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
 }
 
 void SessionTest::logOnWhileARestartIsPendingStopsNothing()
@@ -200,15 +200,15 @@ void SessionTest::logOnWhileARestartIsPendingStopsNothing()
     MessageLog log;
     world().fail(FakeCall::Start, {E_FAIL}, world().calls(FakeCall::Start) + 1, 1);
     SpecEngine::instance()->start();
-    QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("需要自动重启，延迟500ms")), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("需要自动重启，延迟500ms")), kPatienceMs);
     QVERIFY(!SpecEngine::instance()->isCapturing());
     const int starts = world().calls(FakeCall::Initialize);
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_LOGON);
-    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, kPatienceMs);
     QVERIFY(log.inOrder({QStringLiteral("用户登录"),
                          QStringLiteral("[handleThreadStopped] 正在执行自动重启..."),
                          QStringLiteral("[Step 6]"), QStringLiteral("[Step 6]")}));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
     world().clearFaults();
     failOnReports();
 }
@@ -232,13 +232,13 @@ void SessionTest::twoEventsStopOnceAndStartTwice()
     const qint64 secondMs = world().nowMs();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK);
     QCOMPARE(logView(), QStringLiteral("用户登录：重启服务\n用户登录：重启服务"));
-    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, kPatienceMs);
     const QList<FakeCallRecord> calls = world().records(FakeCall::Initialize);
     const qint64 firstGap = calls.at(starts).atMs - firstMs;
     const qint64 secondGap = calls.at(starts + 1).atMs - secondMs;
-    QVERIFY2(firstGap >= s_earliestStart, qPrintable(QString::number(firstGap)));
-    QVERIFY2(secondGap >= s_earliestStart, qPrintable(QString::number(secondGap)));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QVERIFY2(firstGap >= kEarliestStartMs, qPrintable(QString::number(firstGap)));
+    QVERIFY2(secondGap >= kEarliestStartMs, qPrintable(QString::number(secondGap)));
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
     QTest::qWait(1300); // neither event starts a third time
     QCOMPARE(world().calls(FakeCall::Initialize), starts + 2);
 }
@@ -259,7 +259,7 @@ void SessionTest::registrationIsLoggedAndItsFailureChangesNothing()
     m_widget.reset();
     m_widget = std::make_unique<OpenWidget>();
     QCOMPARE(log.count(QStringLiteral("注册windows通知事件： " TONEWELL_REGISTERS)), 1);
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
 }
 
 QTEST_MAIN(SessionTest)

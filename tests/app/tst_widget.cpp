@@ -29,7 +29,7 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 
 /// Made before the engine, so that it goes after it.
 FakeAudio &world()
@@ -117,13 +117,13 @@ void WidgetTest::init()
 {
     m_widget = std::make_unique<Widget>();
     m_widget->show();
-    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), kPatienceMs);
 }
 
 void WidgetTest::cleanup()
 {
     m_widget.reset();
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
 }
 
 void WidgetTest::formAsDesigned_data()
@@ -304,7 +304,7 @@ void WidgetTest::comboIsFilledOnce()
         world().notifyAdded(id);
         world().notifyDefaultChanged(id); // which rebuilds the catalogue
     }).join();
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), id, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), id, kPatienceMs);
     QCOMPARE(SpecEngine::instance()->deviceList().size(), 4);
     const auto *const combo = m_widget->findChild<QComboBox *>();
     QCOMPARE(combo->count(), 3);
@@ -342,7 +342,7 @@ void WidgetTest::activatingTheCurrentItemRestarts()
              QStringList({QStringLiteral("停止, starts: 0"),
                           QStringLiteral("设置设备：%1, starts: 1").arg(current),
                           QStringLiteral("启动, starts: 2")}));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
     QVERIFY(SpecEngine::instance()->isCapturing());
 }
 
@@ -353,12 +353,12 @@ void WidgetTest::activatingAnotherItemSwitches()
     QCOMPARE(logView(),
              QStringList({QStringLiteral("停止"), QStringLiteral("设置设备：%1").arg(screen()),
                           QStringLiteral("启动")}));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("hdmi"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("hdmi"), kPatienceMs);
     // The name is passed on as shown, suffix included.
     Q_EMIT combo->textActivated(speakers());
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
     Q_EMIT combo->textActivated(combo->itemText(0));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
 }
 
 void WidgetTest::pressingStopTwice()
@@ -369,12 +369,12 @@ void WidgetTest::pressingStopTwice()
             ? 0.0
             : sent.last().at(0).toString().section(QStringLiteral("/&+&/"), 1, 1).toDouble();
     };
-    QTRY_VERIFY_WITH_TIMEOUT(qAbs(level() - 100) < 0.5, s_patience); // 400 times 0.25
+    QTRY_VERIFY_WITH_TIMEOUT(qAbs(level() - 100) < 0.5, kPatienceMs); // 400 times 0.25
     auto *const stop = m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"));
     Q_EMIT stop->released();
     Q_EMIT stop->released();
     QCOMPARE(logView(), QStringList({QStringLiteral("停止"), QStringLiteral("停止")}));
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
     QVERIFY(!SpecEngine::instance()->isCapturing());
     // Longer than any restart would wait.
     sent.clear();
@@ -387,10 +387,10 @@ void WidgetTest::pressingStopTwice()
 void WidgetTest::pressingStart()
 {
     Q_EMIT m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"))->released();
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
     Q_EMIT m_widget->findChild<QPushButton *>(QStringLiteral("pushButton"))->released();
     QCOMPARE(logView(), QStringList({QStringLiteral("停止"), QStringLiteral("启动")}));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
 }
 
 void WidgetTest::publishesOnAPreciseTimerOfTwentyMilliseconds()
@@ -426,8 +426,8 @@ void WidgetTest::messageHoldsTheEnginesValues()
                                     .section(QStringLiteral("/&+&/"), index, index)
                                     .toDouble();
     };
-    QTRY_VERIFY_WITH_TIMEOUT(qAbs(field(1) - 100) < 0.5, s_patience);
-    QTRY_VERIFY_WITH_TIMEOUT(qAbs(field(2) - 100) < 0.5, s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(qAbs(field(1) - 100) < 0.5, kPatienceMs);
+    QTRY_VERIFY_WITH_TIMEOUT(qAbs(field(2) - 100) < 0.5, kPatienceMs);
 
     Spectrum &spectrum = *SpecEnginePeer::spectra().front();
     spectrum.bars.assign(100, 0.0F);
@@ -476,7 +476,7 @@ void WidgetTest::destructionStopsCaptureAndUnregistersTheBars()
     QVERIFY(SpecEngine::instance()->isCapturing());
     m_widget.reset();
     QVERIFY(SpecEnginePeer::spectra().empty());
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
     QVERIFY(!SpecEngine::instance()->isCapturing());
 }
 

@@ -3,7 +3,7 @@
 
 namespace {
 
-constexpr qint64 kLoose = 2000; // ms: a timer of 500 ms on a busy machine
+constexpr qint64 kLooseMs = 2000; // a timer of 500 ms on a busy machine
 
 /// Milliseconds from the first line of the one text to the first line of the other; -1 without
 /// them.
@@ -52,7 +52,7 @@ void TestAudioCaptureRestart::workerThatStopsByItselfIsStartedOnceAfterHalfASeco
     const QString fired = text("[handleThreadStopped] 正在执行自动重启...");
     QVERIFY(waitUntil([&] { return scene.log.contains(fired); }));
     const qint64 gap = between(scene.log, armed, fired);
-    QVERIFY2(gap >= 499 && gap < kLoose, qPrintable(QString::number(gap)));
+    QVERIFY2(gap >= 499 && gap < kLooseMs, qPrintable(QString::number(gap)));
     QVERIFY(scene.captures(kIdA));
     QTest::qWait(800);
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
@@ -139,7 +139,7 @@ void TestAudioCaptureRestart::deviceReturnRestartsAfterADeliberateStop()
     QVERIFY(waitUntil([&] { return scene.log.contains(fired); }));
     const qint64 gap =
         between(scene.log, text("[设备状态] 设备恢复活动状态，延迟500ms后重启采集"), fired);
-    QVERIFY2(gap >= 499 && gap < kLoose, qPrintable(QString::number(gap)));
+    QVERIFY2(gap >= 499 && gap < kLooseMs, qPrintable(QString::number(gap)));
     QVERIFY(scene.captures(kIdA));
     QVERIFY(capture.isCapturing());
     VERIFY_NOTHING_LEFT(scene);

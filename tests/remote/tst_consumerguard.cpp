@@ -17,7 +17,7 @@
 #include <vector>
 
 namespace {
-constexpr int s_patience = 30000; // ms
+constexpr int kPatienceMs = 30000;
 }
 
 class ConsumerGuardTest : public QObject {
@@ -83,13 +83,13 @@ std::unique_ptr<QLocalSocket> ConsumerGuardTest::connectSocket() const
 {
     auto socket = std::make_unique<QLocalSocket>();
     socket->connectToServer(m_name);
-    return socket->waitForConnected(s_patience) ? std::move(socket) : nullptr;
+    return socket->waitForConnected(kPatienceMs) ? std::move(socket) : nullptr;
 }
 
 void ConsumerGuardTest::end(QProcess *process)
 {
     process->kill();
-    process->waitForFinished(s_patience);
+    process->waitForFinished(kPatienceMs);
 }
 
 void ConsumerGuardTest::countsFreeDescriptors()
@@ -108,7 +108,7 @@ void ConsumerGuardTest::consumersThatStopReadingAreDropped()
     QProcess stalling;
     stalling.start(QStringLiteral(STALLINGCONSUMERS),
                    {QStringLiteral("local:") + m_name, QString::number(count)});
-    QTRY_VERIFY_WITH_TIMEOUT(stalling.canReadLine(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(stalling.canReadLine(), kPatienceMs);
     QCOMPARE(stalling.readLine(), QByteArray("stalled\n"));
     QCOMPARE(sockets().size(), count);
 
@@ -118,15 +118,15 @@ void ConsumerGuardTest::consumersThatStopReadingAreDropped()
     m_timer.start(20);
     const auto gone = [&] {
         most = qMax(most, waiting());
-        if (most < count * ConsumerGuard::s_limit / 2)
+        if (most < count * ConsumerGuard::kLimitBytes / 2)
             keptAtTheLimit = sockets().size();
         return sockets().isEmpty();
     };
-    QTRY_VERIFY_WITH_TIMEOUT(gone(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(gone(), kPatienceMs);
     QCOMPARE(keptAtTheLimit, count);
-    QVERIFY(most > count * ConsumerGuard::s_limit / 2);
+    QVERIFY(most > count * ConsumerGuard::kLimitBytes / 2);
     // What may come on top is what is sent until the next look, on a slow machine two seconds'.
-    QVERIFY2(most < count * (ConsumerGuard::s_limit + 2 * 50 * 21000),
+    QVERIFY2(most < count * (ConsumerGuard::kLimitBytes + 2 * 50 * 21000),
              qPrintable(QString::number(most)));
     end(&stalling);
 }
@@ -137,7 +137,7 @@ void ConsumerGuardTest::aConsumerThatReadsIsKept()
     probe.start(QStringLiteral(REPLICAPROBE),
                 {QStringLiteral("local:") + m_name, QStringLiteral("200")});
     m_timer.start(20); // 4 MB in four seconds
-    QTRY_COMPARE_WITH_TIMEOUT(probe.state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(probe.state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(probe.exitCode(), 0);
 }
 
@@ -145,20 +145,20 @@ void ConsumerGuardTest::aConsumerThatAnnouncesTooMuchIsDropped()
 {
     const auto socket = connectSocket();
     QVERIFY(socket);
-    QTRY_COMPARE_WITH_TIMEOUT(sockets().size(), 1, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(sockets().size(), 1, kPatienceMs);
     QByteArray bytes;
     QDataStream(&bytes, QIODevice::WriteOnly) << quint32(0x7FFFFFFF);
-    socket->write(bytes + QByteArray(8 * ConsumerGuard::s_limit, 'x'));
+    socket->write(bytes + QByteArray(8 * ConsumerGuard::kLimitBytes, 'x'));
     qint64 most = 0;
     const auto gone = [&] {
         for (const QLocalSocket *const one : sockets())
             most = qMax(most, one->bytesAvailable());
         return sockets().isEmpty();
     };
-    QTRY_VERIFY_WITH_TIMEOUT(gone(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(gone(), kPatienceMs);
     // The socket reads in pieces of some kilobytes.
-    QVERIFY2(most <= ConsumerGuard::s_limit + 65536, qPrintable(QString::number(most)));
-    QTRY_COMPARE_WITH_TIMEOUT(socket->state(), QLocalSocket::UnconnectedState, s_patience);
+    QVERIFY2(most <= ConsumerGuard::kLimitBytes + 65536, qPrintable(QString::number(most)));
+    QTRY_COMPARE_WITH_TIMEOUT(socket->state(), QLocalSocket::UnconnectedState, kPatienceMs);
 }
 
 void ConsumerGuardTest::aConsumerThatSaysNothingIsKept()
@@ -177,7 +177,7 @@ void ConsumerGuardTest::whenDescriptorsRunShortNewConsumersAreDropped()
         QSKIP("the host sets no limit to descriptors that a test could reach");
     // All but some are taken.
     std::vector<std::unique_ptr<QFile>> files;
-    for (int left = free; left > ConsumerGuard::s_reserve + 6; --left) {
+    for (int left = free; left > ConsumerGuard::kReserve + 6; --left) {
         files.push_back(std::make_unique<QFile>(QCoreApplication::applicationFilePath()));
         QVERIFY(files.back()->open(QIODevice::ReadOnly));
     }
@@ -190,13 +190,13 @@ void ConsumerGuardTest::whenDescriptorsRunShortNewConsumersAreDropped()
     }
     const int kept = sockets().size();
     QVERIFY2(kept >= 1 && kept <= 4, qPrintable(QString::number(kept)));
-    QVERIFY(freeDescriptors() >= ConsumerGuard::s_reserve - 8);
+    QVERIFY(freeDescriptors() >= ConsumerGuard::kReserve - 8);
     clients.clear();
     files.clear();
-    QTRY_COMPARE_WITH_TIMEOUT(sockets().size(), 0, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(sockets().size(), 0, kPatienceMs);
     const auto socket = connectSocket();
     QVERIFY(socket);
-    QTRY_COMPARE_WITH_TIMEOUT(sockets().size(), 1, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(sockets().size(), 1, kPatienceMs);
     QTest::qWait(200);
     QCOMPARE(socket->state(), QLocalSocket::ConnectedState);
 }

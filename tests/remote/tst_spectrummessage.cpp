@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr float s_infinity = std::numeric_limits<float>::infinity();
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
 QString message(double rms, double peak, double dynamic, const QVector<float> &bars)
 {
@@ -98,8 +98,8 @@ void SpectrumMessageTest::barFields_data()
     QTest::newRow("-0.0") << -0.0F << QStringLiteral("0");
     QTest::newRow("denormal") << std::numeric_limits<float>::denorm_min() << QStringLiteral("0");
     QTest::newRow("nan") << std::numeric_limits<float>::quiet_NaN() << QStringLiteral("0");
-    QTest::newRow("inf") << s_infinity << QStringLiteral("2147");
-    QTest::newRow("-inf") << -s_infinity << QStringLiteral("-214");
+    QTest::newRow("inf") << kInfinity << QStringLiteral("2147");
+    QTest::newRow("-inf") << -kInfinity << QStringLiteral("-214");
     QTest::newRow("largest float") << std::numeric_limits<float>::max() << QStringLiteral("2147");
     QTest::newRow("lowest float") << std::numeric_limits<float>::lowest() << QStringLiteral("-214");
     QTest::newRow("2^31") << 5368709.12F << QStringLiteral("2147");

@@ -14,8 +14,8 @@ FakeHost &fakeHost()
 
 namespace {
 
-constexpr std::uintptr_t Manager = 1;
-const wchar_t *const Services[] = {L"Audiosrv", L"AudioEndpointBuilder"};
+constexpr std::uintptr_t kManager = 1;
+const wchar_t *const kServices[] = {L"Audiosrv", L"AudioEndpointBuilder"};
 
 SC_HANDLE handle(std::uintptr_t number)
 {
@@ -63,19 +63,19 @@ SC_HANDLE __wrap_OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access)
         return nullptr;
     }
     ++host.openHandles;
-    return handle(Manager);
+    return handle(kManager);
 }
 
 SC_HANDLE __wrap_OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access)
 {
     FakeHost &host = fakeHost();
     host.lastServiceAccess = access;
-    if (manager != handle(Manager) || !host.serviceOpens || !host.serviceOpens(name))
+    if (manager != handle(kManager) || !host.serviceOpens || !host.serviceOpens(name))
         return nullptr;
     for (std::uintptr_t i = 0; i < 2; ++i) {
-        if (std::wcscmp(Services[i], name) == 0) {
+        if (std::wcscmp(kServices[i], name) == 0) {
             ++host.openHandles;
-            return handle(Manager + 1 + i);
+            return handle(kManager + 1 + i);
         }
     }
     return nullptr;
@@ -84,9 +84,9 @@ SC_HANDLE __wrap_OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access)
 BOOL __wrap_QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS *status)
 {
     const auto number = reinterpret_cast<std::uintptr_t>(service);
-    if (number <= Manager || number > Manager + 2 || !fakeHost().queryService)
+    if (number <= kManager || number > kManager + 2 || !fakeHost().queryService)
         return FALSE;
-    return fakeHost().queryService(Services[number - Manager - 1], status);
+    return fakeHost().queryService(kServices[number - kManager - 1], status);
 }
 
 BOOL __wrap_CloseServiceHandle(SC_HANDLE)

@@ -11,7 +11,7 @@
 
 namespace {
 
-const wchar_t *const Audio = L"Audiosrv";
+const wchar_t *const kAudio = L"Audiosrv";
 
 // From the heading to the blank line.
 QString block(const QString &heading)
@@ -49,7 +49,7 @@ void describeServices(DWORD type, DWORD state)
 
 bool isAudio(const wchar_t *name)
 {
-    return std::wcscmp(name, Audio) == 0;
+    return std::wcscmp(name, kAudio) == 0;
 }
 
 // The render endpoints, by way of the fakes' factory, are capture endpoints as well.
@@ -107,9 +107,9 @@ HRESULT createBothWays(IMMDeviceEnumerator **enumerator)
     return hr;
 }
 
-const QString Running = QStringLiteral("  Audiosrv Service State: Running\n"
-                                       "  Service Type: Win32\n");
-const QString BuilderRunning = QStringLiteral("  AudioEndpointBuilder State: Running\n");
+const QString kRunning = QStringLiteral("  Audiosrv Service State: Running\n"
+                                        "  Service Type: Win32\n");
+const QString kBuilderRunning = QStringLiteral("  AudioEndpointBuilder State: Running\n");
 
 } // namespace
 
@@ -261,20 +261,20 @@ void TestAudioServiceDiagnostics::managerOpensOnlyTheSecondTime()
 {
     fakeHost().managerOpens = [](int time) { return time == 2; };
     QCOMPARE(serviceBlock(),
-             QStringLiteral("  Service Control Manager: Access denied\n") + BuilderRunning);
+             QStringLiteral("  Service Control Manager: Access denied\n") + kBuilderRunning);
 }
 
 void TestAudioServiceDiagnostics::managerOpensOnlyTheFirstTime()
 {
     fakeHost().managerOpens = [](int time) { return time == 1; };
-    QCOMPARE(serviceBlock(), Running);
+    QCOMPARE(serviceBlock(), kRunning);
     QCOMPARE(fakeHost().lastServiceAccess, DWORD(SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
 }
 
 void TestAudioServiceDiagnostics::audioServiceNotFound()
 {
     fakeHost().serviceOpens = [](const wchar_t *name) { return !isAudio(name); };
-    QCOMPARE(serviceBlock(), QStringLiteral("  Audiosrv Service: Not found\n") + BuilderRunning);
+    QCOMPARE(serviceBlock(), QStringLiteral("  Audiosrv Service: Not found\n") + kBuilderRunning);
     QCOMPARE(fakeHost().lastServiceAccess, DWORD(SERVICE_QUERY_STATUS));
 }
 
@@ -284,14 +284,14 @@ void TestAudioServiceDiagnostics::audioServiceQueryFails()
         status->dwCurrentState = SERVICE_RUNNING;
         return isAudio(name) ? FALSE : TRUE;
     };
-    QCOMPARE(serviceBlock(), BuilderRunning);
+    QCOMPARE(serviceBlock(), kBuilderRunning);
 }
 
 void TestAudioServiceDiagnostics::endpointBuilderNotFound()
 {
     fakeHost().serviceOpens = isAudio;
     QCOMPARE(serviceBlock(),
-             Running + QStringLiteral("  AudioEndpointBuilder Service: Not found\n"));
+             kRunning + QStringLiteral("  AudioEndpointBuilder Service: Not found\n"));
 }
 
 void TestAudioServiceDiagnostics::endpointBuilderQueryFails()
@@ -301,7 +301,7 @@ void TestAudioServiceDiagnostics::endpointBuilderQueryFails()
         status->dwCurrentState = SERVICE_RUNNING;
         return isAudio(name) ? TRUE : FALSE;
     };
-    QCOMPARE(serviceBlock(), Running);
+    QCOMPARE(serviceBlock(), kRunning);
 }
 
 void TestAudioServiceDiagnostics::endpointBuilderStartPendingIsStopped()

@@ -33,7 +33,7 @@ LONG filter(EXCEPTION_RECORD record, CONTEXT *context = nullptr)
     return crashFilter(&pointers);
 }
 
-const QString Suffix = QStringLiteral(" (Address: 0x00007ff6a1b2c3d4)");
+const QString kSuffix = QStringLiteral(" (Address: 0x00007ff6a1b2c3d4)");
 
 } // namespace
 
@@ -108,7 +108,7 @@ void TestCrashHandlers::exceptionTable()
     QCOMPARE(filter(recordOf(code)), LONG {1});
     QCOMPARE(s_reports.size(), 1);
     QCOMPARE(line(QStringLiteral("Exception Type")), type);
-    QCOMPARE(line(QStringLiteral("Exception Message")), message + Suffix);
+    QCOMPARE(line(QStringLiteral("Exception Message")), message + kSuffix);
 }
 
 void TestCrashHandlers::accessViolation_data()
@@ -135,7 +135,7 @@ void TestCrashHandlers::accessViolation()
     QCOMPARE(filter(record), LONG {1});
     QCOMPARE(line(QStringLiteral("Exception Type")), QStringLiteral("EXCEPTION_ACCESS_VIOLATION"));
     QCOMPARE(line(QStringLiteral("Exception Message")),
-             QStringLiteral("Memory access violation (Attempted %1)").arg(text) + Suffix);
+             QStringLiteral("Memory access violation (Attempted %1)").arg(text) + kSuffix);
 }
 
 void TestCrashHandlers::sectionsFollowTheReport()

@@ -11,7 +11,7 @@
 
 namespace {
 
-const QString Report = QStringLiteral("first line\n第二行\n");
+const QString kReport = QStringLiteral("first line\n第二行\n");
 
 ErrorReportDialog *openDialog()
 {
@@ -63,7 +63,7 @@ void TestDeliverReport::init()
 
 void TestDeliverReport::dialogOpensAfterTheNextTurn()
 {
-    deliverReport(Report);
+    deliverReport(kReport);
     QVERIFY(!openDialog());
     QString shown;
     QTimer::singleShot(0, this, [&shown] {
@@ -74,14 +74,14 @@ void TestDeliverReport::dialogOpensAfterTheNextTurn()
         dialog->accept();
     });
     QCoreApplication::processEvents(); // runs the dialog to its end
-    QCOMPARE(shown, Report);
+    QCOMPARE(shown, kReport);
     QVERIFY(!openDialog());
     QVERIFY(QApplication::topLevelWidgets().isEmpty());
 }
 
 void TestDeliverReport::nothingIsWritten()
 {
-    deliverReport(Report);
+    deliverReport(kReport);
     bool opened = false;
     QTimer::singleShot(0, this, [&opened] {
         if (ErrorReportDialog *const dialog = openDialog()) {
@@ -99,9 +99,9 @@ void TestDeliverReport::sinkCanBeReplaced()
     static QStringList reports;
     const ReportSink sink = [](const QString &report) { reports.append(report); };
     QVERIFY(setReportSink(sink) == nullptr);
-    deliverReport(Report);
+    deliverReport(kReport);
     QVERIFY(setReportSink(nullptr) == sink);
-    QCOMPARE(reports, QStringList(Report));
+    QCOMPARE(reports, QStringList(kReport));
     QCoreApplication::processEvents();
     QVERIFY(!openDialog());
 }
@@ -115,7 +115,7 @@ void TestDeliverReport::quitEndsTheProgramWhileTheDialogIsOpen()
 
 void TestDeliverReport::reportGoesToStandardErrorOnce()
 {
-    QCOMPARE(runToQuit().errors.count(QString::fromLocal8Bit(Report.toLocal8Bit())), 1);
+    QCOMPARE(runToQuit().errors.count(QString::fromLocal8Bit(kReport.toLocal8Bit())), 1);
 }
 
 namespace {
@@ -123,7 +123,7 @@ namespace {
 // Quits while the dialog is open, as a request to end the program does.
 int quitUnderTheDialog()
 {
-    deliverReport(Report);
+    deliverReport(kReport);
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, [] {
         if (openDialog())

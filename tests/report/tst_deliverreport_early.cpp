@@ -5,7 +5,7 @@
 
 namespace {
 
-const QString Report = QStringLiteral("first line\n第二行\n%1\n");
+const QString kReport = QStringLiteral("first line\n第二行\n%1\n");
 
 } // namespace
 
@@ -23,7 +23,7 @@ void TestDeliverReportEarly::writesAFile()
     QTemporaryDir folder;
     QVERIFY(QDir::setCurrent(folder.path()));
     const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
-    deliverReport(Report);
+    deliverReport(kReport);
     const QStringList files = QDir().entryList(QDir::Files);
     QCOMPARE(files.size(), 1);
     const auto name = QRegularExpression(QStringLiteral("^crash_report_(\\d{8}_\\d{6})\\.txt$"))
@@ -34,7 +34,7 @@ void TestDeliverReportEarly::writesAFile()
     QVERIFY(time >= before && time <= QDateTime::currentDateTime());
     QFile file(files.first());
     QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    QCOMPARE(file.readAll(), Report.toUtf8());
+    QCOMPARE(file.readAll(), kReport.toUtf8());
 }
 
 void TestDeliverReportEarly::overwritesAFileOfTheSameSecond()
@@ -42,7 +42,7 @@ void TestDeliverReportEarly::overwritesAFileOfTheSameSecond()
     QTemporaryDir folder;
     QVERIFY(QDir::setCurrent(folder.path()));
     // Whichever second the second call falls into, no file has more than its own text.
-    deliverReport(Report + Report);
+    deliverReport(kReport + kReport);
     deliverReport(QStringLiteral("short"));
     const QStringList files = QDir().entryList(QDir::Files, QDir::Name);
     QVERIFY(!files.isEmpty());
@@ -61,7 +61,7 @@ void TestDeliverReportEarly::folderThatCannotBeWritten()
         QDir().mkdir(QStringLiteral("crash_report_%1.txt")
                          .arg(time.toString(QStringLiteral("yyyyMMdd_HHmmss"))));
     }
-    deliverReport(Report);
+    deliverReport(kReport);
     QCOMPARE(QDir().entryList(QDir::Files), QStringList());
     QVERIFY(QDir::setCurrent(QDir::tempPath()));
 }

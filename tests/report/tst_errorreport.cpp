@@ -11,7 +11,7 @@
 
 namespace {
 
-const QString PrintReport = QStringLiteral("--print-report");
+const QString kPrintReport = QStringLiteral("--print-report");
 
 void describeVersion(DWORD major, DWORD minor, DWORD build)
 {
@@ -313,7 +313,7 @@ void TestErrorReport::pathOutsideTheLocalEncodingStaysGarbled()
     QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), program));
 
     QProcess process;
-    process.start(program, {PrintReport});
+    process.start(program, {kPrintReport});
     QVERIFY(process.waitForFinished());
     const QString report =
         QString::fromUtf8(process.readAllStandardOutput()).remove(QLatin1Char('\r'));
@@ -330,7 +330,7 @@ int main(int argc, char **argv)
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("NameOfIt"));
     QCoreApplication::setApplicationVersion(QStringLiteral("7.8.9"));
-    if (QCoreApplication::arguments().contains(PrintReport)) {
+    if (QCoreApplication::arguments().contains(kPrintReport)) {
         QCoreApplication::applicationFilePath(); // read while the encoding is the system's
         QTextCodec::setCodecForLocale(QTextCodec::codecForName("GB18030"));
         std::fputs(buildErrorReport({}, {}).toUtf8().constData(), stdout);

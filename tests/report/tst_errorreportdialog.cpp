@@ -21,7 +21,7 @@
 
 namespace {
 
-const QString Report = QStringLiteral("[Heading]\n  Device: 扬声器\n\n  Share: 45%%\n");
+const QString kReport = QStringLiteral("[Heading]\n  Device: 扬声器\n\n  Share: 45%%\n");
 
 QPushButton *button(QWidget *parent, const QString &text)
 {
@@ -122,7 +122,7 @@ void TestErrorReportDialog::initTestCase()
 void TestErrorReportDialog::init()
 {
     QGuiApplication::clipboard()->clear();
-    m_dialog = new ErrorReportDialog(Report);
+    m_dialog = new ErrorReportDialog(kReport);
     m_dialog->setModal(true);
     m_dialog->show();
     QVERIFY(QTest::qWaitForWindowExposed(m_dialog));
@@ -156,7 +156,7 @@ void TestErrorReportDialog::looksAsDescribed()
     auto *const view = qobject_cast<QTextEdit *>(layout->itemAt(2)->widget());
     QVERIFY(view);
     QVERIFY(view->isReadOnly());
-    QCOMPARE(view->toPlainText(), Report);
+    QCOMPARE(view->toPlainText(), kReport);
     QCOMPARE(view->lineWrapMode(), QTextEdit::NoWrap);
     QCOMPARE(view->font().families(),
              QStringList({QStringLiteral("Microsoft YaHei UI"), QStringLiteral("SimSun"),
@@ -182,7 +182,7 @@ void TestErrorReportDialog::copyTwice()
     for (int time = 1; time <= 2; ++time) {
         QGuiApplication::clipboard()->clear();
         press(m_dialog, QStringLiteral("复制到剪贴板"));
-        QCOMPARE(QGuiApplication::clipboard()->text(QClipboard::Clipboard), Report);
+        QCOMPARE(QGuiApplication::clipboard()->text(QClipboard::Clipboard), kReport);
         QCOMPARE(user.boxes.size(), time);
         QCOMPARE(user.boxes.last().icon, QMessageBox::Information);
         QCOMPARE(user.boxes.last().title, QStringLiteral("提示"));
@@ -203,7 +203,7 @@ void TestErrorReportDialog::saveIsTheReportByteForByte()
 
     QFile file(path);
     QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    QCOMPARE(file.readAll(), Report.toUtf8());
+    QCOMPARE(file.readAll(), kReport.toUtf8());
     QCOMPARE(user.boxes.size(), 1);
     QCOMPARE(user.boxes.first().icon, QMessageBox::Information);
     QCOMPARE(user.boxes.first().title, QStringLiteral("提示"));
@@ -256,7 +256,7 @@ void TestErrorReportDialog::saveReplacesALongerFile()
     };
     press(m_dialog, QStringLiteral("保存到文件"));
     QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    QCOMPARE(file.readAll(), Report.toUtf8());
+    QCOMPARE(file.readAll(), kReport.toUtf8());
 }
 
 void TestErrorReportDialog::saveToAReadOnlyPlaceWarns()

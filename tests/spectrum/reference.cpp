@@ -9,7 +9,7 @@ namespace reference {
 
 namespace {
 
-const double Pi = std::acos(-1.0);
+const double kPi = std::acos(-1.0);
 
 using Complexes = std::vector<std::complex<double>>;
 
@@ -28,7 +28,7 @@ void halve(Complexes &values)
     halve(odd);
     for (std::size_t k = 0; k < n / 2; ++k) {
         const auto turned =
-            odd[k] * std::polar(1.0, -2.0 * Pi * static_cast<double>(k) / static_cast<double>(n));
+            odd[k] * std::polar(1.0, -2.0 * kPi * static_cast<double>(k) / static_cast<double>(n));
         values[k] = even[k] + turned;
         values[k + n / 2] = even[k] - turned;
     }
@@ -46,7 +46,7 @@ std::vector<std::complex<double>> definition(const std::vector<double> &samples)
     const std::size_t n = samples.size();
     Complexes unit(n);
     for (std::size_t i = 0; i < n; ++i)
-        unit[i] = std::polar(1.0, -2.0 * Pi * static_cast<double>(i) / static_cast<double>(n));
+        unit[i] = std::polar(1.0, -2.0 * kPi * static_cast<double>(i) / static_cast<double>(n));
     Complexes bins(n / 2 + 1);
     for (std::size_t k = 0; k < bins.size(); ++k) {
         for (std::size_t i = 0; i < n; ++i)
@@ -65,7 +65,7 @@ std::vector<std::complex<double>> transform(const std::vector<double> &samples)
 
 double windowWeight(int type, int n)
 {
-    const double turn = 2.0 * Pi * n / 2047.0;
+    const double turn = 2.0 * kPi * n / 2047.0;
     switch (type) {
     case 0:
         return 1.0;

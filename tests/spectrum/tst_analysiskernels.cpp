@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int Longest = 67;
+constexpr int kLongest = 67;
 
 /// What the loops are tested against: the same in the plainest way.
 namespace twin {
@@ -73,17 +73,17 @@ void TestAnalysisKernels::initTestCase_data()
 void TestAnalysisKernels::windowMatchesItsTwinAtEveryLengthAndAlignment()
 {
     std::mt19937 random(1);
-    std::vector<char> bytes(4 * Longest + 8);
+    std::vector<char> bytes(4 * kLongest + 8);
     for (char &byte : bytes)
         byte = char(random());
-    std::vector<float> window(Longest + 8);
+    std::vector<float> window(kLongest + 8);
     for (float &weight : window)
         weight = float(random() % 1000) / 999.0F;
 
     for (int offset = 0; offset < 8; ++offset) {
-        for (int count = 0; count <= Longest; ++count) {
+        for (int count = 0; count <= kLongest; ++count) {
             for (int channel : {0, 1}) {
-                std::vector<float> out(Longest + 9, 7.0F);
+                std::vector<float> out(kLongest + 9, 7.0F);
                 const char *frames = bytes.data() + offset;
                 windowStereo(frames, channel, window.data() + offset, out.data() + offset, count);
                 for (int i = 0; i < int(out.size()); ++i) {
@@ -113,15 +113,15 @@ void TestAnalysisKernels::levelsMatchTheirTwinAtEveryLengthAndAlignment()
 {
     std::mt19937 random(2);
     std::uniform_real_distribution<float> uniform(-900.0F, 900.0F);
-    std::vector<float> values(2 * Longest + 16);
+    std::vector<float> values(2 * kLongest + 16);
     for (float &value : values)
         value = uniform(random);
 
     for (int offset = 0; offset < 8; ++offset) {
-        for (int count = 0; count <= Longest; ++count) {
-            std::vector<double> levels(Longest + 9, 7.0);
+        for (int count = 0; count <= kLongest; ++count) {
+            std::vector<double> levels(kLongest + 9, 7.0);
             const float *re = values.data() + offset;
-            const float *im = re + Longest + 1;
+            const float *im = re + kLongest + 1;
             logarithmicLevels(re, im, levels.data() + offset, count);
             for (int i = 0; i < int(levels.size()); ++i) {
                 const int at = i - offset;

@@ -8,15 +8,15 @@
 
 namespace {
 
-constexpr int N = FFTRealWrapper::Length;
-const double Pi = std::acos(-1.0);
+constexpr int kLength = FFTRealWrapper::kLength;
+const double kPi = std::acos(-1.0);
 
 using Block = std::vector<float>;
 
 template <typename F> Block blockOf(F sampleAt)
 {
     Block block;
-    for (int n = 0; n < N; ++n)
+    for (int n = 0; n < kLength; ++n)
         block.push_back(static_cast<float>(sampleAt(n)));
     return block;
 }
@@ -38,7 +38,7 @@ VectorUnit testedUnit()
 Block transformedBy(VectorUnit by, const Block &in)
 {
     FFTEngine fft(by);
-    Block out(N, -99.0F);
+    Block out(kLength, -99.0F);
     fft.transform(out.data(), in.data());
     return out;
 }
@@ -52,11 +52,11 @@ Block transformed(const Block &in)
 std::vector<double> packedReference(const Block &in)
 {
     const auto bins = reference::definition({in.begin(), in.end()});
-    std::vector<double> packed(N);
-    for (std::size_t k = 0; k <= N / 2; ++k)
+    std::vector<double> packed(kLength);
+    for (std::size_t k = 0; k <= kLength / 2; ++k)
         packed[k] = bins[k].real();
-    for (std::size_t k = 1; k < N / 2; ++k)
-        packed[N / 2 + k] = bins[k].imag();
+    for (std::size_t k = 1; k < kLength / 2; ++k)
+        packed[kLength / 2 + k] = bins[k].imag();
     return packed;
 }
 
@@ -110,7 +110,7 @@ void TestFFTRealWrapper::initTestCase_data()
 void TestFFTRealWrapper::wrapperTakesTheBestKernel()
 {
     const Block in = noise(10);
-    Block out(N, -99.0F);
+    Block out(kLength, -99.0F);
     FFTRealWrapper fft;
     fft.calculateFFT(out.data(), in.data());
     QCOMPARE(out, transformedBy(vectorUnit(), in));
@@ -123,7 +123,7 @@ void TestFFTRealWrapper::kernelMatchesThePortablePasses()
         const Block out = transformed(in);
         const Block twin = transformedBy(VectorUnit::None, in);
         // The largest bins are near 100: a few units in their last place.
-        for (std::size_t i = 0; i < N; ++i)
+        for (std::size_t i = 0; i < kLength; ++i)
             QVERIFY2(std::fabs(out[i] - twin[i]) < 4e-5F, qPrintable(QString::number(i)));
     }
 }
@@ -131,8 +131,8 @@ void TestFFTRealWrapper::kernelMatchesThePortablePasses()
 void TestFFTRealWrapper::equalValuesGiveTheirSumInBinZero()
 {
     const Block out = transformed(blockOf([](int) { return 0.625; }));
-    QCOMPARE(out[0], 0.625F * N);
-    for (std::size_t i = 1; i < N; ++i)
+    QCOMPARE(out[0], 0.625F * kLength);
+    for (std::size_t i = 1; i < kLength; ++i)
         QVERIFY2(std::fabs(out[i]) < 1e-3F, qPrintable(QString::number(i)));
 }
 
@@ -151,8 +151,9 @@ void TestFFTRealWrapper::cosineGivesItsRealPart_data()
 void TestFFTRealWrapper::cosineGivesItsRealPart()
 {
     QFETCH(int, k);
-    const Block out = transformed(blockOf([k](int n) { return std::cos(2.0 * Pi * k * n / N); }));
-    for (int i = 0; i < N; ++i) {
+    const Block out =
+        transformed(blockOf([k](int n) { return std::cos(2.0 * kPi * k * n / kLength); }));
+    for (int i = 0; i < kLength; ++i) {
         const float expected = i == k ? 1024.0F : 0.0F;
         QVERIFY2(std::fabs(out[std::size_t(i)] - expected) < 1e-3F, qPrintable(QString::number(i)));
     }
@@ -166,8 +167,9 @@ void TestFFTRealWrapper::sineGivesItsImaginaryPart_data()
 void TestFFTRealWrapper::sineGivesItsImaginaryPart()
 {
     QFETCH(int, k);
-    const Block out = transformed(blockOf([k](int n) { return std::sin(2.0 * Pi * k * n / N); }));
-    for (int i = 0; i < N; ++i) {
+    const Block out =
+        transformed(blockOf([k](int n) { return std::sin(2.0 * kPi * k * n / kLength); }));
+    for (int i = 0; i < kLength; ++i) {
         const float expected = i == 1024 + k ? -1024.0F : 0.0F;
         QVERIFY2(std::fabs(out[std::size_t(i)] - expected) < 1e-3F, qPrintable(QString::number(i)));
     }
@@ -176,7 +178,7 @@ void TestFFTRealWrapper::sineGivesItsImaginaryPart()
 void TestFFTRealWrapper::alternatingSignGivesTheNyquistTerm()
 {
     const Block out = transformed(blockOf([](int n) { return n % 2 == 0 ? 1.0 : -1.0; }));
-    for (std::size_t i = 0; i < N; ++i) {
+    for (std::size_t i = 0; i < kLength; ++i) {
         const float expected = i == 1024 ? 2048.0F : 0.0F;
         QVERIFY2(std::fabs(out[i] - expected) < 1e-3F, qPrintable(QString::number(i)));
     }
@@ -187,22 +189,24 @@ void TestFFTRealWrapper::everySingleSampleTransformsExactly()
 {
     FFTEngine fft(testedUnit());
     std::vector<double> cosine;
-    for (int i = 0; i < N; ++i)
-        cosine.push_back(std::cos(2.0 * Pi * i / N));
-    Block in(N);
-    Block out(N);
+    for (int i = 0; i < kLength; ++i)
+        cosine.push_back(std::cos(2.0 * kPi * i / kLength));
+    Block in(kLength);
+    Block out(kLength);
     double worst = 0.0;
-    for (int n = 0; n < N; ++n) {
+    for (int n = 0; n < kLength; ++n) {
         in[std::size_t(n)] = 1.0F;
         fft.transform(out.data(), in.data());
         in[std::size_t(n)] = 0.0F;
-        for (int k = 0; k <= N / 2; ++k)
+        for (int k = 0; k <= kLength / 2; ++k)
             worst = std::fmax(
-                worst, std::fabs(double(out[std::size_t(k)]) - cosine[std::size_t(k * n % N)]));
-        for (int k = 1; k < N / 2; ++k) {
+                worst,
+                std::fabs(double(out[std::size_t(k)]) - cosine[std::size_t(k * n % kLength)]));
+        for (int k = 1; k < kLength / 2; ++k) {
             // -sin(x) is cos(x + pi/2).
-            const double expected = cosine[std::size_t((k * n + N / 4) % N)];
-            worst = std::fmax(worst, std::fabs(double(out[std::size_t(N / 2 + k)]) - expected));
+            const double expected = cosine[std::size_t((k * n + kLength / 4) % kLength)];
+            worst =
+                std::fmax(worst, std::fabs(double(out[std::size_t(kLength / 2 + k)]) - expected));
         }
     }
     QVERIFY2(worst < 5e-7, qPrintable(QString::number(worst)));
@@ -227,7 +231,7 @@ void TestFFTRealWrapper::isLinear()
     const Block outA = transformed(a);
     const Block outB = transformed(b);
     const Block out = transformed(both);
-    for (std::size_t i = 0; i < N; ++i)
+    for (std::size_t i = 0; i < kLength; ++i)
         QVERIFY(std::fabs(out[i] - (outA[i] + 0.5F * outB[i])) < 1e-3F);
 }
 
@@ -237,14 +241,14 @@ void TestFFTRealWrapper::leavesTheInputAndNeedsNoAlignment()
     const Block expected = transformed(in);
     FFTEngine fft(testedUnit());
     for (std::size_t offset = 0; offset < 9; ++offset) {
-        Block shiftedIn(N + 16, 5.0F);
-        Block shiftedOut(N + 16, 5.0F);
+        Block shiftedIn(kLength + 16, 5.0F);
+        Block shiftedOut(kLength + 16, 5.0F);
         std::copy(in.begin(), in.end(), shiftedIn.begin() + std::ptrdiff_t(offset));
         const Block before = shiftedIn;
         fft.transform(shiftedOut.data() + offset, shiftedIn.data() + offset);
         QCOMPARE(shiftedIn, before);
         for (std::size_t i = 0; i < shiftedOut.size(); ++i) {
-            const bool inside = i >= offset && i < offset + N;
+            const bool inside = i >= offset && i < offset + kLength;
             QCOMPARE(shiftedOut[i], inside ? expected[i - offset] : 5.0F);
         }
     }
@@ -253,7 +257,7 @@ void TestFFTRealWrapper::leavesTheInputAndNeedsNoAlignment()
 void TestFFTRealWrapper::keepsNothingFromCallToCall()
 {
     FFTEngine fft(testedUnit());
-    Block out(N);
+    Block out(kLength);
     fft.transform(out.data(), noise(8).data());
     const Block in = noise(9);
     fft.transform(out.data(), in.data());

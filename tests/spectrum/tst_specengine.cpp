@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int BlockBytes = 2048 * 4;
+constexpr int kBlockBytes = 2048 * 4;
 
 QByteArray numbered(int frames, int first = 0)
 {
@@ -225,7 +225,7 @@ void TestSpecEngine::formatOfAShorterBufferLeavesSilence()
 
     const QByteArray data = numbered(441);
     peer.feed(data);
-    QCOMPARE(peer.filled(), QByteArray(BlockBytes, '\0') + data);
+    QCOMPARE(peer.filled(), QByteArray(kBlockBytes, '\0') + data);
 }
 
 void TestSpecEngine::dataBeforeAFormatIsDropped()
@@ -266,9 +266,9 @@ void TestSpecEngine::bufferIsCutBackBeforeDataIsAppended()
     // One frame short of the point where less than one block is free.
     peer.feed(numbered(full - 2048 - 1));
     peer.feed(numbered(1, full - 2049));
-    QCOMPARE(peer.bufferPosition(), 960000LL - BlockBytes);
+    QCOMPARE(peer.bufferPosition(), 960000LL - kBlockBytes);
     peer.feed(numbered(480, full - 2048));
-    QCOMPARE(peer.bufferPosition(), qint64(BlockBytes + 1920));
+    QCOMPARE(peer.bufferPosition(), qint64(kBlockBytes + 1920));
     QCOMPARE(peer.filled(), numbered(2048 + 480, full - 4096));
 }
 
@@ -281,7 +281,7 @@ void TestSpecEngine::dataBeyondTheEndIsDropped()
     QCOMPARE(peer.bufferPosition(), 960000LL);
     QCOMPARE(peer.filled(), numbered(240000));
     peer.feed(numbered(3));
-    QCOMPARE(peer.filled(), numbered(240000).right(BlockBytes) + numbered(3));
+    QCOMPARE(peer.filled(), numbered(240000).right(kBlockBytes) + numbered(3));
 }
 
 void TestSpecEngine::bufferShorterThanABlockFillsUpAndStops()

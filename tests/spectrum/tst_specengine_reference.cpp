@@ -16,15 +16,15 @@ struct Tuning {
     double quantile = 0.85;
 };
 
-constexpr Tuning Untuned {};
-constexpr Tuning InUse {0.5, 10, 0.1};
+constexpr Tuning kUntuned {};
+constexpr Tuning kInUse {0.5, 10, 0.1};
 
 struct Limits {
     int minimum;
     int maximum;
     int bars;
 };
-constexpr Limits BandLimits[] = {{-7000, 7000, 100}, {-48000, 48000, 31}, {100, 20000, 67}};
+constexpr Limits kBandLimits[] = {{-7000, 7000, 100}, {-48000, 48000, 31}, {100, 20000, 67}};
 
 /// One engine, its second implementation, and the same bands for both.
 class Pair {
@@ -37,7 +37,7 @@ public:
         expected.smoothing = tuning.smoothing;
         expected.historyLength = tuning.historyLength;
         expected.quantile = tuning.quantile;
-        for (const Limits &limits : BandLimits) {
+        for (const Limits &limits : kBandLimits) {
             bands.push_back(
                 std::make_unique<Spectrum>(limits.minimum, limits.maximum, limits.bars));
             peer.addBand(bands.back().get());
@@ -114,9 +114,9 @@ void TestSpecEngineReference::soundBecomesTheSameLevelsAndBars_data()
 
     const auto row = [](const char *name, const sound::Source &source, double loudest,
                         int rate = 48000, int channels = 2, int milliseconds = 400) {
-        QTest::newRow(name) << source << rate << channels << milliseconds << loudest << InUse;
+        QTest::newRow(name) << source << rate << channels << milliseconds << loudest << kInUse;
         QTest::newRow(QByteArray(name) + ", untuned")
-            << source << rate << channels << milliseconds << 0.0 << Untuned;
+            << source << rate << channels << milliseconds << 0.0 << kUntuned;
     };
     row("tone", sound::sine(1000, 0.5), 0.2);
     row("tone at 44.1 kHz", sound::sine(1000, 0.5, 44100), 0.2, 44100);
@@ -131,7 +131,7 @@ void TestSpecEngineReference::soundBecomesTheSameLevelsAndBars_data()
     row("level step", sound::step(10000, sound::sine(1000, 0.05), sound::sine(1000, 0.9)), 0.2);
     row("level drop", sound::step(10000, sound::whiteNoise(0.9), sound::silence()), 0.0);
     QTest::newRow("longer than the buffer")
-        << sound::Source(sound::sine(440, 0.3)) << 48000 << 2 << 6000 << 0.2 << InUse;
+        << sound::Source(sound::sine(440, 0.3)) << 48000 << 2 << 6000 << 0.2 << kInUse;
 }
 
 void TestSpecEngineReference::soundBecomesTheSameLevelsAndBars()
@@ -181,12 +181,12 @@ void TestSpecEngineReference::spectraArePostProcessedAlike_data()
 {
     QTest::addColumn<Tuning>("tuning");
     QTest::addColumn<int>("count");
-    QTest::newRow("in use") << InUse << 2048;
-    QTest::newRow("untuned") << Untuned << 2048;
+    QTest::newRow("in use") << kInUse << 2048;
+    QTest::newRow("untuned") << kUntuned << 2048;
     QTest::newRow("no smoothing, no average") << Tuning {0.0, 0, 0.5} << 2048;
     QTest::newRow("wide average") << Tuning {0.9, 501, 1.0} << 2048;
     QTest::newRow("few points") << Tuning {0.3, 4, 0.0} << 11;
-    QTest::newRow("no point") << InUse << 0;
+    QTest::newRow("no point") << kInUse << 0;
 }
 
 /// The same spectra for both, so that nothing but rounding can differ.

@@ -12,13 +12,13 @@
 
 namespace {
 
-constexpr int BlockBytes = 2048 * 4;
+constexpr int kBlockBytes = 2048 * 4;
 
 // The logged texts are GBK bytes that the debug stream takes for UTF-8.
-const QString InvalidParameters =
+const QString kInvalidParameters =
     QString::fromUtf8("[SpectrumAnalyser] \xCE\xDE\xD0\xA7\xB2\xCE\xCA\xFD\xA3\xAC\xBA\xF6"
                       "\xC2\xD4\xBC\xC6\xCB\xE3");
-const QString NotEnoughData = QString::fromUtf8(
+const QString kNotEnoughData = QString::fromUtf8(
     "[SpectrumAnalyser] \xCA\xFD\xBE\xDD\xB2\xBB\xD7\xE3\xA3\xAC\xCC\xF8\xB9\xFD");
 
 WAVEFORMATEX format(int rate, int bits = 16, int channels = 2)
@@ -422,10 +422,10 @@ void TestSpectrumAnalyser::oneByteShortIsNotEnoughData()
 {
     Worker worker;
     const LogCapture log;
-    worker.calculate(QByteArray(BlockBytes - 1, '\1'));
-    QCOMPARE(log.lines(), QStringList {NotEnoughData});
+    worker.calculate(QByteArray(kBlockBytes - 1, '\1'));
+    QCOMPARE(log.lines(), QStringList {kNotEnoughData});
     QVERIFY(worker.spectra.isEmpty());
-    worker.calculate(QByteArray(BlockBytes, '\1'));
+    worker.calculate(QByteArray(kBlockBytes, '\1'));
     QCOMPARE(worker.spectra.size(), 1);
     QCOMPARE(log.lines().size(), 1);
 }
@@ -434,8 +434,8 @@ void TestSpectrumAnalyser::bitsBelowEightIsNotEnoughData()
 {
     Worker worker;
     const LogCapture log;
-    worker.calculate(QByteArray(BlockBytes, '\1'), 48000, 4, 2);
-    QCOMPARE(log.lines(), QStringList {NotEnoughData});
+    worker.calculate(QByteArray(kBlockBytes, '\1'), 48000, 4, 2);
+    QCOMPARE(log.lines(), QStringList {kNotEnoughData});
     QVERIFY(worker.spectra.isEmpty());
 }
 
@@ -446,11 +446,11 @@ void TestSpectrumAnalyser::invalidParametersAreLogged_data()
     QTest::addColumn<int>("bits");
     QTest::addColumn<int>("channels");
     QTest::newRow("empty") << 0 << 48000 << 16 << 2;
-    QTest::newRow("no rate") << BlockBytes << 0 << 16 << 2;
-    QTest::newRow("negative rate") << BlockBytes << -1 << 16 << 2;
-    QTest::newRow("no bits") << BlockBytes << 48000 << 0 << 2;
-    QTest::newRow("no channels") << BlockBytes << 48000 << 16 << 0;
-    QTest::newRow("negative channels") << BlockBytes << 48000 << 16 << -2;
+    QTest::newRow("no rate") << kBlockBytes << 0 << 16 << 2;
+    QTest::newRow("negative rate") << kBlockBytes << -1 << 16 << 2;
+    QTest::newRow("no bits") << kBlockBytes << 48000 << 0 << 2;
+    QTest::newRow("no channels") << kBlockBytes << 48000 << 16 << 0;
+    QTest::newRow("negative channels") << kBlockBytes << 48000 << 16 << -2;
 }
 
 void TestSpectrumAnalyser::invalidParametersAreLogged()
@@ -462,7 +462,7 @@ void TestSpectrumAnalyser::invalidParametersAreLogged()
     Worker worker;
     const LogCapture log;
     worker.calculate(QByteArray(bytes, '\1'), rate, bits, channels);
-    QCOMPARE(log.lines(), QStringList {InvalidParameters});
+    QCOMPARE(log.lines(), QStringList {kInvalidParameters});
     QVERIFY(worker.spectra.isEmpty());
 }
 
@@ -525,8 +525,8 @@ void TestSpectrumAnalyser::blockOneByteShortKeepsTheAnalyserBusy()
     const LogCapture log;
     int received = 0;
     connect(&analyser, &SpectrumAnalyser::spectrumChanged, this, [&] { ++received; });
-    analyser.calculate(QByteArray(BlockBytes - 1, '\1'), format(48000));
-    QTRY_COMPARE(log.lines(), QStringList {NotEnoughData});
+    analyser.calculate(QByteArray(kBlockBytes - 1, '\1'), format(48000));
+    QTRY_COMPARE(log.lines(), QStringList {kNotEnoughData});
     QTest::qWait(50);
     QCOMPARE(received, 0);
     QVERIFY(!analyser.isReady());

@@ -5,7 +5,7 @@
 
 namespace {
 
-const auto nothing = [] {};
+const auto kNothing = [] {};
 
 /// Interleaved frames of one value in the given format.
 QByteArray constantFrames(const WAVEFORMATEXTENSIBLE &mix, UINT32 frames, float level)
@@ -72,7 +72,7 @@ HRESULT FakeAudioClient::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFla
             m_initialized = true;
             return S_OK;
         },
-        [&] { m_initialized = true; }, nothing);
+        [&] { m_initialized = true; }, kNothing);
     m_sizeKnown = result == AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED;
     return result;
 }
@@ -127,7 +127,7 @@ HRESULT FakeAudioClient::Start()
         m_world->m_running = this;
         return S_OK;
     };
-    return run(record(FakeCall::Start), start, start, nothing);
+    return run(record(FakeCall::Start), start, start, kNothing);
 }
 
 HRESULT FakeAudioClient::Stop()
@@ -169,37 +169,37 @@ HRESULT FakeAudioClient::GetService(REFIID riid, void **service)
 HRESULT FakeAudioClient::GetStreamLatency(REFERENCE_TIME *)
 {
     return run(
-        record(FakeCall::Other), [] { return E_NOTIMPL; }, nothing, nothing);
+        record(FakeCall::Other), [] { return E_NOTIMPL; }, kNothing, kNothing);
 }
 
 HRESULT FakeAudioClient::GetCurrentPadding(UINT32 *)
 {
     return run(
-        record(FakeCall::Other), [] { return E_NOTIMPL; }, nothing, nothing);
+        record(FakeCall::Other), [] { return E_NOTIMPL; }, kNothing, kNothing);
 }
 
 HRESULT FakeAudioClient::IsFormatSupported(AUDCLNT_SHAREMODE, const WAVEFORMATEX *, WAVEFORMATEX **)
 {
     return run(
-        record(FakeCall::Other), [] { return E_NOTIMPL; }, nothing, nothing);
+        record(FakeCall::Other), [] { return E_NOTIMPL; }, kNothing, kNothing);
 }
 
 HRESULT FakeAudioClient::GetDevicePeriod(REFERENCE_TIME *, REFERENCE_TIME *)
 {
     return run(
-        record(FakeCall::Other), [] { return E_NOTIMPL; }, nothing, nothing);
+        record(FakeCall::Other), [] { return E_NOTIMPL; }, kNothing, kNothing);
 }
 
 HRESULT FakeAudioClient::Reset()
 {
     return run(
-        record(FakeCall::Other), [] { return E_NOTIMPL; }, nothing, nothing);
+        record(FakeCall::Other), [] { return E_NOTIMPL; }, kNothing, kNothing);
 }
 
 HRESULT FakeAudioClient::SetEventHandle(HANDLE)
 {
     return run(
-        record(FakeCall::Other), [] { return E_NOTIMPL; }, nothing, nothing);
+        record(FakeCall::Other), [] { return E_NOTIMPL; }, kNothing, kNothing);
 }
 
 // --- capture client --------------------------------------------------------------------------

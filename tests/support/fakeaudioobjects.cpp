@@ -22,7 +22,7 @@ LPWSTR taskString(const QString &text, const FakeAudio *world)
     return memory;
 }
 
-const auto nothing = [] {};
+const auto kNothing = [] {};
 
 } // namespace
 
@@ -135,7 +135,7 @@ HRESULT FakeEnumerator::RegisterEndpointNotificationCallback(IMMNotificationClie
             m_world->m_registered.append(client);
             return S_OK;
         },
-        nothing, nothing);
+        kNothing, kNothing);
 }
 
 HRESULT FakeEnumerator::UnregisterEndpointNotificationCallback(IMMNotificationClient *client)
@@ -301,7 +301,7 @@ HRESULT FakePropertyStore::GetValue(REFPROPERTYKEY key, PROPVARIANT *value)
             }
             return S_OK;
         },
-        nothing, nothing);
+        kNothing, kNothing);
 }
 
 HRESULT FakePropertyStore::GetCount(DWORD *count)

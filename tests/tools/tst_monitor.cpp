@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 
 /// Something else under the same name.
 class Stranger : public QObject {
@@ -100,14 +100,14 @@ std::unique_ptr<QProcess> MonitorTest::monitor(const QStringList &arguments) con
 void MonitorTest::helpAndVersion()
 {
     const auto help = monitor({QStringLiteral("--help")});
-    QVERIFY(help->waitForFinished(s_patience));
+    QVERIFY(help->waitForFinished(kPatienceMs));
     QCOMPARE(help->exitCode(), 0);
     const QByteArray text = help->readAllStandardOutput();
     for (const char *option : {"--text", "--seconds", "--record", "--png", "--stats", "--help",
                                "--version", "Exit codes"})
         QVERIFY2(text.contains(option), option);
     const auto version = monitor({QStringLiteral("--version")});
-    QVERIFY(version->waitForFinished(s_patience));
+    QVERIFY(version->waitForFinished(kPatienceMs));
     QCOMPARE(version->exitCode(), 0);
     QCOMPARE(version->readAllStandardOutput(),
              QByteArray("tonewell-monitor " TONEWELL_VERSION "\n"));
@@ -128,7 +128,7 @@ void MonitorTest::wrongOptions()
 {
     QFETCH(QStringList, arguments);
     const auto process = monitor(arguments);
-    QVERIFY(process->waitForFinished(s_patience));
+    QVERIFY(process->waitForFinished(kPatienceMs));
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 1);
     QVERIFY(!process->readAllStandardError().isEmpty());
@@ -137,7 +137,7 @@ void MonitorTest::wrongOptions()
 void MonitorTest::withoutTheServiceItWaitsAndSaysSo()
 {
     const auto process = monitor({QStringLiteral("--seconds"), QStringLiteral("0.6")});
-    QVERIFY(process->waitForFinished(s_patience));
+    QVERIFY(process->waitForFinished(kPatienceMs));
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 2);
     QVERIFY(process->readAllStandardOutput().contains("waiting for the service"));
@@ -153,7 +153,7 @@ void MonitorTest::showsLinesAndStatistics()
     timer.start(20);
     const auto process =
         monitor({QStringLiteral("--seconds"), QStringLiteral("1.5"), QStringLiteral("--stats")});
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(process->exitCode(), 0);
     const QString output = QString::fromUtf8(process->readAllStandardOutput());
     QVERIFY2(output.contains(QStringLiteral("RMS 0.250  peak 0.500  dynamic 0.125")),
@@ -178,7 +178,7 @@ void MonitorTest::badMessagesAreCounted()
     timer.start(20);
     const auto process =
         monitor({QStringLiteral("--seconds"), QStringLiteral("1.5"), QStringLiteral("--stats")});
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 0);
     const QString output = QString::fromUtf8(process->readAllStandardOutput());
@@ -192,7 +192,7 @@ void MonitorTest::sourceOfAnotherTypeIsSaid()
     const auto node = host(&stranger);
     QVERIFY(node);
     const auto process = monitor({QStringLiteral("--seconds"), QStringLiteral("1")});
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 2);
     QVERIFY(process->readAllStandardOutput().contains("another type"));
@@ -209,7 +209,7 @@ void MonitorTest::theServiceComesInTheStrangersPlace()
         output += process->readAllStandardOutput();
         return output.contains(text);
     };
-    QTRY_VERIFY_WITH_TIMEOUT(shows("another type"), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("another type"), kPatienceMs);
     node.reset();
     CommonInterface source;
     node = host(&source);
@@ -217,11 +217,11 @@ void MonitorTest::theServiceComesInTheStrangersPlace()
     QTimer timer;
     connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
     timer.start(20);
-    QTRY_VERIFY_WITH_TIMEOUT(shows(" a second, newest "), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shows(" a second, newest "), kPatienceMs);
     QVERIFY(output.contains("RMS 0.250"));
     QVERIFY(output.contains("of another type: "));
     process->terminate();
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
 }
 
 void MonitorTest::aStrangerThatLeavesIsForgotten()
@@ -235,10 +235,10 @@ void MonitorTest::aStrangerThatLeavesIsForgotten()
         output += process->readAllStandardOutput();
         return output.contains(text);
     };
-    QTRY_VERIFY_WITH_TIMEOUT(shows("what answers is of another type"), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("what answers is of another type"), kPatienceMs);
     node.reset();
     output.clear();
-    QTRY_VERIFY_WITH_TIMEOUT(shows("waiting for the service"), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("waiting for the service"), kPatienceMs);
     // It is not taken for gone while it is there, nor for there once it is gone.
     output.clear();
     QTest::qWait(2500);
@@ -246,9 +246,9 @@ void MonitorTest::aStrangerThatLeavesIsForgotten()
     QVERIFY2(!shows("what answers is of another type"), output.constData());
     node = host(&stranger);
     QVERIFY(node);
-    QTRY_VERIFY_WITH_TIMEOUT(shows("what answers is of another type"), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("what answers is of another type"), kPatienceMs);
     process->terminate();
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
 }
 
 void MonitorTest::recordsEveryMessage()
@@ -269,7 +269,7 @@ void MonitorTest::recordsEveryMessage()
     const QString name = m_folder->filePath(QStringLiteral("record.json"));
     const auto process = monitor({QStringLiteral("--seconds"), QStringLiteral("1.5"),
                                   QStringLiteral("--stats"), QStringLiteral("--record"), name});
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(process->exitCode(), 0);
     QFile file(name);
     QVERIFY(file.open(QIODevice::ReadOnly));
@@ -320,7 +320,7 @@ void MonitorTest::aFileThatCannotBeWrittenIsAnExitCode()
     connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
     timer.start(20);
     const auto process = monitor({option, file, QStringLiteral("--seconds"), QStringLiteral("2")});
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 3);
     QVERIFY(process->readAllStandardError().contains(QFile::encodeName(file)));
@@ -337,7 +337,7 @@ void MonitorTest::savesAPictureWithoutADisplay()
     const QString name = m_folder->filePath(QStringLiteral("picture.of.bars"));
     const auto process = monitor(
         {QStringLiteral("--png"), name, QStringLiteral("--seconds"), QStringLiteral("1.5")});
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(process->exitCode(), 0);
     const QImage image(name, "PNG");
     QCOMPARE(image.size(), QSize(900, 480));
@@ -366,7 +366,7 @@ void MonitorTest::thePictureIsTakenByItself()
     QTimer timer;
     connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
     timer.start(20);
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(process->exitCode(), 0);
     QCOMPARE(QImage(name).size(), QSize(900, 480));
 }
@@ -385,16 +385,16 @@ void MonitorTest::theServiceComesBack()
         output += process->readAllStandardOutput();
         return output.contains(text);
     };
-    QTRY_VERIFY_WITH_TIMEOUT(shows("RMS 0.250"), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("RMS 0.250"), kPatienceMs);
     output.clear();
     node.reset();
-    QTRY_VERIFY_WITH_TIMEOUT(shows("waiting for the service"), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("waiting for the service"), kPatienceMs);
     output.clear();
     node = host(&source);
     QVERIFY(node);
-    QTRY_VERIFY_WITH_TIMEOUT(shows("a second"), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(shows("a second"), kPatienceMs);
     process->terminate();
-    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 0);
 }

@@ -20,7 +20,7 @@ QString message(double level = 100, int bar = 7)
     QString text = QStringLiteral("SoundSpectrum");
     for (int i = 0; i < 3; ++i)
         text += QStringLiteral("/&+&/") + QString::number(level);
-    for (int i = 0; i < s_barCount; ++i)
+    for (int i = 0; i < kBarCount; ++i)
         text += QStringLiteral("/&+&/") + QString::number(bar);
     return text;
 }
@@ -60,7 +60,7 @@ void MonitorModelTest::beginsWithNothing()
 {
     MonitorModel model;
     QVERIFY(model.state() == ServiceState::Missing);
-    QCOMPARE(model.reading().bars, QVector<int>(s_barCount, 0));
+    QCOMPARE(model.reading().bars, QVector<int>(kBarCount, 0));
     QCOMPARE(model.rate(1000), 0.0);
     QCOMPARE(model.age(1000), 0.0);
     QCOMPARE(model.status(1000), QStringLiteral("waiting for the service"));
@@ -116,7 +116,7 @@ void MonitorModelTest::badMessagesAreCountedAndChangeNothing()
     QVERIFY(!model.addMessage(QString(), 1010));
     QCOMPARE(model.statistics().badMessages(), 2);
     QCOMPARE(model.statistics().messages(), 1);
-    QCOMPARE(model.reading().bars, QVector<int>(s_barCount, 7));
+    QCOMPARE(model.reading().bars, QVector<int>(kBarCount, 7));
     QCOMPARE(model.age(1020), 20.0);
     QVERIFY(model.status(1020).endsWith(QStringLiteral("  bad messages: 2")));
 }
@@ -128,7 +128,7 @@ void MonitorModelTest::withoutTheServiceNothingIsLeft()
     model.addMessage(message(), 1000);
     model.addMessage(message(), 1020);
     model.setState(ServiceState::Missing);
-    QCOMPARE(model.reading().bars, QVector<int>(s_barCount, 0));
+    QCOMPARE(model.reading().bars, QVector<int>(kBarCount, 0));
     QCOMPARE(model.reading().rms, 0.0);
     QCOMPARE(model.notice(1030), QStringLiteral("waiting for the service"));
     QCOMPARE(model.rate(1030), 0.0);
@@ -245,7 +245,7 @@ void MonitorModelTest::recordIsOneObjectALine()
     const QTemporaryDir folder;
     const QString name = folder.filePath(QStringLiteral("record.json"));
     SpectrumReading reading;
-    reading.bars.fill(3, s_barCount);
+    reading.bars.fill(3, kBarCount);
     {
         MessageRecorder recorder;
         QVERIFY(recorder.open(name));
@@ -266,7 +266,7 @@ void MonitorModelTest::recordIsOneObjectALine()
         QCOMPARE(object.keys(), split("bars dynamics peak rms time"));
         QVERIFY(object.value(QLatin1String("time")).toDouble() > before);
         before = object.value(QLatin1String("time")).toDouble();
-        QCOMPARE(object.value(QLatin1String("bars")).toArray().size(), s_barCount);
+        QCOMPARE(object.value(QLatin1String("bars")).toArray().size(), kBarCount);
     }
     QCOMPARE(before, 1.04);
 }

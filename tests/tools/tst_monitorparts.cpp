@@ -24,8 +24,8 @@ QStringList levels(const char *rms, const char *peak, const char *dynamic)
 SpectrumReading fullAt(int index)
 {
     SpectrumReading reading;
-    reading.bars.resize(s_barCount);
-    reading.bars[index] = s_fullScale;
+    reading.bars.resize(kBarCount);
+    reading.bars[index] = kFullScale;
     return reading;
 }
 
@@ -174,8 +174,8 @@ void MonitorPartsTest::barsStandWhereTheyBelong()
     QCOMPARE(picture.last().at(50), QLatin1Char('0'));
 
     SpectrumReading half = fullAt(0);
-    half.bars.fill(s_fullScale / 2);
-    half.peak = s_fullScale;
+    half.bars.fill(kFullScale / 2);
+    half.peak = kFullScale;
     const QString line = view.line(half, QStringLiteral("s"), 50);
     QVERIFY2(line.endsWith(QLatin1Char('|') + QString(50, QLatin1Char('=')) + QLatin1Char('|')),
              qPrintable(line));

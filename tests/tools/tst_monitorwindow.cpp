@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr int s_width = 901;
-constexpr int s_height = 399;
+constexpr int kWidth = 901;
+constexpr int kHeight = 399;
 
 QPalette dark()
 {
@@ -56,7 +56,7 @@ int colouredInRow(const QImage &image, int y)
 
 QVector<int> onlyBar(int index, int value)
 {
-    QVector<int> bars(s_barCount, 0);
+    QVector<int> bars(kBarCount, 0);
     bars[index] = value;
     return bars;
 }
@@ -105,7 +105,7 @@ void MonitorWindowTest::aBarStandsInItsPlace()
     QFETCH(int, bar);
     SpectrumPlot plot;
     plot.setPalette(light());
-    plot.resize(s_width, s_height);
+    plot.resize(kWidth, kHeight);
     plot.grab();
     plot.setBars(onlyBar(bar, 200));
     const QImage image = plot.grab().toImage();
@@ -119,15 +119,15 @@ void MonitorWindowTest::aBarStandsInItsPlace()
     QVERIFY(isColoured(image, area.center().x(), area.bottom()));
     QVERIFY(!isColoured(image, area.center().x(), area.top() + area.height() / 2 - 2));
     // Left of 0 Hz or right of it.
-    QCOMPARE(area.center().x() > plot.positionOf(0), bar >= s_barCount / 2);
+    QCOMPARE(area.center().x() > plot.positionOf(0), bar >= kBarCount / 2);
 }
 
 void MonitorWindowTest::barsBeyondTheScaleStayInside()
 {
     SpectrumPlot plot;
-    plot.resize(s_width, s_height);
+    plot.resize(kWidth, kHeight);
     plot.grab();
-    QVector<int> bars(s_barCount, 9999);
+    QVector<int> bars(kBarCount, 9999);
     bars[0] = -999;
     plot.setBars(bars);
     const QImage image = plot.grab().toImage();
@@ -138,7 +138,7 @@ void MonitorWindowTest::barsBeyondTheScaleStayInside()
 void MonitorWindowTest::axisIsTrueFrequency()
 {
     SpectrumPlot plot;
-    plot.resize(s_width, s_height);
+    plot.resize(kWidth, kHeight);
     plot.grab();
     QCOMPARE(plot.positionOf(-3500), plot.plotArea().left());
     QCOMPARE(plot.positionOf(3500), plot.plotArea().right() + 1);
@@ -161,12 +161,12 @@ void MonitorWindowTest::everySizeCanBePainted()
 {
     QFETCH(QSize, size);
     SpectrumPlot plot;
-    plot.setBars(QVector<int>(s_barCount, 400));
+    plot.setBars(QVector<int>(kBarCount, 400));
     plot.resize(size);
     QCOMPARE(plot.grab().size(), size);
-    if (plot.plotArea().width() >= 3 * s_barCount) {
+    if (plot.plotArea().width() >= 3 * kBarCount) {
         const QImage image = plot.grab().toImage();
-        for (int bar = 0; bar < s_barCount; ++bar)
+        for (int bar = 0; bar < kBarCount; ++bar)
             QCOMPARE(colouredIn(image, plot.barArea(bar).left()),
                      qMax(plot.plotArea().height(), 0));
     }
@@ -179,7 +179,7 @@ void MonitorWindowTest::everySizeCanBePainted()
 void MonitorWindowTest::paletteChangesAreFollowed()
 {
     SpectrumPlot plot;
-    plot.resize(s_width, s_height);
+    plot.resize(kWidth, kHeight);
     plot.show(); // a hidden widget arranges itself anew for every picture
     QVERIFY(QTest::qWaitForWindowExposed(&plot));
     for (const QPalette &palette : {light(), dark(), light()}) {
@@ -196,7 +196,7 @@ void MonitorWindowTest::onlyWhatChangedIsPainted()
     SpectrumPlot plot;
     PaintWatcher watcher;
     plot.installEventFilter(&watcher);
-    plot.resize(s_width, s_height);
+    plot.resize(kWidth, kHeight);
     plot.show();
     QVERIFY(QTest::qWaitForWindowExposed(&plot));
     QTRY_VERIFY(!watcher.m_region.isEmpty());
@@ -219,17 +219,17 @@ void MonitorWindowTest::onlyWhatChangedIsPainted()
 void MonitorWindowTest::whatIsPaintedInPiecesIsTheWhole()
 {
     SpectrumPlot pieces;
-    pieces.resize(s_width, s_height);
+    pieces.resize(kWidth, kHeight);
     pieces.grab();
-    QVector<int> bars(s_barCount, 0);
+    QVector<int> bars(kBarCount, 0);
     QImage collected = pieces.grab().toImage();
     // Every change is painted over what was there, as on the screen.
     for (int step = 0; step < 20; ++step) {
         const QVector<int> before = bars;
-        for (int i = 0; i < s_barCount; ++i)
+        for (int i = 0; i < kBarCount; ++i)
             bars[i] = (i * 37 + step * 53) % 401;
         pieces.setBars(bars);
-        for (int i = 0; i < s_barCount; ++i) {
+        for (int i = 0; i < kBarCount; ++i) {
             if (bars.at(i) != before.at(i))
                 pieces.render(&collected, pieces.barArea(i).topLeft(), pieces.barArea(i), {});
         }
@@ -240,7 +240,7 @@ void MonitorWindowTest::whatIsPaintedInPiecesIsTheWhole()
 void MonitorWindowTest::aNoticeStandsOverTheBars()
 {
     SpectrumPlot plot;
-    plot.resize(s_width, s_height);
+    plot.resize(kWidth, kHeight);
     const QImage without = plot.grab().toImage();
     plot.setNotice(QStringLiteral("waiting"));
     QVERIFY(plot.grab().toImage() != without);
@@ -259,7 +259,7 @@ void MonitorWindowTest::metersFillAndHold()
     meters.setLevels({40, 4, 0}, {400, 40, 0});
     const QImage image = meters.grab().toImage();
     const int width = meters.meterArea(0).width();
-    for (int i = 0; i < LevelMeters::s_count; ++i)
+    for (int i = 0; i < LevelMeters::kCount; ++i)
         QCOMPARE(colouredInRow(empty, meters.meterArea(i).center().y()), 0);
     const auto filled = [&](int meter) {
         return colouredInRow(image, meters.meterArea(meter).center().y());

@@ -10,10 +10,10 @@
 
 namespace {
 
-constexpr int s_gap = 5;
-constexpr int s_markWidth = 2;
+constexpr int kGapPixels = 5;
+constexpr int kMarkWidthPixels = 2;
 
-std::array<double, LevelMeters::s_count> list(const Levels &levels)
+std::array<double, LevelMeters::kCount> list(const Levels &levels)
 {
     return {levels.rms, levels.peak, levels.dynamic};
 }
@@ -38,7 +38,7 @@ LevelMeters::LevelMeters(QWidget *parent)
 QSize LevelMeters::sizeHint() const
 {
     const int line = fontMetrics().height();
-    return {600, s_count * (line + s_gap) + line + s_gap};
+    return {600, kCount * (line + kGapPixels) + line + kGapPixels};
 }
 
 QSize LevelMeters::minimumSizeHint() const
@@ -49,22 +49,22 @@ QSize LevelMeters::minimumSizeHint() const
 void LevelMeters::arrange()
 {
     const QFontMetrics metrics = fontMetrics();
-    const int left = metrics.horizontalAdvance(name(s_count - 1)) + 2 * s_gap;
-    const int right = metrics.horizontalAdvance(QStringLiteral("0.000")) + 2 * s_gap;
-    m_first = {left, s_gap, std::max(width() - left - right, 0), metrics.height()};
+    const int left = metrics.horizontalAdvance(name(kCount - 1)) + 2 * kGapPixels;
+    const int right = metrics.horizontalAdvance(QStringLiteral("0.000")) + 2 * kGapPixels;
+    m_first = {left, kGapPixels, std::max(width() - left - right, 0), metrics.height()};
     for (Meter &meter : m_meters)
         place(&meter);
 }
 
 QRect LevelMeters::meterArea(int meter) const
 {
-    return m_first.translated(0, meter * (m_first.height() + s_gap));
+    return m_first.translated(0, meter * (m_first.height() + kGapPixels));
 }
 
 QRect LevelMeters::numberArea(int meter) const
 {
     const QRect area = meterArea(meter);
-    return {area.right() + 1 + s_gap, area.top(), width() - area.right() - 1 - s_gap,
+    return {area.right() + 1 + kGapPixels, area.top(), width() - area.right() - 1 - kGapPixels,
             area.height()};
 }
 
@@ -74,19 +74,19 @@ QRect LevelMeters::markArea(int meter) const
     const int mark = m_meters.at(std::size_t(meter)).mark;
     if (mark == 0)
         return {};
-    return {area.left() + mark - s_markWidth, area.top(), s_markWidth, area.height()};
+    return {area.left() + mark - kMarkWidthPixels, area.top(), kMarkWidthPixels, area.height()};
 }
 
 void LevelMeters::place(Meter *meter) const
 {
     const int width = meterArea(0).width();
     meter->width = int(meter->level * width);
-    meter->mark = meter->held > 0 ? std::max(int(meter->held * width), s_markWidth) : 0;
+    meter->mark = meter->held > 0 ? std::max(int(meter->held * width), kMarkWidthPixels) : 0;
 }
 
 void LevelMeters::setLevels(const Levels &levels, const Levels &held)
 {
-    for (int i = 0; i < s_count; ++i) {
+    for (int i = 0; i < kCount; ++i) {
         Meter &meter = m_meters.at(std::size_t(i));
         const int before = meter.width;
         const QRect markBefore = markArea(i);
@@ -108,7 +108,7 @@ void LevelMeters::setLevels(const Levels &levels, const Levels &held)
 
 void LevelMeters::setNumbers(const Levels &held)
 {
-    for (int i = 0; i < s_count; ++i) {
+    for (int i = 0; i < kCount; ++i) {
         const QString number = levelNumber(list(held).at(std::size_t(i)));
         Meter &meter = m_meters.at(std::size_t(i));
         if (number == meter.number)
@@ -122,7 +122,7 @@ void LevelMeters::paintLayer(QPainter *painter, Layer layer)
 {
     painter->fillRect(rect(), palette().window());
     painter->setPen(palette().color(QPalette::WindowText));
-    for (int i = 0; i < s_count; ++i) {
+    for (int i = 0; i < kCount; ++i) {
         const QRect area = meterArea(i);
         painter->drawText(QRect(0, area.top(), area.left(), area.height()),
                           Qt::AlignVCenter | Qt::AlignLeft, name(i));
@@ -132,7 +132,7 @@ void LevelMeters::paintLayer(QPainter *painter, Layer layer)
         // Green up to -12 dB, amber up to -3 dB, red above.
         QLinearGradient gradient(area.topLeft(), area.topRight());
         const auto stop = [&](double decibels, const QColor &colour) {
-            gradient.setColorAt(1 - decibels / s_meterFloor, colour);
+            gradient.setColorAt(1 - decibels / kMeterFloorDecibels, colour);
         };
         const QColor green = isDark() ? QColor(0x3fd6c1) : QColor(0x17a08d);
         stop(-60, green);
@@ -144,16 +144,16 @@ void LevelMeters::paintLayer(QPainter *painter, Layer layer)
         painter->fillRect(area, gradient);
     }
 
-    const QRect scale = meterArea(s_count - 1);
+    const QRect scale = meterArea(kCount - 1);
     const int height = fontMetrics().height();
     const int widest = fontMetrics().horizontalAdvance(QStringLiteral("-60 dB"));
     const int step = scale.width() / 6 > widest * 3 / 2 ? 10 : 20;
-    for (int decibels = int(s_meterFloor); decibels <= 0; decibels += step) {
-        const int x = scale.left() + int((1 - decibels / s_meterFloor) * scale.width());
-        painter->fillRect(x, scale.bottom() + 1, 1, s_gap - 2,
+    for (int decibels = int(kMeterFloorDecibels); decibels <= 0; decibels += step) {
+        const int x = scale.left() + int((1 - decibels / kMeterFloorDecibels) * scale.width());
+        painter->fillRect(x, scale.bottom() + 1, 1, kGapPixels - 2,
                           palette().color(QPalette::WindowText));
         const QString text = decibels == 0 ? QStringLiteral("0 dB") : QString::number(decibels);
-        painter->drawText(QRect(x - widest, scale.bottom() + s_gap - 1, 2 * widest, height),
+        painter->drawText(QRect(x - widest, scale.bottom() + kGapPixels - 1, 2 * widest, height),
                           Qt::AlignCenter, text);
     }
 }
@@ -163,13 +163,13 @@ void LevelMeters::paintEvent(QPaintEvent *event)
     QPainter painter(this);
     for (const QRect &dirty : event->region()) {
         copy(&painter, dirty, Empty);
-        for (int i = 0; i < s_count; ++i) {
+        for (int i = 0; i < kCount; ++i) {
             QRect filled = meterArea(i);
             filled.setWidth(m_meters.at(std::size_t(i)).width);
             copy(&painter, filled & dirty, Full);
         }
     }
-    for (int i = 0; i < s_count; ++i) {
+    for (int i = 0; i < kCount; ++i) {
         painter.fillRect(markArea(i), palette().text());
         if (!event->region().intersects(numberArea(i)))
             continue;

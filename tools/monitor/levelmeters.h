@@ -11,7 +11,7 @@ class LevelMeters : public LayeredWidget {
     Q_OBJECT
 
 public:
-    static constexpr int s_count = 3;
+    static constexpr int kCount = 3;
 
     explicit LevelMeters(QWidget *parent = nullptr);
 
@@ -45,6 +45,6 @@ private:
     QRect numberArea(int meter) const;
     QRect markArea(int meter) const;
 
-    std::array<Meter, s_count> m_meters;
+    std::array<Meter, kCount> m_meters;
     QRect m_first; ///< the first meter's place; the others are below
 };

@@ -18,9 +18,9 @@
 
 namespace {
 
-constexpr int s_terminalInterval = 40; // ms
-constexpr int s_lineInterval = 250;
-constexpr int s_pictureDelay = 2000; // from the first message
+constexpr int kTerminalIntervalMs = 40;
+constexpr int kLineIntervalMs = 250;
+constexpr int kPictureDelayMs = 2000; // from the first message
 
 void say(const QString &text)
 {
@@ -100,7 +100,7 @@ bool runInTerminal(Monitor *monitor)
         if (!written)
             QCoreApplication::quit();
     });
-    timer.start(onTerminal ? s_terminalInterval : s_lineInterval);
+    timer.start(onTerminal ? kTerminalIntervalMs : kLineIntervalMs);
     QCoreApplication::exec();
     return written;
 }
@@ -148,7 +148,7 @@ int main(int argc, char **argv)
                            &QCoreApplication::quit);
     else if (!options.pngFile.isEmpty())
         QObject::connect(&monitor, &Monitor::started, application.get(), [&] {
-            QTimer::singleShot(s_pictureDelay, application.get(), &QCoreApplication::quit);
+            QTimer::singleShot(kPictureDelayMs, application.get(), &QCoreApplication::quit);
         });
 
     bool written = true;

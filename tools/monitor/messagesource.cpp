@@ -6,7 +6,7 @@
 #include "rep_commoninterface_replica.h"
 
 namespace {
-constexpr int s_retryInterval = 1000; // ms
+constexpr int kRetryIntervalMs = 1000;
 } // namespace
 
 MessageSource::MessageSource(QObject *parent)
@@ -40,7 +40,7 @@ void MessageSource::retry()
     }
     acquire();
     m_unanswered = true;
-    m_retry.start(s_retryInterval);
+    m_retry.start(kRetryIntervalMs);
 }
 
 void MessageSource::onReplicaState()
@@ -55,7 +55,7 @@ void MessageSource::onReplicaState()
     case QRemoteObjectReplica::SignatureMismatch:
         // A replica that was refused once stays so: only a new one finds the service in that place.
         now = ServiceState::OtherType;
-        m_retry.start(s_retryInterval);
+        m_retry.start(kRetryIntervalMs);
         break;
     default:
         break;

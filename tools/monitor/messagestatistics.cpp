@@ -4,12 +4,12 @@
 #include <cmath>
 
 namespace {
-constexpr double s_step = 0.1;
-constexpr int s_steps = 100000;
+constexpr double kStepMs = 0.1;
+constexpr int kSteps = 100000;
 } // namespace
 
 MessageStatistics::MessageStatistics()
-    : m_histogram(s_steps + 1)
+    : m_histogram(kSteps + 1)
 {
 }
 
@@ -18,9 +18,9 @@ void MessageStatistics::addMessage(double time)
     ++m_messages;
     if (m_running) {
         const double gap = std::max(time - m_last, 0.0);
-        ++m_histogram[std::min(int(gap / s_step), s_steps)];
+        ++m_histogram[std::min(int(gap / kStepMs), kSteps)];
         ++m_gaps;
-        m_late += gap > s_late ? 1 : 0;
+        m_late += gap > kLateMs ? 1 : 0;
         m_sum += gap;
         m_longest = std::max(m_longest, gap);
     }
@@ -40,10 +40,10 @@ double MessageStatistics::gapPercentile(double share) const
     const qint64 wanted = std::max(qint64(std::ceil(double(m_gaps) * share)), qint64(1));
     qint64 counted = 0;
     int i = 0;
-    while (i < s_steps && (counted += m_histogram.at(i)) < wanted)
+    while (i < kSteps && (counted += m_histogram.at(i)) < wanted)
         ++i;
     // The upper end of the step, but never more than what was seen.
-    return i == s_steps ? m_longest : std::min((i + 1) * s_step, m_longest);
+    return i == kSteps ? m_longest : std::min((i + 1) * kStepMs, m_longest);
 }
 
 QString MessageStatistics::report() const
@@ -59,6 +59,6 @@ QString MessageStatistics::report() const
                 .arg(gapPercentile(0.9), 0, 'f', 1)
                 .arg(gapPercentile(0.99), 0, 'f', 1)
                 .arg(m_longest, 0, 'f', 1);
-    text += QStringLiteral("late      %1 gaps over %2 ms\n").arg(m_late).arg(s_late);
+    text += QStringLiteral("late      %1 gaps over %2 ms\n").arg(m_late).arg(kLateMs);
     return text;
 }

@@ -31,9 +31,9 @@ public:
     double gapPercentile(double share) const;
     double longestGap() const { return m_longest; }
 
-    /// Gaps of more than s_late ms, within which the service misses at least one message.
+    /// Gaps of more than kLateMs, within which the service misses at least one message.
     qint64 lateMessages() const { return m_late; }
-    static constexpr double s_late = 40;
+    static constexpr double kLateMs = 40;
 
     /// All of it, for people: several lines, each with its line feed.
     QString report() const;

@@ -4,14 +4,14 @@
 
 namespace {
 
-constexpr double s_second = 1000;
-constexpr double s_patience = 1000; ///< ms without a message that are worth a word
-constexpr std::size_t s_mostArrivals = 10000; // a flood costs no more memory than this
+constexpr double kSecondMs = 1000;
+constexpr double kPatienceMs = 1000; ///< without a message that are worth a word
+constexpr std::size_t kMostArrivals = 10000; // a flood costs no more memory than this
 
 SpectrumReading nothing()
 {
     SpectrumReading reading;
-    reading.bars.fill(0, s_barCount);
+    reading.bars.fill(0, kBarCount);
     return reading;
 }
 
@@ -31,7 +31,7 @@ bool MonitorModel::addMessage(const QString &message, double now)
     m_received = true;
     m_statistics.addMessage(now);
     m_arrivals.push_back(now);
-    if (m_arrivals.size() > s_mostArrivals)
+    if (m_arrivals.size() > kMostArrivals)
         m_arrivals.pop_front();
     m_rms.update(m_reading.rms, now);
     m_peak.update(m_reading.peak, now);
@@ -60,12 +60,12 @@ Levels MonitorModel::heldLevels(double now)
 
 double MonitorModel::rate(double now)
 {
-    while (!m_arrivals.empty() && m_arrivals.front() < now - s_second)
+    while (!m_arrivals.empty() && m_arrivals.front() < now - kSecondMs)
         m_arrivals.pop_front();
     if (m_arrivals.size() < 2)
         return 0;
     const double span = std::max(m_arrivals.back() - m_arrivals.front(), 1e-3);
-    return double(m_arrivals.size() - 1) * s_second / span;
+    return double(m_arrivals.size() - 1) * kSecondMs / span;
 }
 
 double MonitorModel::age(double now) const
@@ -85,7 +85,7 @@ QString MonitorModel::notice(double now) const
     }
     if (!m_received)
         return QStringLiteral("connected, no message yet");
-    if (age(now) > s_patience)
+    if (age(now) > kPatienceMs)
         return QStringLiteral("no message for %1 s").arg(age(now) / 1000, 0, 'f', 1);
     return {};
 }

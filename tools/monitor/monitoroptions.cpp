@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr double s_longest = 2e6; // seconds that a timer can count
+constexpr double kLongestSeconds = 2e6; // that a timer can count
 
 struct Parser {
     QCommandLineParser parser;
@@ -61,7 +61,7 @@ MonitorOptions MonitorOptions::read(const QStringList &arguments)
     if (parser.isSet(all.seconds)) {
         bool ok = false;
         options.seconds = parser.value(all.seconds).toDouble(&ok);
-        if (!ok || !(options.seconds > 0 && options.seconds < s_longest))
+        if (!ok || !(options.seconds > 0 && options.seconds < kLongestSeconds))
             return wrong(QStringLiteral("--seconds needs a number above 0"));
     }
     return options;

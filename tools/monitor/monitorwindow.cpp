@@ -9,7 +9,7 @@
 #include <QVBoxLayout>
 
 namespace {
-constexpr int s_slowInterval = 100; // ms
+constexpr int kSlowIntervalMs = 100;
 } // namespace
 
 MonitorWindow::MonitorWindow(Monitor *monitor, QWidget *parent)
@@ -31,7 +31,7 @@ MonitorWindow::MonitorWindow(Monitor *monitor, QWidget *parent)
 
     connect(m_monitor, &Monitor::changed, this, &MonitorWindow::showReading);
     connect(&m_slow, &QTimer::timeout, this, &MonitorWindow::refresh);
-    m_slow.start(s_slowInterval);
+    m_slow.start(kSlowIntervalMs);
     refresh();
 }
 

@@ -5,12 +5,12 @@
 double PeakHold::update(double level, double now)
 {
     if (now > m_fallsFrom) {
-        m_value *= std::pow(10.0, (m_fallsFrom - now) / 1000.0 * s_fall / 20.0);
+        m_value *= std::pow(10.0, (m_fallsFrom - now) / 1000.0 * kFallDecibelsPerSecond / 20.0);
         m_fallsFrom = now;
     }
     if (level >= m_value) {
         m_value = level;
-        m_fallsFrom = now + s_holdTime;
+        m_fallsFrom = now + kHoldMs;
     }
     return m_value;
 }

@@ -4,8 +4,8 @@
 /// Times are milliseconds on any clock that never runs backwards.
 class PeakHold {
 public:
-    static constexpr double s_holdTime = 1500; ///< ms
-    static constexpr double s_fall = 20; ///< decibels a second
+    static constexpr double kHoldMs = 1500;
+    static constexpr double kFallDecibelsPerSecond = 20;
 
     /// Takes the level as it is now and returns the held one, which is never below it.
     double update(double level, double now);

@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr int s_margin = 4;
-constexpr int s_tick = 4;
-constexpr int s_barsTogether = 5; ///< that are painted anew when one of them changes
+constexpr int kMarginPixels = 4;
+constexpr int kTickPixels = 4;
+constexpr int kBarsTogether = 5; ///< that are painted anew when one of them changes
 
 QColor mixed(const QColor &a, const QColor &b, double share)
 {
@@ -23,9 +23,9 @@ QColor mixed(const QColor &a, const QColor &b, double share)
 
 SpectrumPlot::SpectrumPlot(QWidget *parent)
     : LayeredWidget(parent)
-    , m_columns(s_barCount)
-    , m_bars(s_barCount, 0)
-    , m_heights(s_barCount, 0)
+    , m_columns(kBarCount)
+    , m_bars(kBarCount, 0)
+    , m_heights(kBarCount, 0)
 {
     setAttribute(Qt::WA_OpaquePaintEvent);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
@@ -38,18 +38,18 @@ QSize SpectrumPlot::sizeHint() const
 
 QSize SpectrumPlot::minimumSizeHint() const
 {
-    return {2 * s_barCount, 80};
+    return {2 * kBarCount, 80};
 }
 
 void SpectrumPlot::arrange()
 {
-    const int below = fontMetrics().height() + s_tick + 2;
-    const int above = fontMetrics().height() + s_margin; // the channels' names
-    const int side = fontMetrics().horizontalAdvance(QStringLiteral("3500 Hz")) / 2 + s_margin;
+    const int below = fontMetrics().height() + kTickPixels + 2;
+    const int above = fontMetrics().height() + kMarginPixels; // the channels' names
+    const int side = fontMetrics().horizontalAdvance(QStringLiteral("3500 Hz")) / 2 + kMarginPixels;
     m_area = rect().adjusted(side, above, -side, -below);
-    for (int i = 0; i < s_barCount; ++i) {
-        const int left = m_area.left() + i * m_area.width() / s_barCount;
-        const int right = m_area.left() + (i + 1) * m_area.width() / s_barCount;
+    for (int i = 0; i < kBarCount; ++i) {
+        const int left = m_area.left() + i * m_area.width() / kBarCount;
+        const int right = m_area.left() + (i + 1) * m_area.width() / kBarCount;
         m_columns[i] = {left, m_area.top(), right - left, m_area.height()};
         m_heights[i] = heightOf(m_bars.at(i));
     }
@@ -72,23 +72,23 @@ int SpectrumPlot::barAt(int x) const
 int SpectrumPlot::positionOf(int frequency) const
 {
     return m_area.left()
-        + (frequency + s_highestFrequency) * m_area.width() / (2 * s_highestFrequency);
+        + (frequency + kHighestFrequencyHz) * m_area.width() / (2 * kHighestFrequencyHz);
 }
 
 int SpectrumPlot::heightOf(int value) const
 {
-    return std::clamp(value, 0, s_fullScale) * std::max(m_area.height(), 0) / s_fullScale;
+    return std::clamp(value, 0, kFullScale) * std::max(m_area.height(), 0) / kFullScale;
 }
 
 void SpectrumPlot::setBars(const QVector<int> &bars)
 {
-    Q_ASSERT(bars.size() == s_barCount);
+    Q_ASSERT(bars.size() == kBarCount);
     m_bars = bars;
     // A rectangle for some bars together: one for all would be nearly everything, and one for each
     // costs more than it saves.
     QRect changed;
-    for (int i = 0; i < s_barCount; ++i) {
-        if (i % s_barsTogether == 0 && !changed.isEmpty()) {
+    for (int i = 0; i < kBarCount; ++i) {
+        if (i % kBarsTogether == 0 && !changed.isEmpty()) {
             update(changed);
             changed = QRect();
         }
@@ -128,7 +128,7 @@ void SpectrumPlot::paintLayer(QPainter *painter, Layer layer)
         gradient.setColorAt(0, mixed(colour, palette().color(QPalette::Base), 0.25));
         gradient.setColorAt(0.6, colour);
         gradient.setColorAt(1, isDark() ? colour.lighter(125) : colour.darker(125));
-        for (int i = right ? s_barCount / 2 : 0; i < (right ? s_barCount : s_barCount / 2); ++i)
+        for (int i = right ? kBarCount / 2 : 0; i < (right ? kBarCount : kBarCount / 2); ++i)
             painter->fillRect(barArea(i), gradient);
     }
 }
@@ -139,38 +139,39 @@ void SpectrumPlot::paintAxis(QPainter *painter) const
     const QColor line = mixed(palette().color(QPalette::Base), text, 0.14);
     const int height = fontMetrics().height();
     const QColor quiet = mixed(palette().color(QPalette::Base), text, 0.5);
-    for (int value = 100; value < s_fullScale; value += 100) {
+    for (int value = 100; value < kFullScale; value += 100) {
         const int y = m_area.bottom() + 1 - heightOf(value);
         painter->fillRect(m_area.left(), y, m_area.width(), 1, line);
         painter->setPen(quiet);
-        painter->drawText(QRect(m_area.left() + s_margin, y - height, m_area.width(), height),
+        painter->drawText(QRect(m_area.left() + kMarginPixels, y - height, m_area.width(), height),
                           Qt::AlignLeft | Qt::AlignBottom, QString::number(value));
     }
 
     const int widest = fontMetrics().horizontalAdvance(QStringLiteral("3500 Hz"));
-    const int steps[] = {250, 500, 1000, s_highestFrequency};
+    const int steps[] = {250, 500, 1000, kHighestFrequencyHz};
     const int *const step = std::find_if(std::begin(steps), std::end(steps) - 1, [&](int hertz) {
-        return hertz * m_area.width() / (2 * s_highestFrequency) > widest * 3 / 2;
+        return hertz * m_area.width() / (2 * kHighestFrequencyHz) > widest * 3 / 2;
     });
     const auto label = [&](int frequency, const QString &name) {
         const int x = positionOf(frequency);
         painter->fillRect(x, m_area.top(), 1, m_area.height(),
                           frequency == 0 ? mixed(line, text, 0.4) : line);
-        painter->fillRect(x, m_area.bottom() + 1, 1, s_tick, text);
+        painter->fillRect(x, m_area.bottom() + 1, 1, kTickPixels, text);
         painter->setPen(text);
-        painter->drawText(QRect(x - widest, m_area.bottom() + 1 + s_tick, 2 * widest, height),
+        painter->drawText(QRect(x - widest, m_area.bottom() + 1 + kTickPixels, 2 * widest, height),
                           Qt::AlignCenter, name);
     };
     label(0, QStringLiteral("0"));
     for (const int side : {-1, 1}) {
-        for (int frequency = *step; positionOf(s_highestFrequency) - positionOf(frequency) > widest;
-             frequency += *step)
+        for (int frequency = *step;
+             positionOf(kHighestFrequencyHz) - positionOf(frequency) > widest; frequency += *step)
             label(side * frequency, QString::number(frequency));
-        label(side * s_highestFrequency, QStringLiteral("%1 Hz").arg(s_highestFrequency));
+        label(side * kHighestFrequencyHz, QStringLiteral("%1 Hz").arg(kHighestFrequencyHz));
     }
 
     painter->setPen(mixed(palette().color(QPalette::Window), text, 0.7));
-    const QRect names(m_area.left(), m_area.top() - height - s_margin / 2, m_area.width(), height);
+    const QRect names(m_area.left(), m_area.top() - height - kMarginPixels / 2, m_area.width(),
+                      height);
     painter->drawText(names.adjusted(0, 0, -m_area.width() / 2, 0), Qt::AlignCenter,
                       QStringLiteral("left channel"));
     painter->drawText(names.adjusted(m_area.width() / 2, 0, 0, 0), Qt::AlignCenter,
@@ -199,6 +200,7 @@ void SpectrumPlot::paintEvent(QPaintEvent *event)
     painter.setPen(palette().color(QPalette::Text));
     const int flags = Qt::AlignCenter | Qt::TextWordWrap;
     const QRect place = painter.boundingRect(m_area, flags, m_notice);
-    painter.fillRect(place.adjusted(-s_margin, -s_margin, s_margin, s_margin), palette().base());
+    painter.fillRect(place.adjusted(-kMarginPixels, -kMarginPixels, kMarginPixels, kMarginPixels),
+                     palette().base());
     painter.drawText(m_area, flags, m_notice);
 }

@@ -12,7 +12,7 @@ class SpectrumPlot : public LayeredWidget {
 public:
     explicit SpectrumPlot(QWidget *parent = nullptr);
 
-    /// s_barCount heights, 0 to s_fullScale; what is beyond is drawn as the nearest of these. Only
+    /// kBarCount heights, 0 to kFullScale; what is beyond is drawn as the nearest of these. Only
     /// what is different is painted.
     void setBars(const QVector<int> &bars);
 

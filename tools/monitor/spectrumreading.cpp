@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int s_levelCount = 3;
+constexpr int kLevelCount = 3;
 
 bool readLevel(const QStringRef &field, double *level)
 {
@@ -21,15 +21,15 @@ bool readLevel(const QStringRef &field, double *level)
 bool readSpectrumMessage(const QString &message, SpectrumReading *reading)
 {
     const QVector<QStringRef> fields = message.splitRef(QStringLiteral("/&+&/"));
-    if (fields.size() != 1 + s_levelCount + s_barCount
+    if (fields.size() != 1 + kLevelCount + kBarCount
         || fields.first() != QLatin1String("SoundSpectrum"))
         return false;
     SpectrumReading result;
     if (!readLevel(fields.at(1), &result.rms) || !readLevel(fields.at(2), &result.peak)
         || !readLevel(fields.at(3), &result.dynamic))
         return false;
-    result.bars.reserve(s_barCount);
-    for (int i = 1 + s_levelCount; i < fields.size(); ++i) {
+    result.bars.reserve(kBarCount);
+    for (int i = 1 + kLevelCount; i < fields.size(); ++i) {
         bool ok = false;
         result.bars.append(fields.at(i).toInt(&ok));
         if (!ok)

@@ -3,9 +3,9 @@
 #include <QString>
 #include <QVector>
 
-constexpr int s_barCount = 100;
-constexpr int s_fullScale = 400; ///< what a level or a bar of 1.0 is sent as
-constexpr int s_highestFrequency = 3500; ///< Hz: how far the bars of either channel reach
+constexpr int kBarCount = 100;
+constexpr int kFullScale = 400; ///< what a level or a bar of 1.0 is sent as
+constexpr int kHighestFrequencyHz = 3500; ///< how far the bars of either channel reach
 
 /// The three levels of one message as they were sent: 400 is full scale.
 struct Levels {
@@ -16,7 +16,7 @@ struct Levels {
 
 /// The values of one message.
 struct SpectrumReading : Levels {
-    /// s_barCount heights, as they were sent, from the left channel's highest frequency over 0 Hz,
+    /// kBarCount heights, as they were sent, from the left channel's highest frequency over 0 Hz,
     /// which is between bars 49 and 50, to the right channel's highest.
     QVector<int> bars;
 };

@@ -8,11 +8,11 @@
 
 namespace {
 
-constexpr char s_enter[] = "\x1b[?1049h\x1b[?25l";
-constexpr char s_leave[] = "\x1b[?25h\x1b[?1049l";
-constexpr int s_meterRow = 1; // the status is above
-constexpr int s_barRow = 4;
-constexpr int s_lineColumns = 50;
+constexpr char kEnter[] = "\x1b[?1049h\x1b[?25l";
+constexpr char kLeave[] = "\x1b[?25h\x1b[?1049l";
+constexpr int kMeterRow = 1; // the status is above
+constexpr int kBarRow = 4;
+constexpr int kLineColumns = 50;
 
 bool print(const QString &text)
 {
@@ -37,7 +37,7 @@ QVector<int> columnsOf(const QVector<int> &bars, int columns)
         const auto first = bars.begin() + i;
         const auto last = bars.begin() + std::min(i + perColumn, bars.size());
         for (int n = 0; n < perBar; ++n)
-            result.append(std::clamp(*std::max_element(first, last), 0, s_fullScale));
+            result.append(std::clamp(*std::max_element(first, last), 0, kFullScale));
     }
     return result;
 }
@@ -47,7 +47,7 @@ QString axisOf(int columns)
 {
     QString axis(columns, QLatin1Char(' '));
     const auto put = [&](int frequency, const QString &label) {
-        const int middle = (frequency + s_highestFrequency) * columns / (2 * s_highestFrequency);
+        const int middle = (frequency + kHighestFrequencyHz) * columns / (2 * kHighestFrequencyHz);
         const int start =
             std::clamp(middle - label.size() / 2, 0, std::max(columns - label.size(), 0));
         // Never so that it touches another one, or is cut.
@@ -57,10 +57,10 @@ QString axisOf(int columns)
         axis.replace(start, label.size(), label);
     };
     put(0, QStringLiteral("0"));
-    put(-s_highestFrequency, QStringLiteral("%1 Hz").arg(s_highestFrequency));
-    put(s_highestFrequency, QStringLiteral("%1 Hz").arg(s_highestFrequency));
+    put(-kHighestFrequencyHz, QStringLiteral("%1 Hz").arg(kHighestFrequencyHz));
+    put(kHighestFrequencyHz, QStringLiteral("%1 Hz").arg(kHighestFrequencyHz));
     for (const int step : {1000, 500}) {
-        for (int frequency = step; frequency < s_highestFrequency; frequency += step) {
+        for (int frequency = step; frequency < kHighestFrequencyHz; frequency += step) {
             put(-frequency, QString::number(frequency));
             put(frequency, QString::number(frequency));
         }
@@ -77,7 +77,7 @@ TerminalView::TerminalView(bool onTerminal, Style style)
     , m_mark(style == Plain ? QLatin1Char('|') : QChar(0x2502))
 {
     if (m_onTerminal)
-        takeTerminal(s_enter, s_leave);
+        takeTerminal(kEnter, kLeave);
 }
 
 TerminalView::~TerminalView()
@@ -95,8 +95,8 @@ void TerminalView::close()
 bool TerminalView::show(const SpectrumReading &reading, const Levels &held, const QString &status)
 {
     if (!m_onTerminal)
-        return print(line(reading, status, s_lineColumns) + QLatin1Char('\n'));
-    if (!takeTerminal(s_enter, s_leave))
+        return print(line(reading, status, kLineColumns) + QLatin1Char('\n'));
+    if (!takeTerminal(kEnter, kLeave))
         return true;
     const TerminalSize size = terminalSize();
     QStringList rows = picture(reading, held, status, size.columns, size.rows).mid(0, size.rows);
@@ -136,7 +136,7 @@ QStringList TerminalView::picture(const SpectrumReading &reading, const Levels &
     for (int row = barRows - 1; row >= 0; --row) {
         QString text;
         for (const int height : heights) {
-            const int filled = height * barRows * steps / s_fullScale - row * steps;
+            const int filled = height * barRows * steps / kFullScale - row * steps;
             text += m_ramp.at(std::clamp(filled, 0, steps));
         }
         result.append(text);
@@ -153,9 +153,9 @@ void TerminalView::colour(const QVector<int> &bars, QStringList *picture) const
     constexpr int green = 32;
     constexpr int cyan = 36;
     constexpr int magenta = 35;
-    for (int i = s_meterRow; i < std::min(s_barRow, picture->size()); ++i)
+    for (int i = kMeterRow; i < std::min(kBarRow, picture->size()); ++i)
         (*picture)[i] = coloured(picture->at(i), green);
-    for (int i = s_barRow; i < picture->size() - 1; ++i) {
+    for (int i = kBarRow; i < picture->size() - 1; ++i) {
         const QString row = picture->at(i);
         const int middle = columnsOf(bars, row.size()).size() / 2;
         (*picture)[i] = coloured(row.left(middle), cyan) + coloured(row.mid(middle), magenta);
@@ -166,7 +166,7 @@ QString TerminalView::line(const SpectrumReading &reading, const QString &status
 {
     QString bars;
     for (const int height : columnsOf(reading.bars, columns))
-        bars += m_ramp.at(height * (m_ramp.size() - 1) / s_fullScale);
+        bars += m_ramp.at(height * (m_ramp.size() - 1) / kFullScale);
     return QStringLiteral("%1  RMS %2  peak %3  dynamic %4  |%5|")
         .arg(status)
         .arg(levelNumber(reading.rms))

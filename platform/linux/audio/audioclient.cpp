@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr REFERENCE_TIME Period = 100000; // one packet, in 100 ns
-constexpr REFERENCE_TIME LongestBuffer = 100000000; // 10 s
+constexpr REFERENCE_TIME kPeriod = 100000; // one packet, in 100 ns
+constexpr REFERENCE_TIME kLongestBuffer = 100000000; // 10 s
 
 } // namespace
 
@@ -48,13 +48,13 @@ HRESULT AudioClient::Initialize(AUDCLNT_SHAREMODE shareMode, DWORD streamFlags,
         return AUDCLNT_E_INVALID_DEVICE_PERIOD;
     if (bufferDuration < 0)
         return E_INVALIDARG;
-    if (bufferDuration > LongestBuffer)
+    if (bufferDuration > kLongestBuffer)
         return AUDCLNT_E_BUFFER_SIZE_ERROR;
     if (!isMixFormat(*format, mixFormatOf(m_endpoint)))
         return AUDCLNT_E_UNSUPPORTED_FORMAT;
 
     // One packet is read while the next one fills.
-    const auto packets = std::max<REFERENCE_TIME>((bufferDuration + Period - 1) / Period, 2);
+    const auto packets = std::max<REFERENCE_TIME>((bufferDuration + kPeriod - 1) / kPeriod, 2);
     auto stream = std::make_unique<LoopbackStream>(m_server, m_endpoint, m_connection,
                                                    static_cast<UINT32>(packets));
     const HRESULT hr = stream->open();
@@ -87,7 +87,7 @@ HRESULT AudioClient::GetStreamLatency(REFERENCE_TIME *latency)
         return AUDCLNT_E_NOT_INITIALIZED;
     if (own->lost())
         return AUDCLNT_E_DEVICE_INVALIDATED;
-    *latency = Period;
+    *latency = kPeriod;
     return S_OK;
 }
 
@@ -135,7 +135,7 @@ HRESULT AudioClient::GetDevicePeriod(REFERENCE_TIME *defaultPeriod, REFERENCE_TI
         return E_POINTER;
     for (REFERENCE_TIME *const period : {defaultPeriod, minimumPeriod}) {
         if (period)
-            *period = Period;
+            *period = kPeriod;
     }
     return S_OK;
 }

@@ -16,8 +16,8 @@ std::optional<EndpointAnnouncement> EndpointAnnouncer::next(const EndpointSnapsh
         return nextLoss();
     if (now.connection != m_connection) {
         m_connection = now.connection;
-        m_settled = time + SettleTime;
-        m_returned = time + ReturnTime;
+        m_settled = time + kSettleTime;
+        m_returned = time + kReturnTime;
     }
     if (auto announcement = nextPresent(now, time))
         return announcement;
@@ -111,8 +111,8 @@ std::optional<EndpointAnnouncement> EndpointAnnouncer::nextVanished(const Endpoi
             && m_default[eRender].key == known.key) {
             if (known.vanished == Clock::time_point {})
                 known.vanished = time;
-            if (time < known.vanished + TakeoverTime) {
-                wait(known.vanished + TakeoverTime, true);
+            if (time < known.vanished + kTakeoverTime) {
+                wait(known.vanished + kTakeoverTime, true);
                 continue;
             }
             return changeState(id, &known, DEVICE_STATE_NOTPRESENT, time);
@@ -129,7 +129,7 @@ EndpointAnnouncement EndpointAnnouncer::changeState(const std::wstring &id, Know
 {
     known->state = state;
     if (state == DEVICE_STATE_ACTIVE)
-        m_settled = std::max(m_settled, time + SettleTime);
+        m_settled = std::max(m_settled, time + kSettleTime);
     return EndpointAnnouncement {EndpointAnnouncement::StateChanged, id, known->flow, state};
 }
 

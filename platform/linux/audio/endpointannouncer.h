@@ -22,22 +22,22 @@ struct EndpointAnnouncement {
 /// A server in use changes like this:
 ///  - a new endpoint: Added, and DefaultChanged if it became the default;
 ///  - one that vanished: Removed; when it was the default output, first DefaultChanged to the
-///    endpoint that took over. If none does within TakeoverTime: StateChanged to
+///    endpoint that took over. If none does within kTakeoverTime: StateChanged to
 ///    DEVICE_STATE_NOTPRESENT, then Removed;
 ///  - one that came back under its old name before its going was announced: Removed, Added;
 ///  - its ports were all unplugged, or one was plugged in: StateChanged.
 /// A server that goes away takes every endpoint to DEVICE_STATE_NOTPRESENT by StateChanged. When
 /// it is back, each endpoint that is there again has a StateChanged, then the default of each flow
 /// a DefaultChanged, even when it is the same as before. What has not come back by then is
-/// Removed ReturnTime later.
-/// After an endpoint became active, the default is left to settle for SettleTime: servers move it
+/// Removed kReturnTime later.
+/// After an endpoint became active, the default is left to settle for kSettleTime: servers move it
 /// about while their devices appear one by one.
 class EndpointAnnouncer {
 public:
     using Clock = std::chrono::steady_clock;
-    static constexpr std::chrono::milliseconds TakeoverTime {300};
-    static constexpr std::chrono::milliseconds SettleTime {200};
-    static constexpr std::chrono::milliseconds ReturnTime {2000};
+    static constexpr std::chrono::milliseconds kTakeoverTime {300};
+    static constexpr std::chrono::milliseconds kSettleTime {200};
+    static constexpr std::chrono::milliseconds kReturnTime {2000};
 
     /// The next announcement, regarded as made; none when everything is announced that can be now.
     std::optional<EndpointAnnouncement> next(const EndpointSnapshot &now, Clock::time_point time);

@@ -6,7 +6,7 @@ namespace {
 
 // How many endpoints that are gone keep their name. A device that comes and goes under ever new
 // names must not grow the process.
-constexpr std::size_t RememberedEndpoints = 64;
+constexpr std::size_t kRememberedEndpoints = 64;
 
 } // namespace
 
@@ -127,8 +127,8 @@ void EndpointCatalogue::publish()
             next->gone.back().state = DEVICE_STATE_NOTPRESENT;
         }
     }
-    if (next->gone.size() > RememberedEndpoints)
-        next->gone.erase(next->gone.begin(), next->gone.end() - RememberedEndpoints);
+    if (next->gone.size() > kRememberedEndpoints)
+        next->gone.erase(next->gone.begin(), next->gone.end() - kRememberedEndpoints);
 
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_snapshot = std::move(next);

@@ -13,7 +13,7 @@ namespace {
 thread_local const EndpointNotifier *t_calling = nullptr;
 
 // How long the first role's listener may take before the other roles are told beside it.
-constexpr std::chrono::milliseconds RoleDelay {50};
+constexpr std::chrono::milliseconds kRoleDelay {50};
 
 // Signals sent to the process belong to the threads that wait for them. Those that a fault of
 // this thread raises stay open: the crash handlers must see them.
@@ -172,7 +172,7 @@ void EndpointNotifier::callForEveryRole(IMMNotificationClient *client, EDataFlow
     try {
         others = std::thread([this, &tellOthers, told = consoleTold.get_future()] {
             t_calling = this;
-            told.wait_for(RoleDelay);
+            told.wait_for(kRoleDelay);
             tellOthers();
         });
     } catch (const std::system_error &) {

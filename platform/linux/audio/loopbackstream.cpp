@@ -11,13 +11,13 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr UINT32 PacketsPerSecond = 100;
-constexpr auto OpenTime = 2s;
+constexpr UINT32 kPacketsPerSecond = 100;
+constexpr auto kOpenTime = 2s;
 
 // A server ends the streams of a sink a moment before it tells that the sink has gone. Within the
 // first time that news arrives; the second is enough for listeners to act on it.
-constexpr auto NewsTime = 50ms;
-constexpr auto ListenerTime = 500ms;
+constexpr auto kNewsTime = 50ms;
+constexpr auto kListenerTime = 500ms;
 
 std::int64_t nanoseconds()
 {
@@ -33,7 +33,7 @@ template <void (LoopbackStream::*method)()> void callback(pa_stream *, void *sel
 
 UINT32 LoopbackStream::packetFrames(const SoundEndpoint &sink)
 {
-    return std::max(sink.rate / PacketsPerSecond, 1U);
+    return std::max(sink.rate / kPacketsPerSecond, 1U);
 }
 
 LoopbackStream::LoopbackStream(PulseServer &server, const SoundEndpoint &sink,
@@ -123,7 +123,7 @@ HRESULT LoopbackStream::waitUntilReady()
 {
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        if (!m_changed.wait_until(lock, Clock::now() + OpenTime, [this] { return m_decided; }))
+        if (!m_changed.wait_until(lock, Clock::now() + kOpenTime, [this] { return m_decided; }))
             return AUDCLNT_E_ENDPOINT_CREATE_FAILED;
     }
     const PulseServer::Lock lock(m_server);
@@ -235,5 +235,5 @@ bool LoopbackStream::invalidated() const
     if (!lostAt)
         return false;
     const std::chrono::nanoseconds passed(nanoseconds() - lostAt);
-    return passed >= ListenerTime || (passed >= NewsTime && m_server.notifier().delivered());
+    return passed >= kListenerTime || (passed >= kNewsTime && m_server.notifier().delivered());
 }

@@ -14,9 +14,9 @@ namespace {
 // keeps a change from a connection if it happens at the very moment at which another client comes.
 // So it is asked now and then, and after devices have changed, a fresh connection asks as well:
 // that one begins with all that is true.
-constexpr pa_usec_t AskingInterval = 500 * PA_USEC_PER_MSEC;
-constexpr int TicksToFirstCheck = 2; // after the last event, in asking intervals
-constexpr int TicksToNextCheck = 4; // while the answers differ or tell of no present sink
+constexpr pa_usec_t kAskingIntervalUs = 500 * PA_USEC_PER_MSEC;
+constexpr int kTicksToFirstCheck = 2; // after the last event, in asking intervals
+constexpr int kTicksToNextCheck = 4; // while the answers differ or tell of no present sink
 
 // Whether nothing is plugged into any port. A server switches to another port of the device by
 // itself, so one port without a plug says nothing yet.
@@ -92,7 +92,7 @@ void PulseIntrospector::start(pa_context *context, pa_mainloop_api *loop)
     m_ticksToCheck = 0;
     askForDefaults();
     m_timer = pa_context_rttime_new(
-        context, pa_rtclock_now() + AskingInterval,
+        context, pa_rtclock_now() + kAskingIntervalUs,
         [](pa_mainloop_api *, pa_time_event *, const timeval *, void *self) {
             static_cast<PulseIntrospector *>(self)->handleTimer();
         },
@@ -110,11 +110,11 @@ void PulseIntrospector::stop()
 
 void PulseIntrospector::handleTimer()
 {
-    pa_context_rttime_restart(m_context, m_timer, pa_rtclock_now() + AskingInterval);
+    pa_context_rttime_restart(m_context, m_timer, pa_rtclock_now() + kAskingIntervalUs);
     if (!m_asking)
         askForDefaults();
     if (m_checks && m_ticksToCheck > 0 && --m_ticksToCheck == 0) {
-        m_ticksToCheck = TicksToNextCheck; // unless this one answers that all is well
+        m_ticksToCheck = kTicksToNextCheck; // unless this one answers that all is well
         m_check.start(m_loop);
     }
 }
@@ -147,7 +147,7 @@ void PulseIntrospector::handleEvent(pa_subscription_event_type_t event, std::uin
         else
             letRun(pa_context_get_source_info_by_index(m_context, index, &answerWithSource, this));
     }
-    m_ticksToCheck = TicksToFirstCheck;
+    m_ticksToCheck = kTicksToFirstCheck;
     askForDefaults();
 }
 
@@ -214,7 +214,7 @@ void PulseIntrospector::readDefaults(const pa_server_info &info)
     m_checks = info.server_name && std::strstr(info.server_name, "PipeWire");
     DefaultIds told(info);
     if (!m_catalogue->isPresent(eRender, told.render) && m_ticksToCheck == 0)
-        m_ticksToCheck = TicksToNextCheck;
+        m_ticksToCheck = kTicksToNextCheck;
     if (m_told && told == *m_told)
         return; // and a check may have known better
     m_catalogue->setDefaults(told.render, told.capture);
@@ -226,6 +226,6 @@ void PulseIntrospector::readCheckedDefaults(const pa_server_info &info)
     const DefaultIds checked(info);
     const bool agree = m_told && checked == *m_told;
     m_ticksToCheck =
-        agree && m_catalogue->isPresent(eRender, checked.render) ? 0 : TicksToNextCheck;
+        agree && m_catalogue->isPresent(eRender, checked.render) ? 0 : kTicksToNextCheck;
     m_catalogue->setDefaults(checked.render, checked.capture);
 }

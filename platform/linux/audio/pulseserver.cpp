@@ -11,12 +11,12 @@
 
 namespace {
 
-constexpr unsigned FirstDelay = 100; // ms
-constexpr unsigned LastDelay = 250; // ms
+constexpr unsigned kFirstDelayMs = 100;
+constexpr unsigned kLastDelayMs = 250;
 
 // For whom the first use waits: a server that is there answers within milliseconds, and one that
 // is not refuses at once. Only one that hangs takes the whole time.
-constexpr std::chrono::milliseconds FirstWait {1500};
+constexpr std::chrono::milliseconds kFirstWait {1500};
 
 } // namespace
 
@@ -32,7 +32,7 @@ PulseServer &PulseServer::instance()
 
 PulseServer::PulseServer()
     : m_loop(pa_threaded_mainloop_new())
-    , m_delay(FirstDelay)
+    , m_delay(kFirstDelayMs)
 {
     if (!m_loop)
         std::abort(); // no descriptors or memory for a loop: nothing can go on
@@ -49,7 +49,7 @@ PulseServer::PulseServer()
 
 void PulseServer::waitForFirstCatalogue()
 {
-    m_catalogue.waitForChange(0, EndpointCatalogue::Clock::now() + FirstWait);
+    m_catalogue.waitForChange(0, EndpointCatalogue::Clock::now() + kFirstWait);
 }
 
 pa_context *PulseServer::context() const
@@ -74,7 +74,7 @@ void PulseServer::handleStateChange()
 {
     switch (pa_context_get_state(m_context)) {
     case PA_CONTEXT_READY:
-        m_delay = FirstDelay;
+        m_delay = kFirstDelayMs;
         m_introspector.start(m_context, pa_threaded_mainloop_get_api(m_loop));
         break;
     case PA_CONTEXT_FAILED:
@@ -103,7 +103,7 @@ void PulseServer::handleEnd()
             self->connect();
         },
         this);
-    m_delay = std::min(m_delay * 2, LastDelay);
+    m_delay = std::min(m_delay * 2, kLastDelayMs);
 }
 
 void PulseServer::handleSinkGone(std::uint32_t index)

@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr int s_timeout = 1000; // ms, for one answer of logind
+constexpr int kTimeoutMs = 1000; // for one answer of logind
 
 QString service()
 {
@@ -77,7 +77,7 @@ bool isLogindOn(const QDBusConnection &bus)
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameHasOwner"));
     call.setArguments({service()});
-    const QDBusReply<bool> reply = bus.call(call, QDBus::Block, s_timeout);
+    const QDBusReply<bool> reply = bus.call(call, QDBus::Block, kTimeoutMs);
     return reply.isValid() && reply.value();
 }
 
@@ -190,19 +190,19 @@ QString SessionNotifier::ownSession() const
     const QString id = qEnvironmentVariable("XDG_SESSION_ID");
     if (!id.isEmpty()) {
         const QDBusReply<QDBusObjectPath> reply =
-            m_bus.call(managerCall(QStringLiteral("GetSession"), {id}), QDBus::Block, s_timeout);
+            m_bus.call(managerCall(QStringLiteral("GetSession"), {id}), QDBus::Block, kTimeoutMs);
         if (reply.isValid())
             return reply.value().path();
     }
     const QDBusReply<QDBusObjectPath> reply = m_bus.call(
-        managerCall(QStringLiteral("GetSessionByPID"), {uint(getpid())}), QDBus::Block, s_timeout);
+        managerCall(QStringLiteral("GetSessionByPID"), {uint(getpid())}), QDBus::Block, kTimeoutMs);
     return reply.isValid() ? reply.value().path() : sessionOfUser();
 }
 
 QString SessionNotifier::sessionOfUser() const
 {
     const QDBusMessage reply =
-        m_bus.call(managerCall(QStringLiteral("ListSessions")), QDBus::Block, s_timeout);
+        m_bus.call(managerCall(QStringLiteral("ListSessions")), QDBus::Block, kTimeoutMs);
     if (reply.type() != QDBusMessage::ReplyMessage
         || reply.signature() != QLatin1String("a(susso)"))
         return {};
@@ -224,7 +224,7 @@ QString SessionNotifier::sessionOfUser() const
     list.endArray();
     for (const QString &path : qAsConst(seated)) {
         const QDBusReply<QVariantMap> session =
-            m_bus.call(propertiesCall(path), QDBus::Block, s_timeout);
+            m_bus.call(propertiesCall(path), QDBus::Block, kTimeoutMs);
         if (session.isValid() && isOwnAndLocal(session.value()))
             return path;
     }

@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr unsigned TimeLimit = 5; // seconds that a report has
-constexpr char NoReport[] = "Program crash: the report could not be finished\n";
+constexpr unsigned kTimeLimitSeconds = 5; // that a report has
+constexpr char kNoReport[] = "Program crash: the report could not be finished\n";
 
 std::atomic<pid_t> s_reporter {0}; // the thread that reports, 0 before any has failed
 std::atomic<int> s_signal {0}; // what ends the process, 0 for exit code 1
@@ -57,7 +57,7 @@ void startTimeLimit()
     action.sa_flags = SA_ONSTACK;
     sigaction(SIGALRM, &action, nullptr);
     setBlocked(SIGALRM, false);
-    alarm(TimeLimit);
+    alarm(kTimeLimitSeconds);
 }
 
 } // namespace
@@ -84,7 +84,7 @@ void endNow()
     if (!s_printed && poll(&errors, 1, 0) == 1 && (errors.revents & POLLOUT) != 0) {
         setBlocked(SIGPIPE, true); // nobody may be reading standard error any more
         [[maybe_unused]] const ssize_t written =
-            write(STDERR_FILENO, NoReport, sizeof(NoReport) - 1);
+            write(STDERR_FILENO, kNoReport, sizeof(kNoReport) - 1);
     }
     if (const int signal = s_signal)
         endBy(signal);

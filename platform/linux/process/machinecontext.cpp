@@ -9,17 +9,17 @@
 namespace {
 
 // Trap numbers and page-fault error bits of the processor.
-constexpr greg_t PageFault = 14;
-constexpr greg_t PageFaultWrite = 0x2;
-constexpr greg_t PageFaultFetch = 0x10;
+constexpr greg_t kPageFault = 14;
+constexpr greg_t kPageFaultWrite = 0x2;
+constexpr greg_t kPageFaultFetch = 0x10;
 
-constexpr ULONG_PTR AccessRead = 0;
-constexpr ULONG_PTR AccessWrite = 1;
-constexpr ULONG_PTR AccessExecute = 8;
+constexpr ULONG_PTR kAccessRead = 0;
+constexpr ULONG_PTR kAccessWrite = 1;
+constexpr ULONG_PTR kAccessExecute = 8;
 
 // How far beyond the low end of a stack one frame may reach.
-constexpr std::uintptr_t LargestFrame = 16 * 1024 * 1024;
-constexpr std::uintptr_t PageSize = 4096;
+constexpr std::uintptr_t kLargestFrameBytes = 16 * 1024 * 1024;
+constexpr std::uintptr_t kPageBytes = 4096;
 
 DWORD64 fromGreg(greg_t value)
 {
@@ -28,8 +28,8 @@ DWORD64 fromGreg(greg_t value)
 
 bool isStackOverflow(std::uintptr_t address, std::uintptr_t stackPointer, const StackLimits &stack)
 {
-    return stack.low != 0 && address < stack.low && stack.low - address < LargestFrame
-        && address + PageSize >= stackPointer;
+    return stack.low != 0 && address < stack.low && stack.low - address < kLargestFrameBytes
+        && address + kPageBytes >= stackPointer;
 }
 
 void describeAccess(const siginfo_t &info, const ucontext_t &machine, const StackLimits &stack,
@@ -38,17 +38,17 @@ void describeAccess(const siginfo_t &info, const ucontext_t &machine, const Stac
     const greg_t *registers = machine.uc_mcontext.gregs;
     record->ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
     record->NumberParameters = 2;
-    if (registers[REG_TRAPNO] != PageFault) {
+    if (registers[REG_TRAPNO] != kPageFault) {
         // A non-canonical address: the processor says neither which nor for what.
-        record->ExceptionInformation[0] = AccessRead;
+        record->ExceptionInformation[0] = kAccessRead;
         record->ExceptionInformation[1] = ~ULONG_PTR {0};
         return;
     }
     const auto address = reinterpret_cast<std::uintptr_t>(info.si_addr);
     const greg_t error = registers[REG_ERR];
-    record->ExceptionInformation[0] = (error & PageFaultFetch) ? AccessExecute
-        : (error & PageFaultWrite)                             ? AccessWrite
-                                                               : AccessRead;
+    record->ExceptionInformation[0] = (error & kPageFaultFetch) ? kAccessExecute
+        : (error & kPageFaultWrite)                             ? kAccessWrite
+                                                                : kAccessRead;
     record->ExceptionInformation[1] = address;
     if (isStackOverflow(address, static_cast<std::uintptr_t>(registers[REG_RSP]), stack))
         record->ExceptionCode = EXCEPTION_STACK_OVERFLOW;

@@ -10,8 +10,8 @@
 namespace {
 
 // The report is written on it: room for Qt and the unwinder. Pages cost nothing until touched.
-constexpr std::size_t HandlerStackSize = 512 * 1024;
-constexpr std::size_t GuardSize = 4096;
+constexpr std::size_t kHandlerStackBytes = 512 * 1024;
+constexpr std::size_t kGuardBytes = 4096;
 
 std::atomic<bool> s_enabled {false};
 thread_local StackLimits t_limits {0, 0};
@@ -20,15 +20,15 @@ class HandlerStack {
 public:
     HandlerStack()
     {
-        m_memory = mmap(nullptr, GuardSize + HandlerStackSize, PROT_NONE,
+        m_memory = mmap(nullptr, kGuardBytes + kHandlerStackBytes, PROT_NONE,
                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (m_memory == MAP_FAILED)
             return;
-        char *start = static_cast<char *>(m_memory) + GuardSize;
-        mprotect(start, HandlerStackSize, PROT_READ | PROT_WRITE);
+        char *start = static_cast<char *>(m_memory) + kGuardBytes;
+        mprotect(start, kHandlerStackBytes, PROT_READ | PROT_WRITE);
         stack_t stack {};
         stack.ss_sp = start;
-        stack.ss_size = HandlerStackSize;
+        stack.ss_size = kHandlerStackBytes;
         sigaltstack(&stack, &m_previous);
 
         pthread_attr_t attributes;
@@ -49,7 +49,7 @@ public:
             return;
         t_limits = {0, 0};
         sigaltstack(&m_previous, nullptr);
-        munmap(m_memory, GuardSize + HandlerStackSize);
+        munmap(m_memory, kGuardBytes + kHandlerStackBytes);
     }
 
     HandlerStack(const HandlerStack &) = delete;
@@ -108,7 +108,7 @@ void unblockFaultSignals()
 {
     sigset_t set;
     sigemptyset(&set);
-    for (const int signal : FaultSignals)
+    for (const int signal : kFaultSignals)
         sigaddset(&set, signal);
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }

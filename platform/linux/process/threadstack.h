@@ -6,7 +6,7 @@
 #include <csignal>
 
 /// The signals of faults, and that of abort().
-constexpr int FaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT};
+constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT};
 
 /// Gives the calling thread, for the rest of its life, a stack for signal handlers, and from then
 /// on every thread that the process starts for the rest of theirs. Idempotent.

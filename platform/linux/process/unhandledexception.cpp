@@ -1,5 +1,5 @@
-#include "platform/linux/process/machinecontext.h"
 #include "platform/linux/process/lastreport.h"
+#include "platform/linux/process/machinecontext.h"
 #include "platform/linux/process/threadstack.h"
 
 #include <windows.h>
@@ -59,7 +59,7 @@ LPTOP_LEVEL_EXCEPTION_FILTER SetUnhandledExceptionFilter(LPTOP_LEVEL_EXCEPTION_F
     } else {
         action.sa_handler = SIG_DFL;
     }
-    for (const int signal : FaultSignals)
+    for (const int signal : kFaultSignals)
         sigaction(signal, &action, nullptr);
     return before;
 }

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 
 QString service()
 {
@@ -44,7 +44,7 @@ void end(QProcess *process)
     if (process->state() == QProcess::NotRunning)
         return;
     process->terminate();
-    if (!process->waitForFinished(s_patience))
+    if (!process->waitForFinished(kPatienceMs))
         process->kill();
 }
 
@@ -59,7 +59,7 @@ MockLogind::MockLogind(bool withLogind)
                 {QStringLiteral("--session"), QStringLiteral("--nofork"),
                  QStringLiteral("--print-address"), QStringLiteral("--address"),
                  QStringLiteral("unix:path=%1/bus").arg(m_folder.path())});
-    if (!m_bus.waitForReadyRead(s_patience))
+    if (!m_bus.waitForReadyRead(kPatienceMs))
         return;
     m_address = QString::fromLatin1(m_bus.readLine()).trimmed();
     const QDBusConnection connection = QDBusConnection::connectToBus(m_address, m_connectionName);
@@ -78,7 +78,7 @@ MockLogind::MockLogind(bool withLogind)
     m_logind.start(QStringLiteral(TONEWELL_PYTHON),
                    {QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--template"),
                     QStringLiteral("logind")});
-    const QDeadlineTimer deadline(s_patience);
+    const QDeadlineTimer deadline(kPatienceMs);
     while (!m_valid && !deadline.hasExpired()) {
         QThread::msleep(20);
         // The template's methods come after the name.

@@ -6,7 +6,7 @@
 #include <QThread>
 
 namespace {
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 }
 
 ProgramWorld::ProgramWorld()
@@ -43,13 +43,13 @@ std::unique_ptr<QProcess> ProgramWorld::start() const
     } else {
         process->start(QStringLiteral(TONEWELL_PROGRAM), QStringList());
     }
-    return process->waitForStarted(s_patience) ? std::move(process) : nullptr;
+    return process->waitForStarted(kPatienceMs) ? std::move(process) : nullptr;
 }
 
 std::unique_ptr<QProcess> ProgramWorld::startAndWait() const
 {
     std::unique_ptr<QProcess> process = start();
-    const QDeadlineTimer deadline(s_patience);
+    const QDeadlineTimer deadline(kPatienceMs);
     while (process && process->state() != QProcess::NotRunning && !deadline.hasExpired()) {
         // A leftover file is there from the beginning: only a live socket answers.
         QLocalSocket client;
@@ -67,7 +67,7 @@ QString ProgramWorld::receive(int messages) const
     probe.setProcessEnvironment(environment);
     probe.start(QStringLiteral(REPLICAPROBE),
                 {QStringLiteral("local:tonewell"), QString::number(messages)});
-    if (!probe.waitForFinished(2 * s_patience) || probe.exitCode() != 0)
+    if (!probe.waitForFinished(2 * kPatienceMs) || probe.exitCode() != 0)
         return {};
     return QString::fromUtf8(probe.readAllStandardOutput());
 }

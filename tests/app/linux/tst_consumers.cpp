@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr int s_patience = 30000; // ms
+constexpr int kPatienceMs = 30000;
 
 /// Resident memory of the process, kB.
 long residentMemory(const QProcess &process)
@@ -179,10 +179,10 @@ void ConsumersTest::fiveHundredConnectsUnderAFewDescriptors()
     QVERIFY(most <= 64);
     QCOMPARE(copy->state(), QProcess::Running);
     QVERIFY(QFile::exists(m_world->socket()));
-    QTRY_VERIFY_WITH_TIMEOUT(descriptors(*copy) <= before + 1, s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(descriptors(*copy) <= before + 1, kPatienceMs);
     QVERIFY(!m_world->receive(3).isEmpty());
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
 }
 
 void ConsumersTest::anotherUserIsRefused()
@@ -197,7 +197,7 @@ void ConsumersTest::anotherUserIsRefused()
     QCOMPARE(connectAs(65534, m_world->socket()), EACCES);
     QCOMPARE(connectAs(getuid(), m_world->socket()), 0);
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
 }
 
 void ConsumersTest::sixtyFourStalledConsumersDelayNobody()
@@ -211,7 +211,7 @@ void ConsumersTest::sixtyFourStalledConsumersDelayNobody()
     stalling.setProcessEnvironment(m_world->environment);
     stalling.start(QStringLiteral(STALLINGCONSUMERS),
                    {QStringLiteral("local:tonewell"), QStringLiteral("64")});
-    QTRY_VERIFY_WITH_TIMEOUT(stalling.canReadLine(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(stalling.canReadLine(), kPatienceMs);
     const int connected = descriptors(*copy);
 
     // One kilobyte and more a message and consumer: the limit is reached in 20 s.
@@ -243,9 +243,9 @@ void ConsumersTest::sixtyFourStalledConsumersDelayNobody()
     QVERIFY2(together.gapPercentile(0.99) < alone.gapPercentile(0.99) + 20,
              "the others' messages come as before");
     stalling.kill();
-    QVERIFY(stalling.waitForFinished(s_patience));
+    QVERIFY(stalling.waitForFinished(kPatienceMs));
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
 }
 
 void ConsumersTest::malformedFrames_data()
@@ -295,7 +295,7 @@ void ConsumersTest::malformedFrames()
     QVERIFY(copy);
     QLocalSocket client;
     client.connectToServer(m_world->socket());
-    QVERIFY(client.waitForConnected(s_patience));
+    QVERIFY(client.waitForConnected(kPatienceMs));
     client.write(bytes);
     client.flush();
     copy->waitForFinished(400);
@@ -304,7 +304,7 @@ void ConsumersTest::malformedFrames()
     client.abort();
     QVERIFY(!m_world->receive(2).isEmpty());
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
 }
 
 void ConsumersTest::callsThatTheHostCannotStand_data()
@@ -327,7 +327,7 @@ void ConsumersTest::callsThatTheHostCannotStand()
     QVERIFY(copy);
     QLocalSocket client;
     client.connectToServer(m_world->socket());
-    QVERIFY(client.waitForConnected(s_patience));
+    QVERIFY(client.waitForConnected(kPatienceMs));
     client.write(callFrame(0, arguments));
     client.flush();
     copy->waitForFinished(2000);
@@ -337,7 +337,7 @@ void ConsumersTest::callsThatTheHostCannotStand()
     QVERIFY(copy);
     QVERIFY(!m_world->receive(2).isEmpty());
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
 }
 
 QTEST_GUILESS_MAIN(ConsumersTest)

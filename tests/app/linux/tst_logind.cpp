@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 
 FakeAudio &world()
 {
@@ -132,7 +132,7 @@ bool LogindTest::settle(Window *window, const QString &id)
                    window->sessions.remove(last);
                    return true;
                },
-               s_patience);
+               kPatienceMs);
 }
 
 void LogindTest::withoutABusRegistrationFailsPromptly()
@@ -189,7 +189,7 @@ void LogindTest::signalsBecomeMessages()
     QVERIFY(m_logind->callSession(QStringLiteral("7"), "Unlock"));
     const QVector<int> expected {WTS_SESSION_LOCK, WTS_SESSION_UNLOCK, WTS_CONSOLE_DISCONNECT,
                                  WTS_CONSOLE_CONNECT, WTS_SESSION_UNLOCK};
-    QTRY_COMPARE_WITH_TIMEOUT(window.codes, expected, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(window.codes, expected, kPatienceMs);
     QCOMPARE(window.sessions, QVector<int>(5, 7));
     QVERIFY(window.forThisWindow);
 }
@@ -221,11 +221,11 @@ void LogindTest::aNewSessionOfThisUserIsALogOn()
     QVERIFY(window.registerForSession());
     QVERIFY(!m_logind->addSession(QStringLiteral("c3"), getuid()).isEmpty());
     QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("c3")));
-    QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, kPatienceMs);
     QCOMPARE(window.sessions, QVector<int> {0});
     // It is the one that is followed from now on.
     QVERIFY(m_logind->callSession(QStringLiteral("c3"), "Unlock"));
-    QTRY_COMPARE_WITH_TIMEOUT(window.codes.size(), 2, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(window.codes.size(), 2, kPatienceMs);
     QCOMPARE(window.codes.last(), int(WTS_SESSION_UNLOCK));
 }
 
@@ -273,7 +273,7 @@ void LogindTest::whenTheSessionEndsTheNextOneIsFollowed()
     QVERIFY(m_logind->emitManagerSignal("SessionRemoved", QStringLiteral("1")));
     QVERIFY(!m_logind->addSession(QStringLiteral("2"), getuid()).isEmpty());
     QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("2")));
-    QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, kPatienceMs);
     QVERIFY(m_logind->callSession(QStringLiteral("1"), "Unlock"));
     QVERIFY(settle(&window, QStringLiteral("2")));
     QCOMPARE(window.codes, QVector<int> {WTS_SESSION_LOGON});
@@ -294,10 +294,10 @@ void LogindTest::onlyADesktopIsFollowed()
     QVERIFY(!m_logind->addSession(QStringLiteral("3"), getuid()).isEmpty());
     QVERIFY(m_logind->unseat(QStringLiteral("3")));
     QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("3")));
-    QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, kPatienceMs);
     QVERIFY(!m_logind->addSession(QStringLiteral("4"), getuid()).isEmpty());
     QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("4")));
-    QTRY_COMPARE_WITH_TIMEOUT(window.codes.size(), 2, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(window.codes.size(), 2, kPatienceMs);
     for (const char *id : {"1", "2", "3", "4"})
         QVERIFY(m_logind->callSession(QLatin1String(id), "Unlock"));
     QVERIFY(settle(&window, QStringLiteral("4")));
@@ -321,7 +321,7 @@ void LogindTest::everyWindowIsTold()
     Window second;
     QVERIFY(second.registerForSession());
     QVERIFY(m_logind->callSession(QStringLiteral("1"), "Lock"));
-    QTRY_COMPARE_WITH_TIMEOUT(second.codes, QVector<int> {WTS_SESSION_LOCK}, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(second.codes, QVector<int> {WTS_SESSION_LOCK}, kPatienceMs);
     QCOMPARE(first.codes, QVector<int> {WTS_SESSION_LOCK});
 }
 
@@ -342,7 +342,7 @@ void LogindTest::unlockLogOnAndConnectRestartCaptureLockAndDisconnectDoNot()
     QVERIFY(!m_logind->addSession(QStringLiteral("1"), getuid()).isEmpty());
     Widget widget;
     widget.show();
-    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), kPatienceMs);
     const auto *const log = widget.findChild<QTextBrowser *>();
     const auto restarts = [log] {
         return log->toPlainText().count(QStringLiteral("用户登录：重启服务"));
@@ -352,13 +352,13 @@ void LogindTest::unlockLogOnAndConnectRestartCaptureLockAndDisconnectDoNot()
     const auto restarted = [&] {
         QElapsedTimer clock;
         ++expected;
-        QTRY_COMPARE_WITH_TIMEOUT(restarts(), expected, s_patience);
+        QTRY_COMPARE_WITH_TIMEOUT(restarts(), expected, kPatienceMs);
         clock.start();
         QVERIFY(!SpecEngine::instance()->isCapturing());
-        QTRY_VERIFY_WITH_TIMEOUT(SpecEngine::instance()->isCapturing(), s_patience);
+        QTRY_VERIFY_WITH_TIMEOUT(SpecEngine::instance()->isCapturing(), kPatienceMs);
         QVERIFY2(clock.elapsed() >= 800, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(world().calls(FakeCall::Initialize), ++starts);
-        QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), s_patience);
+        QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), kPatienceMs);
     };
 
     QVERIFY(m_logind->callSession(QStringLiteral("1"), "Lock"));

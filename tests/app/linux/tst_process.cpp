@@ -11,7 +11,7 @@
 #include <csignal>
 
 namespace {
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 }
 
 class ProcessTest : public QObject {
@@ -43,7 +43,7 @@ void ProcessTest::secondCopyExitsAtOnceWithZeroAndTheFirstGoesOn()
     clock.start();
     const auto second = world.start();
     QVERIFY(second);
-    QVERIFY(second->waitForFinished(s_patience));
+    QVERIFY(second->waitForFinished(kPatienceMs));
     qInfo("the second copy ended after %lld ms", clock.elapsed());
     QCOMPARE(second->exitStatus(), QProcess::NormalExit);
     QCOMPARE(second->exitCode(), 0);
@@ -56,7 +56,7 @@ void ProcessTest::secondCopyExitsAtOnceWithZeroAndTheFirstGoesOn()
     QCOMPARE(lines.first(), QStringLiteral("valid"));
     QCOMPARE(lines.at(3).split(QStringLiteral("/&+&/")).size(), 104);
     first->terminate();
-    QVERIFY(first->waitForFinished(s_patience));
+    QVERIFY(first->waitForFinished(kPatienceMs));
 }
 
 void ProcessTest::afterANormalEndANewStartRuns()
@@ -67,7 +67,7 @@ void ProcessTest::afterANormalEndANewStartRuns()
         QVERIFY(copy);
         QVERIFY(!world.receive(1).isEmpty());
         copy->terminate();
-        QVERIFY(copy->waitForFinished(s_patience));
+        QVERIFY(copy->waitForFinished(kPatienceMs));
         QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
     }
 }
@@ -78,7 +78,7 @@ void ProcessTest::afterACrashANewStartRuns()
     const auto first = world.startAndWait();
     QVERIFY(first);
     first->kill();
-    QVERIFY(first->waitForFinished(s_patience));
+    QVERIFY(first->waitForFinished(kPatienceMs));
     QVERIFY2(QFile::exists(world.socket()), "a killed copy leaves its socket's file");
 
     const auto second = world.startAndWait();
@@ -86,11 +86,11 @@ void ProcessTest::afterACrashANewStartRuns()
     QVERIFY(!world.receive(1).isEmpty());
     const auto third = world.start();
     QVERIFY(third);
-    QVERIFY(third->waitForFinished(s_patience));
+    QVERIFY(third->waitForFinished(kPatienceMs));
     QCOMPARE(third->exitCode(), 0);
     QCOMPARE(second->state(), QProcess::Running);
     second->terminate();
-    QVERIFY(second->waitForFinished(s_patience));
+    QVERIFY(second->waitForFinished(kPatienceMs));
 }
 
 void ProcessTest::debugOutputNeverReachesTheConsole()
@@ -103,7 +103,7 @@ void ProcessTest::debugOutputNeverReachesTheConsole()
     QVERIFY(copy);
     QVERIFY(!world.receive(5).isEmpty());
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
     QCOMPARE(QString::fromUtf8(copy->readAllStandardOutput()), QString());
     // Standard error holds the error report of the failed start, but no line of the log.
     const QString errors = QString::fromUtf8(copy->readAllStandardError());
@@ -132,7 +132,7 @@ void ProcessTest::asksToEnd()
     QElapsedTimer clock;
     clock.start();
     QCOMPARE(::kill(pid_t(copy->processId()), signal), 0);
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
     qInfo("the program ended after %lld ms", clock.elapsed());
     QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
     QCOMPARE(copy->exitCode(), 0);
@@ -148,7 +148,7 @@ void ProcessTest::onlyTheUserMayConnect()
         | QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
     QCOMPARE(int(QFile::permissions(world.socket()) & others), 0);
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
 }
 
 void ProcessTest::runsWithoutADisplay_data()
@@ -173,7 +173,7 @@ void ProcessTest::runsWithoutADisplay()
     QVERIFY(copy);
     QVERIFY(!world.receive(1).isEmpty());
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
     QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
 }
 
@@ -185,23 +185,23 @@ void ProcessTest::aHeldSegmentKeepsTheProgramFromRunning()
     holder.setProcessEnvironment(world.environment);
     holder.start(QStringLiteral(SEGMENT_HOLDER),
                  {QStringLiteral("--hold"), QStringLiteral("TonewellDetection")});
-    QVERIFY(holder.waitForReadyRead(s_patience));
+    QVERIFY(holder.waitForReadyRead(kPatienceMs));
     QCOMPARE(holder.readLine(), QByteArray("held\n"));
 
     const auto copy = world.start();
     QVERIFY(copy);
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
     QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
     QCOMPARE(copy->exitCode(), 0);
     QVERIFY(!QFile::exists(world.socket()));
     QCOMPARE(copy->readAllStandardError(), QByteArray());
 
     holder.write("end\n");
-    QVERIFY(holder.waitForFinished(s_patience));
+    QVERIFY(holder.waitForFinished(kPatienceMs));
     const auto next = world.startAndWait();
     QVERIFY(next);
     next->terminate();
-    QVERIFY(next->waitForFinished(s_patience));
+    QVERIFY(next->waitForFinished(kPatienceMs));
 }
 
 // A link to nowhere in the place of the key's file: the key names no segment then.
@@ -222,7 +222,7 @@ void ProcessTest::runsOnWhenTheSegmentCannotBeMade()
     QCOMPARE(copy->state(), QProcess::Running);
     QVERIFY(!segment.attach());
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
     QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
 }
 
@@ -233,7 +233,7 @@ void ProcessTest::reportNamesTheProgram()
     QVERIFY(copy);
     QVERIFY(!world.receive(5).isEmpty());
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
     const QString errors = QString::fromUtf8(copy->readAllStandardError());
     QVERIFY2(errors.contains(QStringLiteral("\n[Application Info]\n"
                                             "  App Name: TonewellDetection\n"
@@ -278,7 +278,7 @@ void ProcessTest::noThreadBlocksTheSignalsOfFaults()
     QVERIFY2(names.contains(QStringLiteral("sound-server")), qPrintable(names.join(u' ')));
     QVERIFY(names.size() >= 5);
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
 }
 
 QTEST_GUILESS_MAIN(ProcessTest)

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 
 struct InjectedWorld : ProgramWorld {
     explicit InjectedWorld(const char *place)
@@ -41,7 +41,7 @@ private:
 /// Checks the end of the process, by the signal or with exit code 1, and its one report.
 void ProgramCrashTest::checkEnd(QProcess *copy, int signal, const QString &type, QString *report)
 {
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
     const QString errors = QString::fromUtf8(copy->readAllStandardError());
     QCOMPARE(copy->exitStatus(), signal ? QProcess::CrashExit : QProcess::NormalExit);
     QCOMPARE(copy->exitCode(), signal ? signal : 1);
@@ -139,7 +139,7 @@ void ProgramCrashTest::isNamed()
     QVERIFY(copy);
     QVERIFY(!world.receive(1).isEmpty());
     copy->terminate();
-    QVERIFY(copy->waitForFinished(s_patience));
+    QVERIFY(copy->waitForFinished(kPatienceMs));
     QCOMPARE(copy->readAllStandardOutput(),
              QByteArray("TonewellDetection|" TONEWELL_VERSION "|TonewellDetection\n"));
 }

@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
-constexpr int s_level = 60; // a tone's bar reaches it
+constexpr int kPatienceMs = 20000;
+constexpr int kLevel = 60; // a tone's bar reaches it
 
 struct Message {
     QStringList fields;
@@ -35,7 +35,7 @@ struct Message {
 bool isAt(const Message &message, int first, int expected)
 {
     const int bar = message.loudest(first, first + 50);
-    return std::abs(bar - expected) <= 2 && message.bars[std::size_t(bar)] >= s_level;
+    return std::abs(bar - expected) <= 2 && message.bars[std::size_t(bar)] >= kLevel;
 }
 
 } // namespace
@@ -82,7 +82,7 @@ bool BarsTest::comes(bool (*fulfilled)(const Message &))
                     if (inARow < 50)
                         inARow = message.bars.size() == 100 && fulfilled(message) ? inARow + 1 : 0;
                 });
-    const bool came = QTest::qWaitFor([&] { return inARow == 50; }, s_patience);
+    const bool came = QTest::qWaitFor([&] { return inARow == 50; }, kPatienceMs);
     disconnect(connection);
     return came;
 }

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 
 FakeAudio &world()
 {
@@ -59,14 +59,14 @@ void PostedSessionTest::init()
     m_log = std::make_unique<MessageLog>();
     m_widget = std::make_unique<Widget>();
     m_widget->show();
-    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), kPatienceMs);
 }
 
 void PostedSessionTest::cleanup()
 {
     m_widget.reset();
     m_log.reset();
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
 }
 
 void PostedSessionTest::windowIsRegistered()
@@ -94,12 +94,13 @@ void PostedSessionTest::everyCodeArrives()
     QFETCH(bool, restarts);
     const int starts = world().calls(FakeCall::Initialize);
     QVERIFY(PostMessageW(window(), WM_WTSSESSION_CHANGE, WPARAM(code), 1));
-    QTRY_COMPARE_WITH_TIMEOUT(m_log->count(text), 1, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(m_log->count(text), 1, kPatienceMs);
     QCOMPARE(logView(), restarts ? QStringLiteral("用户登录：重启服务") : QString());
     QCOMPARE(SpecEngine::instance()->isCapturing(), !restarts);
     if (restarts) {
-        QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, s_patience);
-        QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), s_patience);
+        QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, kPatienceMs);
+        QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"),
+                                  kPatienceMs);
     }
 }
 
@@ -108,7 +109,7 @@ void PostedSessionTest::neighbouringMessageDoesNothing()
     QVERIFY(PostMessageW(window(), WM_WTSSESSION_CHANGE + 1, WTS_SESSION_UNLOCK, 1));
     // Posted messages keep their order: when this one has come, so has the other.
     QVERIFY(PostMessageW(window(), WM_WTSSESSION_CHANGE, WTS_SESSION_LOCK, 1));
-    QTRY_COMPARE_WITH_TIMEOUT(m_log->count(QStringLiteral("系统锁屏")), 1, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(m_log->count(QStringLiteral("系统锁屏")), 1, kPatienceMs);
     QCOMPARE(m_log->count(QStringLiteral("系统解锁")), 0);
     QCOMPARE(logView(), QString());
     QVERIFY(SpecEngine::instance()->isCapturing());

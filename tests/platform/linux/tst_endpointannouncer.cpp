@@ -222,8 +222,8 @@ void EndpointAnnouncerTest::removedDefaultWithoutSuccessorBecomesNotPresent()
     world.remove(L"b");
     world.remove(L"a");
     QCOMPARE(world.lines(), QStringList {QStringLiteral("removed b")});
-    QCOMPARE(world.untilDeadline(), Clock::duration(EndpointAnnouncer::TakeoverTime));
-    world.pass(EndpointAnnouncer::TakeoverTime);
+    QCOMPARE(world.untilDeadline(), Clock::duration(EndpointAnnouncer::kTakeoverTime));
+    world.pass(EndpointAnnouncer::kTakeoverTime);
     QCOMPARE(world.lines(),
              (QStringList {QStringLiteral("state a 4"), QStringLiteral("removed a")}));
     QVERIFY(!world.hasDeadline());
@@ -304,8 +304,8 @@ void EndpointAnnouncerTest::serverReturnBringsStatesThenTheDefault()
     QCOMPARE(world.lines(),
              (QStringList {QStringLiteral("state a 1"), QStringLiteral("state b 1")}));
     QVERIFY(world.holding());
-    QCOMPARE(world.untilDeadline(), Clock::duration(EndpointAnnouncer::SettleTime));
-    world.pass(EndpointAnnouncer::SettleTime);
+    QCOMPARE(world.untilDeadline(), Clock::duration(EndpointAnnouncer::kSettleTime));
+    world.pass(EndpointAnnouncer::kSettleTime);
     QCOMPARE(world.lines(), QStringList {QStringLiteral("default 0 a")});
 }
 
@@ -318,7 +318,7 @@ void EndpointAnnouncerTest::serverReturnWithAnotherDefault()
     world.add(L"new");
     world.setDefault(L"new");
     QCOMPARE(world.lines(), QStringList {QStringLiteral("added new")});
-    world.pass(EndpointAnnouncer::SettleTime);
+    world.pass(EndpointAnnouncer::kSettleTime);
     QCOMPARE(world.lines(), QStringList {QStringLiteral("default 0 new")});
 }
 
@@ -332,11 +332,11 @@ void EndpointAnnouncerTest::whatDoesNotReturnIsRemovedLater()
     world.add(L"b");
     world.setDefault(L"b");
     QCOMPARE(world.lines(), QStringList {QStringLiteral("state b 1")});
-    world.pass(EndpointAnnouncer::SettleTime);
+    world.pass(EndpointAnnouncer::kSettleTime);
     QCOMPARE(world.lines(), QStringList {QStringLiteral("default 0 b")});
     QVERIFY(!world.holding());
     QVERIFY(world.hasDeadline());
-    world.pass(EndpointAnnouncer::ReturnTime);
+    world.pass(EndpointAnnouncer::kReturnTime);
     QCOMPARE(world.lines(),
              (QStringList {QStringLiteral("removed a"), QStringLiteral("removed mic")}));
 }
@@ -349,7 +349,7 @@ void EndpointAnnouncerTest::serverThatComesLateIsAnnounced()
     world.add(L"a");
     world.setDefault(L"a");
     QCOMPARE(world.lines(), QStringList {QStringLiteral("added a")});
-    world.pass(EndpointAnnouncer::SettleTime);
+    world.pass(EndpointAnnouncer::kSettleTime);
     QCOMPARE(world.lines(), QStringList {QStringLiteral("default 0 a")});
 }
 
@@ -363,7 +363,7 @@ void EndpointAnnouncerTest::changesWhileNobodyAskedAreCaughtUp()
     world.setDefault(L"a");
     // The loss and the return were over before either could be told: every endpoint is another.
     const QStringList now = world.lines();
-    world.pass(EndpointAnnouncer::SettleTime);
+    world.pass(EndpointAnnouncer::kSettleTime);
     const QStringList later = world.lines();
     QVERIFY2(now.contains(QStringLiteral("removed b")) && now.contains(QStringLiteral("added b")),
              qPrintable(now.join(QLatin1String(", "))));

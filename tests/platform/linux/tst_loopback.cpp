@@ -4,7 +4,7 @@
 #include <QDir>
 
 namespace {
-constexpr double Frequency = 1000;
+constexpr double kFrequencyHz = 1000;
 } // namespace
 
 class LoopbackTest : public AudioSystemTest {
@@ -52,7 +52,7 @@ void LoopbackTest::tone()
     for (int i = 0; i < sink.channels(); ++i)
         amplitudes.push_back(0.6 - 0.1 * i);
 
-    Tone tone(m_server, sink, Frequency, amplitudes);
+    Tone tone(m_server, sink, kFrequencyHz, amplitudes);
     QVERIFY(tone.isPlaying());
     LoopbackRecorder recorder;
     // A server that a loaded machine holds up may take longer than the two seconds of an open.
@@ -69,7 +69,7 @@ void LoopbackTest::tone()
     std::vector<double> expected;
     for (const int channel : order)
         expected.push_back(amplitudes[std::size_t(channel)]);
-    QVERIFY2(hears(&recorder, Frequency, expected), qPrintable(m_heard));
+    QVERIFY2(hears(&recorder, kFrequencyHz, expected), qPrintable(m_heard));
     QCOMPARE(recorder.frames() % (rate / 100), 0); // whole packets
     recorder.close();
 }
@@ -230,7 +230,7 @@ void LoopbackTest::readerThatFallsBehindMissesWholePackets()
 void LoopbackTest::stopAndStart()
 {
     const SoundServer::Sink *const sink = m_server.find("a");
-    Tone tone(m_server, *sink, Frequency, {0.5, 0.25});
+    Tone tone(m_server, *sink, kFrequencyHz, {0.5, 0.25});
     QVERIFY(tone.isPlaying());
     LoopbackRecorder recorder;
     QCOMPARE(recorder.open(m_enumerator, QStringLiteral("a")), S_OK);
@@ -239,7 +239,7 @@ void LoopbackTest::stopAndStart()
         QCOMPARE(recorder.client()->Start(), S_OK);
         QCOMPARE(recorder.client()->Start(), AUDCLNT_E_NOT_STOPPED);
         QCOMPARE(recorder.waitForSound(), S_OK);
-        QVERIFY2(hears(&recorder, Frequency, {0.5, 0.25}), qPrintable(m_heard));
+        QVERIFY2(hears(&recorder, kFrequencyHz, {0.5, 0.25}), qPrintable(m_heard));
         QCOMPARE(recorder.client()->Stop(), S_OK);
         QCOMPARE(recorder.client()->Stop(), S_FALSE);
         recorder.record(100); // what had come before

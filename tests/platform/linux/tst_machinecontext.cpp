@@ -7,10 +7,10 @@
 
 namespace {
 
-constexpr greg_t PageFault = 14;
-constexpr greg_t GeneralProtection = 13;
-constexpr std::uintptr_t Low = 0x7f0000100000; // of the stack
-constexpr StackLimits Stack {Low, Low + 0x800000};
+constexpr greg_t kPageFault = 14;
+constexpr greg_t kGeneralProtection = 13;
+constexpr std::uintptr_t kLow = 0x7f0000100000; // of the stack
+constexpr StackLimits kStack {kLow, kLow + 0x800000};
 
 struct Fault {
     siginfo_t info {};
@@ -21,10 +21,10 @@ struct Fault {
         info.si_signo = signal;
         info.si_code = code;
         machine.uc_mcontext.gregs[REG_RIP] = 0x401234;
-        machine.uc_mcontext.gregs[REG_RSP] = Low + 0x4000;
+        machine.uc_mcontext.gregs[REG_RSP] = kLow + 0x4000;
     }
 
-    EXCEPTION_RECORD record(const StackLimits &stack = Stack) const
+    EXCEPTION_RECORD record(const StackLimits &stack = kStack) const
     {
         EXCEPTION_RECORD record;
         toExceptionRecord(info, machine, stack, &record);
@@ -36,7 +36,7 @@ Fault pageFault(std::uintptr_t address, greg_t error)
 {
     Fault fault(SIGSEGV, SEGV_MAPERR);
     fault.info.si_addr = reinterpret_cast<void *>(address);
-    fault.machine.uc_mcontext.gregs[REG_TRAPNO] = PageFault;
+    fault.machine.uc_mcontext.gregs[REG_TRAPNO] = kPageFault;
     fault.machine.uc_mcontext.gregs[REG_ERR] = error;
     return fault;
 }
@@ -122,7 +122,7 @@ void TestMachineContext::nonCanonicalAddressIsUnknown()
 {
     for (const int signal : {SIGSEGV, SIGBUS}) {
         Fault fault(signal, SI_KERNEL);
-        fault.machine.uc_mcontext.gregs[REG_TRAPNO] = GeneralProtection;
+        fault.machine.uc_mcontext.gregs[REG_TRAPNO] = kGeneralProtection;
         const EXCEPTION_RECORD record = fault.record();
         QCOMPARE(record.ExceptionCode, 0xC0000005U);
         QCOMPARE(qulonglong(record.ExceptionInformation[0]), 0ULL);
@@ -136,16 +136,17 @@ void TestMachineContext::stackOverflow_data()
     QTest::addColumn<qulonglong>("address");
     QTest::addColumn<bool>("known"); // the stack's limits
     QTest::addColumn<bool>("overflow");
-    QTest::newRow("push at the end") << qulonglong(Low) << qulonglong(Low - 8) << true << true;
+    QTest::newRow("push at the end") << qulonglong(kLow) << qulonglong(kLow - 8) << true << true;
     QTest::newRow("inside a large frame")
-        << qulonglong(Low - 0x100000) << qulonglong(Low - 0x80000) << true << true;
+        << qulonglong(kLow - 0x100000) << qulonglong(kLow - 0x80000) << true << true;
     QTest::newRow("below the pointer")
-        << qulonglong(Low - 64) << qulonglong(Low - 128) << true << true;
+        << qulonglong(kLow - 64) << qulonglong(kLow - 128) << true << true;
     QTest::newRow("wild pointer while the stack is fine")
-        << qulonglong(Low + 0x4000) << qulonglong(Low - 8) << true << false;
-    QTest::newRow("null") << qulonglong(Low) << 0ULL << true << false;
-    QTest::newRow("inside of the stack") << qulonglong(Low) << qulonglong(Low + 8) << true << false;
-    QTest::newRow("limits unknown") << qulonglong(Low) << qulonglong(Low - 8) << false << false;
+        << qulonglong(kLow + 0x4000) << qulonglong(kLow - 8) << true << false;
+    QTest::newRow("null") << qulonglong(kLow) << 0ULL << true << false;
+    QTest::newRow("inside of the stack")
+        << qulonglong(kLow) << qulonglong(kLow + 8) << true << false;
+    QTest::newRow("limits unknown") << qulonglong(kLow) << qulonglong(kLow - 8) << false << false;
 }
 
 void TestMachineContext::stackOverflow()
@@ -156,7 +157,7 @@ void TestMachineContext::stackOverflow()
     QFETCH(bool, overflow);
     Fault fault = pageFault(address, 0x6);
     fault.machine.uc_mcontext.gregs[REG_RSP] = greg_t(stackPointer);
-    const EXCEPTION_RECORD record = fault.record(known ? Stack : StackLimits {0, 0});
+    const EXCEPTION_RECORD record = fault.record(known ? kStack : StackLimits {0, 0});
     QCOMPARE(record.ExceptionCode, overflow ? 0xC00000FDU : 0xC0000005U);
 }
 

@@ -7,13 +7,13 @@
 
 namespace {
 
-constexpr UINT32 FrameBytes = 8;
+constexpr UINT32 kFrameBytes = 8;
 
 struct Frame {
     std::uint32_t number;
     std::uint32_t inverse;
 };
-static_assert(sizeof(Frame) == FrameBytes, "a frame of the ring");
+static_assert(sizeof(Frame) == kFrameBytes, "a frame of the ring");
 
 std::vector<Frame> frames(std::uint32_t first, std::uint32_t count)
 {
@@ -34,7 +34,7 @@ std::uint32_t take(PacketRing *ring, PacketRing::Packet *packet)
     if (!ring->front(packet))
         return UINT32_MAX;
     std::vector<Frame> content(ring->packetFrames());
-    memcpy(content.data(), packet->data, content.size() * FrameBytes);
+    memcpy(content.data(), packet->data, content.size() * kFrameBytes);
     for (std::size_t i = 0; i < content.size(); ++i) {
         if (content[i].number != content[0].number + i || content[i].inverse != ~content[i].number)
             return UINT32_MAX;
@@ -62,7 +62,7 @@ private Q_SLOTS:
 
 void PacketRingTest::packetAppearsWhenComplete()
 {
-    PacketRing ring(10, FrameBytes, 3);
+    PacketRing ring(10, kFrameBytes, 3);
     PacketRing::Packet packet;
     QCOMPARE(ring.capacityFrames(), UINT32(30));
     QVERIFY(!ring.front(&packet));
@@ -80,7 +80,7 @@ void PacketRingTest::packetAppearsWhenComplete()
 
 void PacketRingTest::piecesOfAnySizeWrapAround()
 {
-    PacketRing ring(10, FrameBytes, 3);
+    PacketRing ring(10, kFrameBytes, 3);
     PacketRing::Packet packet;
     std::uint32_t written = 0;
     std::uint32_t read = 0;
@@ -99,7 +99,7 @@ void PacketRingTest::piecesOfAnySizeWrapAround()
 
 void PacketRingTest::dataStaysUntilPopped()
 {
-    PacketRing ring(2, FrameBytes, 2);
+    PacketRing ring(2, kFrameBytes, 2);
     write(&ring, 0, 2);
     PacketRing::Packet first;
     QVERIFY(ring.front(&first));
@@ -111,7 +111,7 @@ void PacketRingTest::dataStaysUntilPopped()
 
 void PacketRingTest::fullRingDropsWholePacketsAndFlagsTheNext()
 {
-    PacketRing ring(10, FrameBytes, 2);
+    PacketRing ring(10, kFrameBytes, 2);
     PacketRing::Packet packet;
     write(&ring, 0, 50); // 20 and 30 and 40 find no room
     QCOMPARE(ring.waitingFrames(), UINT32(20));
@@ -130,7 +130,7 @@ void PacketRingTest::fullRingDropsWholePacketsAndFlagsTheNext()
 
 void PacketRingTest::roomInTheMiddleOfADroppedPacketIsNotUsed()
 {
-    PacketRing ring(10, FrameBytes, 2);
+    PacketRing ring(10, kFrameBytes, 2);
     PacketRing::Packet packet;
     write(&ring, 0, 25);
     QCOMPARE(take(&ring, &packet), 0U);
@@ -142,7 +142,7 @@ void PacketRingTest::roomInTheMiddleOfADroppedPacketIsNotUsed()
 
 void PacketRingTest::holesAreZerosAndOnlyWholeHolesAreSilent()
 {
-    PacketRing ring(4, FrameBytes, 4);
+    PacketRing ring(4, kFrameBytes, 4);
     PacketRing::Packet packet;
     write(&ring, 1000, 16); // leaves something other than zeros in every slot
     while (ring.front(&packet))
@@ -165,7 +165,7 @@ void PacketRingTest::holesAreZerosAndOnlyWholeHolesAreSilent()
 
 void PacketRingTest::interruptionDropsTheIncompletePacket()
 {
-    PacketRing ring(10, FrameBytes, 4);
+    PacketRing ring(10, kFrameBytes, 4);
     PacketRing::Packet packet;
     write(&ring, 0, 17);
     ring.interrupt();
@@ -178,7 +178,7 @@ void PacketRingTest::interruptionDropsTheIncompletePacket()
 
 void PacketRingTest::clearTakesOutWhatIsComplete()
 {
-    PacketRing ring(10, FrameBytes, 4);
+    PacketRing ring(10, kFrameBytes, 4);
     PacketRing::Packet packet;
     write(&ring, 0, 25);
     ring.clear();
@@ -191,7 +191,7 @@ void PacketRingTest::clearTakesOutWhatIsComplete()
 // Every packet arrives whole and in order; a gap is flagged, and nothing else is.
 void PacketRingTest::twoThreads()
 {
-    PacketRing ring(10, FrameBytes, 5);
+    PacketRing ring(10, kFrameBytes, 5);
     constexpr std::uint32_t Total = 2000000;
     std::atomic<bool> done {false};
     std::thread writer([&ring, &done] {

@@ -17,9 +17,9 @@ template <typename Function> Function resolved(const char *name)
     return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(library, name)));
 }
 
-const auto symInitialize = resolved<decltype(&SymInitializeW)>("SymInitializeW");
-const auto symGetModuleInfo = resolved<decltype(&SymGetModuleInfo64)>("SymGetModuleInfo64");
-const auto stackWalk = resolved<decltype(&StackWalk64)>("StackWalk64");
+const auto kSymInitialize = resolved<decltype(&SymInitializeW)>("SymInitializeW");
+const auto kSymGetModuleInfo = resolved<decltype(&SymGetModuleInfo64)>("SymGetModuleInfo64");
+const auto kStackWalk = resolved<decltype(&StackWalk64)>("StackWalk64");
 
 DWORD64 addressOf(const void *pointer)
 {
@@ -30,7 +30,7 @@ QString moduleAt(DWORD64 address)
 {
     IMAGEHLP_MODULE64 module {};
     module.SizeOfStruct = 1680;
-    if (!symGetModuleInfo(GetCurrentProcess(), address, &module))
+    if (!kSymGetModuleInfo(GetCurrentProcess(), address, &module))
         return {};
     return QString::fromLatin1(module.ModuleName);
 }
@@ -46,8 +46,8 @@ std::vector<DWORD64> walk(CONTEXT context)
     frame.AddrFrame.Mode = AddrModeFlat;
     std::vector<DWORD64> addresses;
     while (addresses.size() < 64
-           && stackWalk(IMAGE_FILE_MACHINE_AMD64, GetCurrentProcess(), GetCurrentThread(), &frame,
-                        &context, nullptr, nullptr, nullptr, nullptr)
+           && kStackWalk(IMAGE_FILE_MACHINE_AMD64, GetCurrentProcess(), GetCurrentThread(), &frame,
+                         &context, nullptr, nullptr, nullptr, nullptr)
            && frame.AddrPC.Offset)
         addresses.push_back(frame.AddrPC.Offset);
     return addresses;
@@ -91,10 +91,10 @@ private Q_SLOTS:
 
 void TestDbgHelp::initTestCase()
 {
-    QVERIFY(symInitialize);
-    QVERIFY(symGetModuleInfo);
-    QVERIFY(stackWalk);
-    QVERIFY(symInitialize(GetCurrentProcess(), nullptr, TRUE));
+    QVERIFY(kSymInitialize);
+    QVERIFY(kSymGetModuleInfo);
+    QVERIFY(kStackWalk);
+    QVERIFY(kSymInitialize(GetCurrentProcess(), nullptr, TRUE));
 }
 
 void TestDbgHelp::structureSizes()

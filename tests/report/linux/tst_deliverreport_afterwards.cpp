@@ -12,7 +12,7 @@
 
 namespace {
 
-const QString Report = QStringLiteral("first line\n第二行\n");
+const QString kReport = QStringLiteral("first line\n第二行\n");
 
 // Of the kind whose events are also delivered without an application.
 class Reporter : public QDaemonThread {
@@ -23,7 +23,7 @@ public:
 protected:
     void run() override
     {
-        deliverReport(Report);
+        deliverReport(kReport);
         handedOver.release();
         applicationGone.acquire();
         eventDispatcher()->processEvents(QEventLoop::AllEvents);
@@ -81,7 +81,7 @@ void TestDeliverReportAfterwards::writesAFile()
     QVERIFY2(name.match(files().first()).hasMatch(), qPrintable(files().first()));
     QFile file(files().first());
     QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    QCOMPARE(file.readAll(), Report.toUtf8());
+    QCOMPARE(file.readAll(), kReport.toUtf8());
     QVERIFY(QDir::setCurrent(QDir::tempPath()));
 }
 

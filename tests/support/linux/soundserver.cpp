@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int PatienceMs = 15000; // for anything that a loaded machine may take its time for
+constexpr int kPatienceMs = 15000; // for anything that a loaded machine may take its time for
 
 // Ends with this process, whatever ends it.
 class Companion : public QProcess {
@@ -21,7 +21,7 @@ protected:
 void endProcess(QProcess *process)
 {
     process->kill();
-    process->waitForFinished(PatienceMs);
+    process->waitForFinished(kPatienceMs);
 }
 
 QString text(const QByteArray &bytes)
@@ -54,7 +54,7 @@ SoundServer::SoundServer(Kind kind)
 SoundServer::~SoundServer()
 {
     m_child->closeWriteChannel();
-    if (!m_child->waitForFinished(PatienceMs))
+    if (!m_child->waitForFinished(kPatienceMs))
         endProcess(m_child.get());
 }
 
@@ -72,7 +72,7 @@ void SoundServer::readEnvironment()
 QByteArray SoundServer::readLine()
 {
     while (!m_child->canReadLine()) {
-        if (!m_child->waitForReadyRead(4 * PatienceMs)) // whose own patience ends first
+        if (!m_child->waitForReadyRead(4 * kPatienceMs)) // whose own patience ends first
             return {};
     }
     return m_child->readLine().trimmed();
@@ -213,7 +213,7 @@ bool SoundServer::setDefaultSource(const QByteArray &name)
 bool SoundServer::setDefault(const QString &command, const QByteArray &name)
 {
     // PipeWire answers before its session manager has come up, which keeps the defaults.
-    for (const QDeadlineTimer deadline(PatienceMs); !control({command, text(name)});) {
+    for (const QDeadlineTimer deadline(kPatienceMs); !control({command, text(name)});) {
         if (deadline.hasExpired())
             return false;
         QThread::msleep(20);
@@ -232,7 +232,7 @@ bool SoundServer::loadModule(const QStringList &arguments, QByteArray *number)
 
 bool SoundServer::waitForName(const QString &kind, const QByteArray &name, bool present)
 {
-    for (const QDeadlineTimer deadline(PatienceMs);;) {
+    for (const QDeadlineTimer deadline(kPatienceMs);;) {
         QByteArray output;
         if (control({QStringLiteral("list"), QStringLiteral("short"), kind}, &output)
             && output.contains('\t' + name + '\t') == present)
@@ -326,7 +326,7 @@ Tone::Tone(const SoundServer &server, const SoundServer::Sink &sink, double freq
     m_process->start(QCoreApplication::applicationDirPath() + QStringLiteral("/toneplayer"),
                      arguments, QIODevice::ReadOnly);
     // It says so once the server has taken the first of the tone.
-    m_playing = m_process->waitForReadyRead(PatienceMs)
+    m_playing = m_process->waitForReadyRead(kPatienceMs)
         && m_process->readAllStandardOutput() == "playing\n";
 }
 

@@ -22,7 +22,7 @@ bool acquireBeforeDelivery(void **)
     return false; // deliver as usual
 }
 
-const bool s_registered =
+const bool kRegistered =
     QInternal::registerCallback(QInternal::EventNotifyCallback, acquireBeforeDelivery);
 
 } // namespace

@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr int s_patience = 15000; // ms
-constexpr int s_rate = 48000;
-constexpr int s_seconds = 60;
+constexpr int kPatienceMs = 15000;
+constexpr int kRateHz = 48000;
+constexpr int kSeconds = 60;
 
 bool writeTones(const QString &path, double left, double leftAmplitude, double right,
                 double rightAmplitude)
@@ -21,23 +21,23 @@ bool writeTones(const QString &path, double left, double leftAmplitude, double r
         return false;
     QDataStream stream(&file);
     stream.setByteOrder(QDataStream::LittleEndian);
-    const quint32 bytes = s_rate * s_seconds * 4;
+    const quint32 bytes = kRateHz * kSeconds * 4;
     stream.writeRawData("RIFF", 4);
     stream << quint32(36 + bytes);
     stream.writeRawData("WAVEfmt ", 8);
-    stream << quint32(16) << quint16(1) << quint16(2) << quint32(s_rate) << quint32(s_rate * 4)
+    stream << quint32(16) << quint16(1) << quint16(2) << quint32(kRateHz) << quint32(kRateHz * 4)
            << quint16(4) << quint16(16);
     stream.writeRawData("data", 4);
     stream << bytes;
     QByteArray second; // whole periods of every whole frequency
     QDataStream samples(&second, QIODevice::WriteOnly);
     samples.setByteOrder(QDataStream::LittleEndian);
-    for (int i = 0; i < s_rate; ++i) {
-        const double angle = 2 * M_PI * i / s_rate;
+    for (int i = 0; i < kRateHz; ++i) {
+        const double angle = 2 * M_PI * i / kRateHz;
         samples << qint16(qRound(32767 * leftAmplitude * qSin(left * angle)))
                 << qint16(qRound(32767 * rightAmplitude * qSin(right * angle)));
     }
-    for (int i = 0; i < s_seconds; ++i)
+    for (int i = 0; i < kSeconds; ++i)
         stream.writeRawData(second.constData(), second.size());
     return stream.status() == QDataStream::Ok && file.flush();
 }
@@ -63,7 +63,7 @@ QByteArray OutsideServer::command(const QByteArray &line)
     // A successful command may answer nothing, so a wrong one marks the end.
     m_socket.write(line + "\nthats-all\n");
     QByteArray answer;
-    while (!answer.contains("Unknown command: thats-all") && m_socket.waitForReadyRead(s_patience))
+    while (!answer.contains("Unknown command: thats-all") && m_socket.waitForReadyRead(kPatienceMs))
         answer += m_socket.readAll();
     return answer;
 }

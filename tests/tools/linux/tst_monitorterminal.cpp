@@ -23,10 +23,10 @@
 
 namespace {
 
-constexpr int s_patience = 20000; // ms
+constexpr int kPatienceMs = 20000;
 
-constexpr char s_enter[] = "\x1b[?1049h\x1b[?25l";
-constexpr char s_leave[] = "\x1b[?25h\x1b[?1049l";
+constexpr char kEnter[] = "\x1b[?1049h\x1b[?25l";
+constexpr char kLeave[] = "\x1b[?25h\x1b[?1049l";
 
 /// A process in a group of its own, as a shell starts it: one without a parent in another group of
 /// its session could not be stopped.
@@ -204,21 +204,21 @@ void MonitorTerminalTest::isGivenBack()
     if (signal == 0)
         arguments << QStringLiteral("--seconds") << QStringLiteral("0.5");
     terminal.start(arguments);
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("waiting for the service"), s_patience);
-    QVERIFY(terminal.output().startsWith(s_enter));
-    QVERIFY(!terminal.output().contains(s_leave));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("waiting for the service"), kPatienceMs);
+    QVERIFY(terminal.output().startsWith(kEnter));
+    QVERIFY(!terminal.output().contains(kLeave));
     QVERIFY(terminal.isAsBeforeWithoutEcho());
     if (signal != 0)
         QCOMPARE(kill(pid_t(terminal.process().processId()), signal), 0);
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
     QCOMPARE(terminal.process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(terminal.process().exitCode(), 2); // no message had come
-    QCOMPARE(terminal.output().count(s_enter), 1);
-    QCOMPARE(terminal.output().count(s_leave), 1);
+    QCOMPARE(terminal.output().count(kEnter), 1);
+    QCOMPARE(terminal.output().count(kLeave), 1);
     // The statistics are on the first screen, where they stay.
-    const QByteArray behind = terminal.output().mid(terminal.output().indexOf(s_leave));
+    const QByteArray behind = terminal.output().mid(terminal.output().indexOf(kLeave));
     QVERIFY2(behind.contains("messages  0, bad 0"), behind.constData());
-    QVERIFY(!behind.mid(int(sizeof s_leave) - 1).contains('\x1b'));
+    QVERIFY(!behind.mid(int(sizeof kLeave) - 1).contains('\x1b'));
     QVERIFY(terminal.isAsBefore());
 }
 
@@ -226,12 +226,12 @@ void MonitorTerminalTest::isGivenBackBySigquit()
 {
     Terminal terminal(80, 24);
     terminal.start({QStringLiteral("--text")});
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.picture().size() == 24, s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.picture().size() == 24, kPatienceMs);
     QVERIFY(terminal.send(SIGQUIT));
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
     QCOMPARE(terminal.process().exitStatus(), QProcess::CrashExit);
     QCOMPARE(terminal.process().exitCode(), SIGQUIT);
-    QVERIFY(terminal.output().endsWith(s_leave));
+    QVERIFY(terminal.output().endsWith(kLeave));
     QVERIFY(terminal.isAsBefore());
 }
 
@@ -262,16 +262,16 @@ void MonitorTerminalTest::isGivenBackByASecondInterrupt()
         QTest::qWait(500);
         return waiting > room - 1000 && terminal.output().size() == before;
     };
-    QTRY_VERIFY_WITH_TIMEOUT(isHeldUp(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(isHeldUp(), kPatienceMs);
     QVERIFY(terminal.send(SIGINT));
     QTest::qWait(500);
     QVERIFY(!terminal.hasEnded());
     QVERIFY(terminal.isAsBeforeWithoutEcho());
     QVERIFY(terminal.send(SIGINT));
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
     QCOMPARE(terminal.process().exitStatus(), QProcess::CrashExit);
     QCOMPARE(terminal.process().exitCode(), SIGINT);
-    QVERIFY(terminal.output().endsWith(s_leave));
+    QVERIFY(terminal.output().endsWith(kLeave));
     QVERIFY(terminal.isAsBefore());
     close(reader);
 }
@@ -281,24 +281,24 @@ void MonitorTerminalTest::isGivenBackWhileStopped()
     Terminal terminal(80, 24);
     terminal.start({QStringLiteral("--text")});
     for (int stops = 1; stops <= 3; ++stops) {
-        QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_enter), stops, s_patience);
-        const int begin = terminal.output().lastIndexOf(s_enter);
+        QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(kEnter), stops, kPatienceMs);
+        const int begin = terminal.output().lastIndexOf(kEnter);
         // It is drawn again, in the whole.
-        QTRY_VERIFY_WITH_TIMEOUT(terminal.output().mid(begin).count("\x1b[H") > 2, s_patience);
+        QTRY_VERIFY_WITH_TIMEOUT(terminal.output().mid(begin).count("\x1b[H") > 2, kPatienceMs);
         QVERIFY(terminal.isAsBeforeWithoutEcho());
         QVERIFY(terminal.send(SIGTSTP));
-        QTRY_VERIFY_WITH_TIMEOUT(terminal.isStopped(), s_patience);
-        QVERIFY(terminal.output().endsWith(s_leave));
-        QCOMPARE(terminal.output().count(s_leave), stops);
+        QTRY_VERIFY_WITH_TIMEOUT(terminal.isStopped(), kPatienceMs);
+        QVERIFY(terminal.output().endsWith(kLeave));
+        QCOMPARE(terminal.output().count(kLeave), stops);
         QVERIFY(terminal.isAsBefore());
         QVERIFY(terminal.send(SIGCONT));
     }
-    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_enter), 4, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(kEnter), 4, kPatienceMs);
     QVERIFY(terminal.send(SIGINT));
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
     QCOMPARE(terminal.process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(terminal.process().exitCode(), 2);
-    QVERIFY(terminal.output().endsWith(s_leave));
+    QVERIFY(terminal.output().endsWith(kLeave));
     QVERIFY(terminal.isAsBefore());
 }
 
@@ -308,23 +308,23 @@ void MonitorTerminalTest::nothingIsDrawnInTheBackground()
     terminal.startShell();
     QVERIFY(terminal.type("unset NO_COLOR; TERM=xterm " TONEWELL_MONITOR " --text &\n"));
     QVERIFY(terminal.type("sleep 1; echo said=$((40 + 2))\n"));
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("said=42"), s_patience);
-    QCOMPARE(terminal.output().count(s_enter), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("said=42"), kPatienceMs);
+    QCOMPARE(terminal.output().count(kEnter), 0);
     QVERIFY(terminal.type("fg\n"));
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.picture().size() == 24, s_patience);
-    QCOMPARE(terminal.output().count(s_enter), 1);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.picture().size() == 24, kPatienceMs);
+    QCOMPARE(terminal.output().count(kEnter), 1);
     QVERIFY(terminal.type("\x1a"));
-    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_leave), 1, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(kLeave), 1, kPatienceMs);
     QVERIFY(terminal.type("bg\n"));
     QVERIFY(terminal.type("sleep 1; echo said=$((40 + 3))\n"));
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("said=43"), s_patience);
-    QCOMPARE(terminal.output().count(s_enter), 1);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("said=43"), kPatienceMs);
+    QCOMPARE(terminal.output().count(kEnter), 1);
     QVERIFY(terminal.type("fg\n"));
-    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_enter), 2, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(kEnter), 2, kPatienceMs);
     QVERIFY(terminal.type("\x03"));
-    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(s_leave), 2, s_patience);
+    QTRY_COMPARE_WITH_TIMEOUT(terminal.output().count(kLeave), 2, kPatienceMs);
     QVERIFY(terminal.type("exit $?\n"));
-    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
     QCOMPARE(terminal.process().exitCode(), 2);
 }
 
@@ -334,7 +334,7 @@ void MonitorTerminalTest::standardOutputThatIsFullIsAnExitCode()
         QProcess process;
         process.setStandardOutputFile(QStringLiteral("/dev/full"));
         process.start(QStringLiteral(TONEWELL_MONITOR), {QString::fromLatin1(last)});
-        QVERIFY2(process.waitForFinished(s_patience), last);
+        QVERIFY2(process.waitForFinished(kPatienceMs), last);
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);
         QCOMPARE(process.exitCode(), 3);
         QVERIFY2(process.readAllStandardError().contains("standard output"), last);
@@ -351,25 +351,25 @@ void MonitorTerminalTest::pictureHasTheTerminalsSize()
             && std::all_of(picture.begin(), picture.end(),
                            [&](const QString &row) { return row.size() == columns; });
     };
-    QTRY_VERIFY_WITH_TIMEOUT(hasSize(80, 24), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(hasSize(80, 24), kPatienceMs);
     terminal.resize(132, 50);
-    QTRY_VERIFY_WITH_TIMEOUT(hasSize(132, 50), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(hasSize(132, 50), kPatienceMs);
     terminal.resize(20, 3);
-    QTRY_VERIFY_WITH_TIMEOUT(hasSize(20, 3), s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(hasSize(20, 3), kPatienceMs);
 }
 
 void MonitorTerminalTest::coloursCanBeDeclined()
 {
     Terminal coloured(80, 24);
     coloured.start({QStringLiteral("--text")});
-    QTRY_VERIFY_WITH_TIMEOUT(coloured.picture().size() == 24, s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(coloured.picture().size() == 24, kPatienceMs);
     QVERIFY(coloured.output().contains("\x1b[36m"));
 
     qputenv("NO_COLOR", "1");
     Terminal plain(80, 24);
     plain.start({QStringLiteral("--text")});
     qunsetenv("NO_COLOR");
-    QTRY_VERIFY_WITH_TIMEOUT(plain.picture().size() == 24, s_patience);
+    QTRY_VERIFY_WITH_TIMEOUT(plain.picture().size() == 24, kPatienceMs);
     QVERIFY(!plain.output().contains("\x1b[36m"));
 }
 

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int Patience = 30000; // ms after which a run counts as hung
+constexpr int kPatienceMs = 30000; // after which a run counts as hung
 
 qint64 monotonicNow() // ns, the same clock in all processes
 {
@@ -92,11 +92,11 @@ Run runProgram(const QStringList &arguments, Errors errors)
     QElapsedTimer clock;
     clock.start();
     while (!run.facts.contains("\ncrashing\n") && process.state() != QProcess::NotRunning
-           && clock.elapsed() < Patience) {
-        process.waitForReadyRead(Patience);
+           && clock.elapsed() < kPatienceMs) {
+        process.waitForReadyRead(kPatienceMs);
         run.facts += process.readAllStandardOutput();
     }
-    run.hung = !process.waitForFinished(Patience);
+    run.hung = !process.waitForFinished(kPatienceMs);
     run.elapsed = (monotonicNow() - run.fact("fault").toLongLong()) / 1000000;
     if (run.hung) {
         process.kill();

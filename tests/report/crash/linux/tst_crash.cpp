@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int TimeLimit = 5000; // ms from the fault to the end of the report
+constexpr int kTimeLimitMs = 5000; // from the fault to the end of the report
 
 struct Expected {
     int status;
@@ -22,7 +22,7 @@ struct Expected {
     bool registers; // set to known values
 };
 
-const QString Digits16 = QStringLiteral("[0-9a-f]{16}");
+const QString kDigits16 = QStringLiteral("[0-9a-f]{16}");
 
 } // namespace
 
@@ -156,7 +156,7 @@ void TestCrash::checkRun(const QString &kind, const Run &run, const Expected &ex
     checkReport(run, expected);
     if (QTest::currentTestFailed())
         return;
-    QVERIFY2(run.elapsed < TimeLimit, qPrintable(QString::number(run.elapsed)));
+    QVERIFY2(run.elapsed < kTimeLimitMs, qPrintable(QString::number(run.elapsed)));
     QCOMPARE(run.status, expected.status);
     if (expected.registers) {
         checkRegisters(run);
@@ -193,7 +193,7 @@ void TestCrash::crash_data()
     QTest::addColumn<QString>("message");
     QTest::addColumn<bool>("registers");
 
-    const QString address = QStringLiteral(" \\(Address: 0x%1\\)").arg(Digits16);
+    const QString address = QStringLiteral(" \\(Address: 0x%1\\)").arg(kDigits16);
     const QString access = QStringLiteral("EXCEPTION_ACCESS_VIOLATION");
     const QString nullRead = QStringLiteral("Memory access violation \\(Attempted read at address "
                                             "0x0000000000000000\\)")

@@ -16,7 +16,7 @@
 
 namespace {
 
-const QString NoReport = QStringLiteral("Program crash: the report could not be finished\n");
+const QString kNoReport = QStringLiteral("Program crash: the report could not be finished\n");
 
 // A moment at which a tracer has the program, about to receive the signal.
 struct Stop {
@@ -115,7 +115,7 @@ void TestCrashEnd::filterThatFailsEndsTheProcess_data()
     QTest::addColumn<int>("atMost");
     QTest::addColumn<QString>("report");
 
-    const QString none = NoReport;
+    const QString none = kNoReport;
     QTest::newRow("hangs") << "null-read"
                            << "hanging" << 128 + SIGSEGV << 3900 << 10000 << none;
     QTest::newRow("hangs, illegal") << "illegal"
@@ -218,7 +218,7 @@ void TestCrashEnd::corruptHeapEndsInTime()
     QCOMPARE(run.status, 128 + SIGABRT);
     QVERIFY2(run.elapsed < 10000, qPrintable(QString::number(run.elapsed)));
     const bool reported = run.report.contains(QLatin1String("            End of Report\n"));
-    QVERIFY2(run.report.endsWith(NoReport) != reported, qPrintable(run.report));
+    QVERIFY2(run.report.endsWith(kNoReport) != reported, qPrintable(run.report));
     qInfo("reported: %d, %lld ms", reported, run.elapsed);
 }
 

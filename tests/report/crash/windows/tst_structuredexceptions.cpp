@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int Patience = 30000; // ms after which a run counts as hung
+constexpr int kPatienceMs = 30000; // after which a run counts as hung
 
 struct Run {
     QString facts;
@@ -32,7 +32,7 @@ Run runProgram(const QString &kind)
     process.setWorkingDirectory(folder.path());
     process.start(QStringLiteral(CRASH_PROGRAM), {kind});
     Run run;
-    run.hung = !process.waitForFinished(Patience);
+    run.hung = !process.waitForFinished(kPatienceMs);
     if (run.hung) {
         process.kill();
         process.waitForFinished();
