@@ -91,7 +91,7 @@ void Widget::timeOver()
     const double peakLevel = engine->peakLevel();
     const double rmsLevel = engine->rmsLevel();
     m_message = spectrumMessage(rmsLevel, peakLevel, dynamicLevel, m_spectrum.bars.data(),
-                                int(m_spectrum.bars.size()));
+                                static_cast<int>(m_spectrum.bars.size()));
     if (!m_message.isEmpty())
         m_interface->sendMessage(m_message);
 }

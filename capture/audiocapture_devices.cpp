@@ -194,7 +194,7 @@ HRESULT AudioCapture::QueryInterface(REFIID riid, void **ppv)
 
 ULONG AudioCapture::AddRef()
 {
-    return ULONG(InterlockedIncrement(&m_refCount));
+    return static_cast<ULONG>(InterlockedIncrement(&m_refCount));
 }
 
 ULONG AudioCapture::Release()
@@ -202,5 +202,5 @@ ULONG AudioCapture::Release()
     const LONG count = InterlockedDecrement(&m_refCount);
     if (count == 0)
         deleteLater();
-    return ULONG(count);
+    return static_cast<ULONG>(count);
 }

@@ -259,8 +259,8 @@ HRESULT AudioCapture::initializeAligned()
         return hr;
     if (pwfx->nSamplesPerSec == 0)
         return AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED;
-    return tryInitialize(
-        REFERENCE_TIME(double(kBufferDuration) * frames / pwfx->nSamplesPerSec + 0.5));
+    return tryInitialize(static_cast<REFERENCE_TIME>(
+        static_cast<double>(kBufferDuration) * frames / pwfx->nSamplesPerSec + 0.5));
 }
 
 HRESULT AudioCapture::initializeWithRetries()

@@ -17,7 +17,8 @@ constexpr qint64 kLargestArrayBytes = std::numeric_limits<int>::max() - 64;
 
 int arraySize(quint32 frames, int bytesPerFrame)
 {
-    return int(qMin(qint64(frames) * qMax(bytesPerFrame, 0), kLargestArrayBytes));
+    return static_cast<int>(
+        qMin(static_cast<qint64>(frames) * qMax(bytesPerFrame, 0), kLargestArrayBytes));
 }
 
 /// A packet whose outside is zeros.
@@ -33,10 +34,10 @@ public:
     template <typename T> T at(qint64 offset) const
     {
         T value {};
-        if (offset + qint64(sizeof(T)) <= m_size)
+        if (offset + static_cast<qint64>(sizeof(T)) <= m_size)
             std::memcpy(&value, m_raw + offset, sizeof(T));
         else if (offset < m_size)
-            std::memcpy(&value, m_raw + offset, size_t(m_size - offset));
+            std::memcpy(&value, m_raw + offset, static_cast<size_t>(m_size - offset));
         return value;
     }
 
@@ -52,7 +53,7 @@ struct FloatRow {
         const float value = packet.at<float>(offset);
         if (std::isnan(value))
             return 0;
-        return qint16(double(qBound(-1.0F, value, 1.0F)) * 32767.0);
+        return static_cast<qint16>(static_cast<double>(qBound(-1.0F, value, 1.0F)) * 32767.0);
     }
 };
 
@@ -60,7 +61,7 @@ struct Int32Row {
     static constexpr int kBytes = 4;
     static qint16 sample(const Packet &packet, qint64 offset)
     {
-        return qint16(packet.at<qint32>(offset) >> 16);
+        return static_cast<qint16>(packet.at<qint32>(offset) >> 16);
     }
 };
 
@@ -69,7 +70,7 @@ struct Int24Row {
     static qint16 sample(const Packet &packet, qint64 offset)
     {
         // The top byte, sign-extended, is all that a shift by 16 leaves.
-        return qint16(packet.at<qint8>(offset + 2));
+        return static_cast<qint16>(packet.at<qint8>(offset + 2));
     }
 };
 
@@ -80,7 +81,7 @@ struct Int16Row {
 
 template <typename Row> void convert(const Packet &packet, quint32 frames, int channels, char *out)
 {
-    const qint64 stride = qint64(channels) * Row::kBytes;
+    const qint64 stride = static_cast<qint64>(channels) * Row::kBytes;
     const qint64 second = channels > 1 ? Row::kBytes : 0;
     for (quint32 i = 0; i < frames; ++i) {
         const qint64 offset = i * stride;
@@ -99,7 +100,7 @@ void copyPacket(QByteArray &raw, const void *packet, quint32 frames, int blockAl
     raw.resize(arraySize(frames, blockAlign));
     if (raw.isEmpty())
         return;
-    checkedCopy(raw.data(), size_t(raw.size()), packet);
+    checkedCopy(raw.data(), static_cast<size_t>(raw.size()), packet);
 }
 
 QByteArray toStereo16(const char *raw, qint64 size, quint32 frames, const SourceFormat &format)
@@ -109,11 +110,12 @@ QByteArray toStereo16(const char *raw, qint64 size, quint32 frames, const Source
         return QByteArray(resultSize, '\0');
     QByteArray result(resultSize, Qt::Uninitialized);
     const Packet packet(raw, size);
-    frames = quint32(result.size() / kBytesPerOutputFrame);
-    if (format.isFloat && format.channels == 2 && size >= qint64(frames) * 2 * FloatRow::kBytes) {
+    frames = static_cast<quint32>(result.size() / kBytesPerOutputFrame);
+    if (format.isFloat && format.channels == 2
+        && size >= static_cast<qint64>(frames) * 2 * FloatRow::kBytes) {
         static const FloatKernel kernel = floatKernel(vectorUnit());
         const RoundingTowardZero rounding;
-        kernel(raw, result.data(), int(frames) * 2);
+        kernel(raw, result.data(), static_cast<int>(frames) * 2);
     } else if (format.isFloat)
         convert<FloatRow>(packet, frames, format.channels, result.data());
     else if (format.bitsPerSample == 32)

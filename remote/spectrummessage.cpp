@@ -53,7 +53,7 @@ QChar *writeLevel(QChar *out, double level)
 
 int scaledBar(float bar)
 {
-    const float value = bar * float(kScale);
+    const float value = bar * static_cast<float>(kScale);
     if (std::isnan(value))
         return 0;
     // The largest integer is no float: 2^31, the next one up, is the first that does not fit.
@@ -61,7 +61,7 @@ int scaledBar(float bar)
         return std::numeric_limits<int>::max();
     if (value < -2147483648.0F)
         return std::numeric_limits<int>::min();
-    return int(value);
+    return static_cast<int>(value);
 }
 
 QChar *writeBar(QChar *out, float bar)
@@ -70,10 +70,10 @@ QChar *writeBar(QChar *out, float bar)
     if (value >= 0 && value < 1000) {
         // Nearly every bar is one of these.
         if (value >= 100)
-            *out++ = QLatin1Char(char('0' + value / 100));
+            *out++ = QLatin1Char(static_cast<char>('0' + value / 100));
         if (value >= 10)
-            *out++ = QLatin1Char(char('0' + value / 10 % 10));
-        *out++ = QLatin1Char(char('0' + value % 10));
+            *out++ = QLatin1Char(static_cast<char>('0' + value / 10 % 10));
+        *out++ = QLatin1Char(static_cast<char>('0' + value % 10));
         return out;
     }
     char text[12];
@@ -96,6 +96,6 @@ QString spectrumMessage(double rmsLevel, double peakLevel, double dynamicLevel, 
         out = writeLevel(writeSeparator(out), level);
     for (const float *bar = bars; bar != bars + barCount; ++bar)
         out = writeBar(writeSeparator(out), *bar);
-    message.truncate(int(out - begin));
+    message.truncate(static_cast<int>(out - begin));
     return message;
 }

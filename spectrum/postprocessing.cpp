@@ -29,7 +29,8 @@ public:
     {
         const auto bars = static_cast<qint64>(band.bars.size());
         if (bars > 0)
-            m_step = static_cast<double>((qint64(band.maxFrequency) - band.minFrequency) / bars);
+            m_step = static_cast<double>(
+                (static_cast<qint64>(band.maxFrequency) - band.minFrequency) / bars);
     }
 
     int indexOf(double frequency) const

@@ -126,7 +126,8 @@ void SpectrumAnalyserThread::windowChannel(int channel, const char *frames, int 
     }
     const char *samples = frames + channel * (bytesPerFrame / 2);
     for (int i = 0; i < m_numSamples; ++i) {
-        const auto value = qFromLittleEndian<qint16>(samples + qint64(i) * bytesPerFrame);
+        const auto value =
+            qFromLittleEndian<qint16>(samples + static_cast<qint64>(i) * bytesPerFrame);
         m_input[i] = static_cast<float>(value * kSampleScale) * m_window[i];
     }
 }

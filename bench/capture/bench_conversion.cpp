@@ -43,7 +43,7 @@ void memcpyAndScale(benchmark::State &state)
         std::memcpy(raw.data(), captured.data(), kSamples * sizeof(float));
         benchmark::ClobberMemory();
         for (int i = 0; i < kSamples; ++i)
-            scaled[std::size_t(i)] = raw[std::size_t(i)] * 32767.0F;
+            scaled[static_cast<std::size_t>(i)] = raw[static_cast<std::size_t>(i)] * 32767.0F;
         benchmark::ClobberMemory();
     }
 }

@@ -43,7 +43,7 @@ std::vector<float> bars()
 {
     std::vector<float> result(100);
     for (std::size_t i = 0; i < result.size(); ++i)
-        result[i] = float(i * i % 97) / 97.0F;
+        result[i] = static_cast<float>(i * i % 97) / 97.0F;
     return result;
 }
 
@@ -52,13 +52,13 @@ void spectrumMessageOf100Bars(benchmark::State &state)
     const std::vector<float> values = bars();
     const auto message = [&values] {
         benchmark::DoNotOptimize(
-            spectrumMessage(kRms, kPeak, kDynamic, values.data(), int(values.size())));
+            spectrumMessage(kRms, kPeak, kDynamic, values.data(), static_cast<int>(values.size())));
     };
     for (auto _ : state)
         message();
     const std::size_t before = s_allocations;
     message();
-    state.counters["allocations"] = double(s_allocations - before);
+    state.counters["allocations"] = static_cast<double>(s_allocations - before);
 }
 BENCHMARK(spectrumMessageOf100Bars)->Name("message/104_fields");
 
@@ -72,7 +72,7 @@ void plainNumbers(benchmark::State &state)
         for (const double level : {kRms, kPeak, kDynamic})
             out = std::to_chars(out, end, level * 400.0, std::chars_format::general, 6).ptr;
         for (const float value : values)
-            out = std::to_chars(out, end, int(value * 400.0F)).ptr;
+            out = std::to_chars(out, end, static_cast<int>(value * 400.0F)).ptr;
         benchmark::DoNotOptimize(buffer);
         benchmark::ClobberMemory();
     }

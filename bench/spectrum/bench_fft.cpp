@@ -39,7 +39,8 @@ Bins definition(const float *samples)
     Bins bins(kLength / 2 + 1);
     for (int k = 0; k <= kLength / 2; ++k) {
         for (int n = 0; n < kLength; ++n)
-            bins[std::size_t(k)] += double(samples[n]) * unit[std::size_t(k * n % kLength)];
+            bins[static_cast<std::size_t>(k)] +=
+                static_cast<double>(samples[n]) * unit[static_cast<std::size_t>(k * n % kLength)];
     }
     return bins;
 }
@@ -50,8 +51,8 @@ template <typename BinAt> double relativeRmsError(const float *samples, BinAt bi
     double error = 0.0;
     double power = 0.0;
     for (int k = 0; k <= kLength / 2; ++k) {
-        error += std::norm(std::complex<double>(binAt(k)) - expected[std::size_t(k)]);
-        power += std::norm(expected[std::size_t(k)]);
+        error += std::norm(std::complex<double>(binAt(k)) - expected[static_cast<std::size_t>(k)]);
+        power += std::norm(expected[static_cast<std::size_t>(k)]);
     }
     return std::sqrt(error / power);
 }
@@ -110,7 +111,8 @@ void kissfft(benchmark::State &state)
         benchmark::ClobberMemory();
     }
     state.counters["relative_rms_error"] = relativeRmsError(in.get(), [&](int k) {
-        return std::complex<float>(out[std::size_t(k)].r, out[std::size_t(k)].i);
+        return std::complex<float>(out[static_cast<std::size_t>(k)].r,
+                                   out[static_cast<std::size_t>(k)].i);
     });
     kiss_fftr_free(plan);
 }

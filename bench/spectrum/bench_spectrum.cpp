@@ -75,7 +75,8 @@ void twoTransforms(benchmark::State &state)
     std::vector<float> in(2048);
     std::vector<float> out(2048);
     std::mt19937 random(1);
-    std::generate(in.begin(), in.end(), [&] { return float(random() % 2000) / 1000 - 1.0F; });
+    std::generate(in.begin(), in.end(),
+                  [&] { return static_cast<float>(random() % 2000) / 1000 - 1.0F; });
     for (auto step : state) {
         fft.calculateFFT(out.data(), in.data());
         benchmark::ClobberMemory();

@@ -56,7 +56,7 @@ QString loudest(const QVector<int> &bars, int first)
 {
     const auto begin = bars.begin() + first;
     const auto bar = std::max_element(begin, begin + kSide);
-    return *bar > 0 ? QString::number(frequency(int(bar - bars.begin())), 'f', 0)
+    return *bar > 0 ? QString::number(frequency(static_cast<int>(bar - bars.begin())), 'f', 0)
                     : QStringLiteral("-");
 }
 

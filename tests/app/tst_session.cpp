@@ -125,14 +125,15 @@ void SessionTest::everyCode()
     QFETCH(QString, text);
     QFETCH(bool, restarts);
     MessageLog log;
-    QVERIFY(!m_widget->pass(WM_WTSSESSION_CHANGE, WPARAM(code)));
+    QVERIFY(!m_widget->pass(WM_WTSSESSION_CHANGE, static_cast<WPARAM>(code)));
     QVERIFY(m_widget->resultUntouched);
     QStringList expected;
     if (!text.isEmpty())
         expected.append(text);
     QCOMPARE(log.texts().mid(0, expected.size()), expected);
     for (const char *other : {"会话连接", "系统注销", "用户登录", "系统锁屏", "系统解锁"})
-        QCOMPARE(log.count(QString::fromUtf8(other)), int(text == QString::fromUtf8(other)));
+        QCOMPARE(log.count(QString::fromUtf8(other)),
+                 static_cast<int>(text == QString::fromUtf8(other)));
     QCOMPARE(logView(), restarts ? QStringLiteral("用户登录：重启服务") : QString());
     QCOMPARE(SpecEngine::instance()->isCapturing(), !restarts);
 }

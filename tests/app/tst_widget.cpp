@@ -257,11 +257,11 @@ void WidgetTest::tunesTheEngineAndSwitchesTheLogOff()
     QCOMPARE(SpecEnginePeer::smoothing(), 0.5);
     QCOMPARE(SpecEnginePeer::historyLength(), 10);
     QCOMPARE(SpecEnginePeer::quantile(), 0.1);
-    QCOMPARE(SpecEnginePeer::spectra().size(), std::size_t(1));
+    QCOMPARE(SpecEnginePeer::spectra().size(), static_cast<std::size_t>(1));
     const Spectrum &bars = *SpecEnginePeer::spectra().front();
     QCOMPARE(bars.minFrequency, -7000);
     QCOMPARE(bars.maxFrequency, 7000);
-    QCOMPARE(bars.bars.size(), std::size_t(100));
+    QCOMPARE(bars.bars.size(), static_cast<std::size_t>(100));
 
     // The log goes off after the start, the last step but the timer.
     m_widget.reset();
@@ -406,7 +406,7 @@ void WidgetTest::publishesOnAPreciseTimerOfTwentyMilliseconds()
     QElapsedTimer clock;
     clock.start();
     QTest::qWait(1000);
-    const double rate = sent.count() * 1000.0 / double(clock.elapsed());
+    const double rate = sent.count() * 1000.0 / static_cast<double>(clock.elapsed());
     QVERIFY2(rate > 10 && rate < 55, qPrintable(QString::number(rate)));
     const QStringList fields = sent.last().at(0).toString().split(QStringLiteral("/&+&/"));
     QCOMPARE(fields.size(), 104);

@@ -10,7 +10,7 @@ inline QString text(const char *utf8)
 
 inline QString hex(HRESULT code)
 {
-    return QString::number(quint64(qint64(code)), 16);
+    return QString::number(static_cast<quint64>(static_cast<qint64>(code)), 16);
 }
 
 /// The part of one thread, read from the front.
@@ -57,7 +57,7 @@ public:
             return {};
         if (nextIsCall(wanted))
             return take();
-        complain(QStringLiteral("expected call %1").arg(int(wanted)));
+        complain(QStringLiteral("expected call %1").arg(static_cast<int>(wanted)));
         FakeCallRecord none;
         none.result = E_UNEXPECTED;
         return none;
@@ -72,9 +72,10 @@ public:
             return;
         QString found = QStringLiteral("the end");
         if (!atEnd())
-            found = peek().call == FakeCall::Message
-                ? QStringLiteral("\"%1\"").arg(peek().text)
-                : QStringLiteral("call %1 (%2)").arg(int(peek().call)).arg(hex(peek().result));
+            found = peek().call == FakeCall::Message ? QStringLiteral("\"%1\"").arg(peek().text)
+                                                     : QStringLiteral("call %1 (%2)")
+                                                           .arg(static_cast<int>(peek().call))
+                                                           .arg(hex(peek().result));
         m_complaints.append(QStringLiteral("%1, found %2").arg(what, found));
     }
 

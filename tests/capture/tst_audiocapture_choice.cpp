@@ -31,7 +31,7 @@ void TestAudioCaptureChoice::followingUsesTheConsoleDefault()
     scene.capture->startCapture();
     QCOMPARE(scene.audio.calls(FakeCall::GetDefaultAudioEndpoint), before + 1);
     QCOMPARE(scene.audio.records(FakeCall::GetDefaultAudioEndpoint).last().argument,
-             qint64(eConsole));
+             static_cast<qint64>(eConsole));
     QVERIFY(scene.captures(kIdA));
     VERIFY_NOTHING_LEFT(scene);
 }
@@ -43,8 +43,8 @@ void TestAudioCaptureChoice::multimediaDefaultOnlyWhenConsoleFails()
     scene.audio.setDefault(eMultimedia, kIdB);
     scene.started();
     const auto calls = scene.audio.records(FakeCall::GetDefaultAudioEndpoint);
-    QCOMPARE(calls.at(calls.size() - 2).argument, qint64(eConsole));
-    QCOMPARE(calls.last().argument, qint64(eMultimedia));
+    QCOMPARE(calls.at(calls.size() - 2).argument, static_cast<qint64>(eConsole));
+    QCOMPARE(calls.last().argument, static_cast<qint64>(eMultimedia));
     QVERIFY(scene.captures(kIdB));
     VERIFY_NOTHING_LEFT(scene);
 }
@@ -116,9 +116,9 @@ void TestAudioCaptureChoice::absentOrUnpluggedDeviceFailsBeforeActivate_data()
 {
     QTest::addColumn<quint32>("state");
     QTest::addColumn<QString>("message");
-    QTest::newRow("absent") << quint32(DEVICE_STATE_NOTPRESENT)
+    QTest::newRow("absent") << static_cast<quint32>(DEVICE_STATE_NOTPRESENT)
                             << text("[Step 2a] 错误: 设备不存在");
-    QTest::newRow("unplugged") << quint32(DEVICE_STATE_UNPLUGGED)
+    QTest::newRow("unplugged") << static_cast<quint32>(DEVICE_STATE_UNPLUGGED)
                                << text("[Step 2a] 错误: 设备已拔出");
 }
 
@@ -170,8 +170,8 @@ void TestAudioCaptureChoice::activateTriesAllContextsSecond()
     QVERIFY(scene.log.contains(text("CLSCTX_INPROC_SERVER 失败，再试 CLSCTX_ALL")));
     const auto calls = scene.audio.records(FakeCall::Activate);
     QCOMPARE(calls.size(), 2);
-    QCOMPARE(calls.at(0).argument, qint64(CLSCTX_INPROC_SERVER));
-    QCOMPARE(calls.at(1).argument, qint64(CLSCTX_ALL));
+    QCOMPARE(calls.at(0).argument, static_cast<qint64>(CLSCTX_INPROC_SERVER));
+    QCOMPARE(calls.at(1).argument, static_cast<qint64>(CLSCTX_ALL));
     QVERIFY(scene.captures(kIdA));
     VERIFY_NOTHING_LEFT(scene);
 }
@@ -180,11 +180,13 @@ void TestAudioCaptureChoice::activateFailureHints_data()
 {
     QTest::addColumn<qint32>("code");
     QTest::addColumn<QString>("hint");
-    QTest::newRow("no interface") << qint32(E_NOINTERFACE)
+    QTest::newRow("no interface") << static_cast<qint32>(E_NOINTERFACE)
                                   << text("错误: 不支持此接口，可能是驱动不支持 WASAPI");
-    QTest::newRow("invalidated") << qint32(AUDCLNT_E_DEVICE_INVALIDATED) << text("错误: 设备无效");
-    QTest::newRow("no COM") << qint32(CO_E_NOTINITIALIZED) << text("错误: COM 未初始化");
-    QTest::newRow("other") << qint32(E_FAIL) << QString();
+    QTest::newRow("invalidated") << static_cast<qint32>(AUDCLNT_E_DEVICE_INVALIDATED)
+                                 << text("错误: 设备无效");
+    QTest::newRow("no COM") << static_cast<qint32>(CO_E_NOTINITIALIZED)
+                            << text("错误: COM 未初始化");
+    QTest::newRow("other") << static_cast<qint32>(E_FAIL) << QString();
 }
 
 void TestAudioCaptureChoice::activateFailureHints()
@@ -211,7 +213,7 @@ void TestAudioCaptureChoice::hexadecimalCodes()
 {
     QCOMPARE(hexCode(AUDCLNT_E_DEVICE_INVALIDATED), QStringLiteral("ffffffff88890004"));
     QCOMPARE(hexCode(S_FALSE), QStringLiteral("1"));
-    QCOMPARE(wasapiErrorText(HRESULT(0x88890FFFU)),
+    QCOMPARE(wasapiErrorText(static_cast<HRESULT>(0x88890FFFU)),
              QStringLiteral("Unknown error: 0xffffffff88890fff"));
 }
 

@@ -62,14 +62,16 @@ void TestAudioCaptureDevices::constructionOrder()
     Scene scene;
     scene.make();
     const auto calls = scene.audio.records();
-    QCOMPARE(int(calls.at(0).call), int(FakeCall::CreateEnumerator));
-    QCOMPARE(int(calls.at(1).call), int(FakeCall::Register));
-    QCOMPARE(int(calls.at(2).call), int(FakeCall::GetDefaultAudioEndpoint));
+    QCOMPARE(static_cast<int>(calls.at(0).call), static_cast<int>(FakeCall::CreateEnumerator));
+    QCOMPARE(static_cast<int>(calls.at(1).call), static_cast<int>(FakeCall::Register));
+    QCOMPARE(static_cast<int>(calls.at(2).call),
+             static_cast<int>(FakeCall::GetDefaultAudioEndpoint));
     QCOMPARE(scene.audio.registeredClients(), 1);
     QCOMPARE(scene.capture->currentDevice(), kFollow);
     QVERIFY(!scene.capture->isCapturing());
     VERIFY_NOTHING_LEFT(scene);
-    QCOMPARE(int(scene.audio.records().last().call), int(FakeCall::Unregister));
+    QCOMPARE(static_cast<int>(scene.audio.records().last().call),
+             static_cast<int>(FakeCall::Unregister));
 }
 
 void TestAudioCaptureDevices::noEnumerator_data()
@@ -158,10 +160,10 @@ void TestAudioCaptureDevices::withoutDefaultNothingIsMarked_data()
 {
     QTest::addColumn<int>("call");
     QTest::addColumn<bool>("nullSuccess");
-    QTest::newRow("no default") << int(FakeCall::GetDefaultAudioEndpoint) << false;
-    QTest::newRow("null default") << int(FakeCall::GetDefaultAudioEndpoint) << true;
-    QTest::newRow("no id") << int(FakeCall::GetId) << false;
-    QTest::newRow("null id") << int(FakeCall::GetId) << true;
+    QTest::newRow("no default") << static_cast<int>(FakeCall::GetDefaultAudioEndpoint) << false;
+    QTest::newRow("null default") << static_cast<int>(FakeCall::GetDefaultAudioEndpoint) << true;
+    QTest::newRow("no id") << static_cast<int>(FakeCall::GetId) << false;
+    QTest::newRow("null id") << static_cast<int>(FakeCall::GetId) << true;
 }
 
 void TestAudioCaptureDevices::withoutDefaultNothingIsMarked()
@@ -183,11 +185,11 @@ void TestAudioCaptureDevices::failedEnumerationLeavesOneEntry_data()
     QTest::addColumn<bool>("nullSuccess");
     QTest::addColumn<QString>("message");
     QTest::newRow("enumeration")
-        << int(FakeCall::EnumAudioEndpoints) << false
+        << static_cast<int>(FakeCall::EnumAudioEndpoints) << false
         << text("[flushDevices] EnumAudioEndpoints 失败, hr = ffffffff80004005");
-    QTest::newRow("null collection") << int(FakeCall::EnumAudioEndpoints) << true
+    QTest::newRow("null collection") << static_cast<int>(FakeCall::EnumAudioEndpoints) << true
                                      << text("[flushDevices] EnumAudioEndpoints 失败, hr = 0");
-    QTest::newRow("count") << int(FakeCall::CollectionGetCount) << false
+    QTest::newRow("count") << static_cast<int>(FakeCall::CollectionGetCount) << false
                            << text("[flushDevices] GetCount 失败, hr = ffffffff80004005");
 }
 
@@ -209,10 +211,11 @@ void TestAudioCaptureDevices::unreadableItemsAreSkipped_data()
     QTest::addColumn<int>("call");
     QTest::addColumn<int>("nth");
     QTest::addColumn<bool>("nullSuccess");
-    QTest::newRow("item") << int(FakeCall::CollectionItem) << 1 << false;
-    QTest::newRow("null item") << int(FakeCall::CollectionItem) << 1 << true;
-    QTest::newRow("id") << int(FakeCall::GetId) << 2 << false; // the first is the default's
-    QTest::newRow("null id") << int(FakeCall::GetId) << 2 << true;
+    QTest::newRow("item") << static_cast<int>(FakeCall::CollectionItem) << 1 << false;
+    QTest::newRow("null item") << static_cast<int>(FakeCall::CollectionItem) << 1 << true;
+    QTest::newRow("id") << static_cast<int>(FakeCall::GetId) << 2
+                        << false; // the first is the default's
+    QTest::newRow("null id") << static_cast<int>(FakeCall::GetId) << 2 << true;
 }
 
 void TestAudioCaptureDevices::unreadableItemsAreSkipped()
@@ -232,13 +235,14 @@ void TestAudioCaptureDevices::namesThatCannotBeRead_data()
     QTest::addColumn<int>("call");
     QTest::addColumn<bool>("nullSuccess");
     QTest::addColumn<QString>("message");
-    QTest::newRow("device") << int(FakeCall::GetDevice) << false << text("GetDevice");
-    QTest::newRow("null device") << int(FakeCall::GetDevice) << true << text("GetDevice");
-    QTest::newRow("store") << int(FakeCall::OpenPropertyStore) << false
+    QTest::newRow("device") << static_cast<int>(FakeCall::GetDevice) << false << text("GetDevice");
+    QTest::newRow("null device") << static_cast<int>(FakeCall::GetDevice) << true
+                                 << text("GetDevice");
+    QTest::newRow("store") << static_cast<int>(FakeCall::OpenPropertyStore) << false
                            << text("OpenPropertyStore");
-    QTest::newRow("null store") << int(FakeCall::OpenPropertyStore) << true
+    QTest::newRow("null store") << static_cast<int>(FakeCall::OpenPropertyStore) << true
                                 << text("OpenPropertyStore");
-    QTest::newRow("value") << int(FakeCall::GetValue) << false << text("GetValue");
+    QTest::newRow("value") << static_cast<int>(FakeCall::GetValue) << false << text("GetValue");
 }
 
 void TestAudioCaptureDevices::namesThatCannotBeRead()
@@ -309,15 +313,15 @@ void TestAudioCaptureDevices::referenceCount()
     // The registration holds one reference, the object itself another.
     Scene scene;
     AudioCapture &capture = scene.make();
-    QCOMPARE(capture.AddRef(), ULONG(3));
-    QCOMPARE(capture.Release(), ULONG(2));
+    QCOMPARE(capture.AddRef(), static_cast<ULONG>(3));
+    QCOMPARE(capture.Release(), static_cast<ULONG>(2));
     VERIFY_NOTHING_LEFT(scene);
 
     // The last release schedules the deletion.
     Scene other;
     other.audio.fail(FakeCall::CreateEnumerator, {E_FAIL});
     QPointer<AudioCapture> deleted = new AudioCapture;
-    QCOMPARE(deleted->Release(), ULONG(0));
+    QCOMPARE(deleted->Release(), static_cast<ULONG>(0));
     QVERIFY(deleted);
     QVERIFY(waitUntil([&] { return deleted.isNull(); }));
 }

@@ -44,7 +44,8 @@ void TestAudioCaptureInitialize::diagnosticLineOfTheMixFormat()
     QFETCH(QString, line);
     const DiagnosticLog diagnostics;
     Scene scene;
-    scene.audio.setFormat(kIdA, FakeAudio::plainFormat(WORD(tag), channels, bits, 44100));
+    scene.audio.setFormat(kIdA,
+                          FakeAudio::plainFormat(static_cast<WORD>(tag), channels, bits, 44100));
     scene.started();
     QVERIFY(scene.captures(kIdA));
     QCOMPARE(DiagnosticLog::lines().value(1), text("当前设备: 默认输出设备 | ") + line);
@@ -104,7 +105,7 @@ void TestAudioCaptureInitialize::transientInitializeSucceedsOnRetry()
     QVERIFY(!scene.log.contains(text("Initialize 失败")));
     for (const FakeCallRecord &call : scene.audio.records(FakeCall::Initialize)) {
         QVERIFY(call.argumentsRight);
-        QCOMPARE(call.argument, qint64(10'000'000));
+        QCOMPARE(call.argument, static_cast<qint64>(10'000'000));
     }
     QVERIFY(scene.captures(kIdA));
     VERIFY_NOTHING_LEFT(scene);
@@ -183,7 +184,7 @@ void TestAudioCaptureInitialize::unalignedBufferIsAskedForInWholeFrames()
     const auto calls = scene.audio.records(FakeCall::Initialize);
     QCOMPARE(calls.size(), 2);
     QCOMPARE(calls.at(0).client, calls.at(1).client);
-    QCOMPARE(calls.at(1).argument, qint64(101587)); // 448 / 44100 s = 101587.3 units
+    QCOMPARE(calls.at(1).argument, static_cast<qint64>(101587)); // 448 / 44100 s = 101587.3 units
     QVERIFY(calls.at(1).argumentsRight);
     QVERIFY(scene.log.contains(text("[Step 4c] Buffer 对齐问题，尝试调整...")));
     QVERIFY(!scene.log.contains(text("[Step 4d]")));
@@ -213,13 +214,13 @@ void TestAudioCaptureInitialize::announcedFormatIsStereoPcmAndWorkerGetsDeviceAl
     capture.startCapture();
     QCOMPARE(formats.size(), 1);
     const auto format = formats.first().first().value<WAVEFORMATEX>();
-    QCOMPARE(int(format.wFormatTag), 1);
-    QCOMPARE(int(format.nChannels), 2);
-    QCOMPARE(quint32(format.nSamplesPerSec), 96000U);
-    QCOMPARE(quint32(format.nAvgBytesPerSec), 384000U);
-    QCOMPARE(int(format.nBlockAlign), 4);
-    QCOMPARE(int(format.wBitsPerSample), 16);
-    QCOMPARE(int(format.cbSize), 0);
+    QCOMPARE(static_cast<int>(format.wFormatTag), 1);
+    QCOMPARE(static_cast<int>(format.nChannels), 2);
+    QCOMPARE(static_cast<quint32>(format.nSamplesPerSec), 96000U);
+    QCOMPARE(static_cast<quint32>(format.nAvgBytesPerSec), 384000U);
+    QCOMPARE(static_cast<int>(format.nBlockAlign), 4);
+    QCOMPARE(static_cast<int>(format.wBitsPerSample), 16);
+    QCOMPARE(static_cast<int>(format.cbSize), 0);
     QVERIFY(scene.captures(kIdA));
     QVERIFY(scene.log.contains(text(" blockAlign =24")));
     VERIFY_NOTHING_LEFT(scene);
@@ -243,10 +244,10 @@ void TestAudioCaptureInitialize::formatIsAnnouncedBeforeTheBufferSize()
 void TestAudioCaptureInitialize::successWithoutAnObjectFails_data()
 {
     QTest::addColumn<int>("call");
-    QTest::newRow("enumerator") << int(FakeCall::CreateEnumerator);
-    QTest::newRow("default endpoint") << int(FakeCall::GetDefaultAudioEndpoint);
-    QTest::newRow("activate") << int(FakeCall::Activate);
-    QTest::newRow("mix format") << int(FakeCall::GetMixFormat);
+    QTest::newRow("enumerator") << static_cast<int>(FakeCall::CreateEnumerator);
+    QTest::newRow("default endpoint") << static_cast<int>(FakeCall::GetDefaultAudioEndpoint);
+    QTest::newRow("activate") << static_cast<int>(FakeCall::Activate);
+    QTest::newRow("mix format") << static_cast<int>(FakeCall::GetMixFormat);
 }
 
 void TestAudioCaptureInitialize::successWithoutAnObjectFails()

@@ -112,9 +112,9 @@ void TestAudioCaptureNotifications::differentIdIsHandledAtOnce()
 void TestAudioCaptureNotifications::everyRoleCounts_data()
 {
     QTest::addColumn<int>("role");
-    QTest::newRow("console") << int(eConsole);
-    QTest::newRow("multimedia") << int(eMultimedia);
-    QTest::newRow("communications") << int(eCommunications);
+    QTest::newRow("console") << static_cast<int>(eConsole);
+    QTest::newRow("multimedia") << static_cast<int>(eMultimedia);
+    QTest::newRow("communications") << static_cast<int>(eCommunications);
 }
 
 void TestAudioCaptureNotifications::everyRoleCounts()

@@ -63,7 +63,8 @@ void TestCaptureAudioThreadReading::blocksAreEmittedBeforeTheBufferIsReturned()
     QFETCH(int, frames);
     Session session;
     for (int i = 0; i < 3; ++i)
-        session.scene.audio.push(kIdA, packet(UINT32(frames), QByteArray(frames * 8, '\0')));
+        session.scene.audio.push(kIdA,
+                                 packet(static_cast<UINT32>(frames), QByteArray(frames * 8, '\0')));
     std::atomic<int> early {0};
     std::atomic<int> late {0};
     connect(
@@ -140,7 +141,8 @@ void TestCaptureAudioThreadReading::packetIsOneBlock()
 {
     Session session;
     for (const UINT32 frames : {7U, 480U, 1U})
-        session.scene.audio.push(kIdA, packet(frames, QByteArray(int(frames) * 8, '\0')));
+        session.scene.audio.push(kIdA,
+                                 packet(frames, QByteArray(static_cast<int>(frames) * 8, '\0')));
     session.start(session.client(), 8);
     QCOMPARE(session.block(0).size(), 28);
     QCOMPARE(session.block(1).size(), 1920);
@@ -250,7 +252,7 @@ void TestCaptureAudioThreadReading::recoveryAfterFourHundredAndOne()
     while (calls.first().call != FakeCall::Stop)
         polls += calls.takeFirst().call == FakeCall::GetNextPacketSize ? 1 : 0;
     QCOMPARE(polls, 401);
-    QCOMPARE(int(calls.at(1).call), int(FakeCall::Start));
+    QCOMPARE(static_cast<int>(calls.at(1).call), static_cast<int>(FakeCall::Start));
     QVERIFY(calls.at(1).atMs - calls.at(0).atMs >= 19);
     QCOMPARE(session.errors.size(), 0);
     VERIFY_NOTHING_LEFT(session);

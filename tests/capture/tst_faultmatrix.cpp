@@ -166,7 +166,8 @@ QString describe(const Scenario &scenario, const Run &run)
     return QStringLiteral("%1, call %2 fails %3 with %4%5")
         .arg(QLatin1String(scenario.name))
         .arg(run.number)
-        .arg(QLatin1String(modes[int(run.mode)]), QString::number(quint32(run.fault.code), 16),
+        .arg(QLatin1String(modes[static_cast<int>(run.mode)]),
+             QString::number(static_cast<quint32>(run.fault.code), 16),
              run.fault.nullSuccess ? QStringLiteral(" and null") : QString());
 }
 
@@ -307,11 +308,11 @@ bool perform(const Scenario &scenario, const Run &run, int index, Complaints &co
 QList<FakeFault> everyFault()
 {
     QList<FakeFault> faults;
-    for (const HRESULT code :
-         {AUDCLNT_E_DEVICE_INVALIDATED, AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED,
-          AUDCLNT_E_EVENTHANDLE_NOT_SET, AUDCLNT_E_BUFFER_OPERATION_PENDING,
-          AUDCLNT_E_UNSUPPORTED_FORMAT, AUDCLNT_E_SERVICE_NOT_RUNNING, E_NOINTERFACE, E_POINTER,
-          E_FAIL, CO_E_NOTINITIALIZED, RPC_E_CHANGED_MODE, HRESULT(0x88890FFFU), S_FALSE})
+    for (const HRESULT code : {AUDCLNT_E_DEVICE_INVALIDATED, AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED,
+                               AUDCLNT_E_EVENTHANDLE_NOT_SET, AUDCLNT_E_BUFFER_OPERATION_PENDING,
+                               AUDCLNT_E_UNSUPPORTED_FORMAT, AUDCLNT_E_SERVICE_NOT_RUNNING,
+                               E_NOINTERFACE, E_POINTER, E_FAIL, CO_E_NOTINITIALIZED,
+                               RPC_E_CHANGED_MODE, static_cast<HRESULT>(0x88890FFFU), S_FALSE})
         faults.append({code, false});
     faults.append({S_OK, true});
     return faults;
@@ -351,7 +352,7 @@ int runScenario(const Scenario &scenario, int lanes)
             if (!scenario.begins)
                 continue;
             column({code, false}, Mode::SameKind, 1);
-            columns.back()->first = columns.back()->end = int(kind);
+            columns.back()->first = columns.back()->end = static_cast<int>(kind);
         }
     }
 
@@ -359,9 +360,9 @@ int runScenario(const Scenario &scenario, int lanes)
     std::atomic<int> runs {0};
     std::atomic<int> faulty {0};
     constexpr int kMostCalls = 300;
-    const int width = int(columns.size());
+    const int width = static_cast<int>(columns.size());
     runInLanes(lanes, kMostCalls * width, [&](int job) {
-        Column &mine = *columns[size_t(job % width)];
+        Column &mine = *columns[static_cast<size_t>(job % width)];
         const int number = mine.first + (job / width) * mine.step;
         if (number > mine.end)
             return;

@@ -91,7 +91,8 @@ private:
                 for (const FakeCallRecord &record : entry.world->timeline()) {
                     if (!isPoll(record))
                         std::printf("%lld %p %d %s\n", static_cast<long long>(record.atMs),
-                                    record.thread, int(record.call), qPrintable(record.text));
+                                    record.thread, static_cast<int>(record.call),
+                                    qPrintable(record.text));
                 }
                 std::fflush(stdout);
                 std::abort();
@@ -228,7 +229,7 @@ private:
     static void pause(QRandomGenerator &random)
     {
         static const int pauses[] = {0, 0, 1, 5, 20, 100, 300, 510, 700};
-        QThread::msleep(ulong(pauses[random.bounded(9)]));
+        QThread::msleep(static_cast<ulong>(pauses[random.bounded(9)]));
     }
 
     // --- threads of the audio system ------------------------------------------------------------
@@ -236,12 +237,12 @@ private:
     /// The default changes; what is told last is what is so.
     void changeDefaults(QRandomGenerator &random)
     {
-        for (int n = int(random.bounded(1, 4)); n > 0; --n) {
+        for (int n = static_cast<int>(random.bounded(1, 4)); n > 0; --n) {
             pause(random);
             const std::lock_guard<std::mutex> lock(m_order);
-            const int device = int(random.bounded(kDevices));
+            const int device = static_cast<int>(random.bounded(kDevices));
             if (m_present[device])
-                announceDefault(device, int(random.bounded(1, 4)));
+                announceDefault(device, static_cast<int>(random.bounded(1, 4)));
             if (random.bounded(3) == 0)
                 m_audio.notifyDefaultChanged(m_mic, eCapture);
         }
@@ -258,10 +259,10 @@ private:
     /// Devices go and come back.
     void changeDevices(QRandomGenerator &random)
     {
-        for (int n = int(random.bounded(0, 3)); n > 0; --n) {
+        for (int n = static_cast<int>(random.bounded(0, 3)); n > 0; --n) {
             pause(random);
             const std::lock_guard<std::mutex> lock(m_order);
-            const int device = int(random.bounded(kDevices));
+            const int device = static_cast<int>(random.bounded(kDevices));
             const int other = (device + 1) % kDevices;
             if (!m_present[device]) {
                 m_audio.setState(m_ids[device], DEVICE_STATE_ACTIVE);
@@ -289,9 +290,9 @@ private:
     {
         static const DWORD states[] = {DEVICE_STATE_ACTIVE, DEVICE_STATE_DISABLED,
                                        DEVICE_STATE_UNPLUGGED, DEVICE_STATE_ACTIVE, 0x10};
-        for (int n = int(random.bounded(0, 4)); n > 0; --n) {
+        for (int n = static_cast<int>(random.bounded(0, 4)); n > 0; --n) {
             pause(random);
-            const int device = int(random.bounded(kDevices + 1));
+            const int device = static_cast<int>(random.bounded(kDevices + 1));
             const QString id = device < kDevices ? m_ids[device] : m_mic;
             const DWORD state = states[random.bounded(5)];
             const auto tell = [&] { m_audio.notifyStateChanged(id, state); };
@@ -308,7 +309,7 @@ private:
 
     void actAsUser(QRandomGenerator &random)
     {
-        for (int n = int(random.bounded(1, 5)); n > 0; --n) {
+        for (int n = static_cast<int>(random.bounded(1, 5)); n > 0; --n) {
             static const int pauses[] = {0, 1, 10, 100, 400, 550};
             spin(pauses[random.bounded(6)]);
             switch (random.bounded(6)) {
@@ -336,7 +337,7 @@ private:
 
     void actFromElsewhere(QRandomGenerator &random)
     {
-        for (int n = int(random.bounded(0, 3)); n > 0; --n) {
+        for (int n = static_cast<int>(random.bounded(0, 3)); n > 0; --n) {
             pause(random);
             m_inForeignCall = true;
             if (m_foreignCallsEnd) {
@@ -370,7 +371,7 @@ private:
     QString someText(QRandomGenerator &random)
     {
         const auto entries = m_capture->devices();
-        const int choice = int(random.bounded(entries.size() + 2));
+        const int choice = static_cast<int>(random.bounded(entries.size() + 2));
         if (choice < entries.size())
             return entries.at(choice).name;
         return choice == entries.size() ? kFollow : QStringLiteral("Head"); // listed nowhere
@@ -408,7 +409,7 @@ private:
         const auto entries = m_capture->devices();
         if (entries.isEmpty())
             return;
-        const DeviceEntry entry = entries.at(int(m_random.bounded(entries.size())));
+        const DeviceEntry entry = entries.at(static_cast<int>(m_random.bounded(entries.size())));
         start("last choice", [&] { m_capture->setCurrentDevice(entry.name); });
         const bool reached = spinUntil(
             [&] {
@@ -551,7 +552,7 @@ private:
 int setting(int argc, char **argv, int index, const char *variable, int fallback)
 {
     if (argc > index)
-        return int(std::strtoul(argv[index], nullptr, 10));
+        return static_cast<int>(std::strtoul(argv[index], nullptr, 10));
     bool given = false;
     const int value = qEnvironmentVariableIntValue(variable, &given);
     return given ? value : fallback;
@@ -563,8 +564,9 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     const int sequences = setting(argc, argv, 1, "TONEWELL_FUZZ_SEQUENCES", 300);
-    const auto seed = quint32(setting(argc, argv, 2, "TONEWELL_FUZZ_SEED",
-                                      int(QRandomGenerator::global()->bounded(1U << 30))));
+    const auto seed = static_cast<quint32>(
+        setting(argc, argv, 2, "TONEWELL_FUZZ_SEED",
+                static_cast<int>(QRandomGenerator::global()->bounded(1U << 30))));
     const int lanes = setting(argc, argv, 3, "TONEWELL_FUZZ_LANES", 64);
     std::printf("%d sequences from seed %u on\n", sequences, seed);
     std::fflush(stdout);
@@ -578,7 +580,7 @@ int main(int argc, char **argv)
     QElapsedTimer clock;
     clock.start();
     runInLanes(lanes, sequences, [&](int job) {
-        const quint32 own = seed + quint32(job);
+        const quint32 own = seed + static_cast<quint32>(job);
         complaints.add(QStringLiteral("sequence %1").arg(own), Sequence(own).run());
     });
     const int settled = s_counts.settled;
@@ -590,7 +592,7 @@ int main(int argc, char **argv)
         "%s%s%d sequences in %.1f s; %d came to rest: capture was wanted in %d, of the default "
         "in %d, of a chosen device in %d\n",
         qPrintable(complaints.summary()), complaints.summary().isEmpty() ? "" : "\n", sequences,
-        double(clock.elapsed()) / 1000, settled, s_counts.wanted.load(), s_counts.followed.load(),
-        s_counts.chosen.load());
+        static_cast<double>(clock.elapsed()) / 1000, settled, s_counts.wanted.load(),
+        s_counts.followed.load(), s_counts.chosen.load());
     return complaints.summary().isEmpty() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -16,7 +16,9 @@ using Bytes = QByteArray;
 /// A byte of the packet, 0 outside.
 quint32 byteAt(const Bytes &packet, qint64 offset)
 {
-    return offset >= 0 && offset < packet.size() ? quint8(packet.at(int(offset))) : 0U;
+    return offset >= 0 && offset < packet.size()
+        ? static_cast<quint8>(packet.at(static_cast<int>(offset)))
+        : 0U;
 }
 
 quint32 wordAt(const Bytes &packet, qint64 offset, int bytes)
@@ -36,17 +38,19 @@ int referenceSample(const Bytes &packet, qint64 frame, int channel, const Source
         std::memcpy(&value, &bits, sizeof(value));
         if (value != value)
             return 0;
-        const double clamped = value > 1.0F ? 1.0 : value < -1.0F ? -1.0 : double(value);
-        return int(std::trunc(clamped * 32767.0));
+        const double clamped = value > 1.0F ? 1.0
+            : value < -1.0F                 ? -1.0
+                                            : static_cast<double>(value);
+        return static_cast<int>(std::trunc(clamped * 32767.0));
     }
     if (format.bitsPerSample == 32)
-        return int(qint32(wordAt(packet, element * 4, 4)) >> 16);
+        return static_cast<int>(static_cast<qint32>(wordAt(packet, element * 4, 4)) >> 16);
     if (format.bitsPerSample == 24) {
         const quint32 bits = wordAt(packet, element * 3, 3);
-        const qint32 value = qint32(bits << 8) >> 8;
+        const qint32 value = static_cast<qint32>(bits << 8) >> 8;
         return value >> 16;
     }
-    return int(qint16(wordAt(packet, element * 2, 2)));
+    return static_cast<int>(static_cast<qint16>(wordAt(packet, element * 2, 2)));
 }
 
 Bytes reference(const Bytes &packet, quint32 frames, const SourceFormat &format)
@@ -60,8 +64,8 @@ Bytes reference(const Bytes &packet, quint32 frames, const SourceFormat &format)
             right = format.channels > 1 ? referenceSample(packet, i, 1, format) : left;
         }
         for (const int sample : {left, right}) {
-            result.append(char(sample & 0xFF));
-            result.append(char((sample >> 8) & 0xFF));
+            result.append(static_cast<char>(sample & 0xFF));
+            result.append(static_cast<char>((sample >> 8) & 0xFF));
         }
     }
     return result;
@@ -70,16 +74,16 @@ Bytes reference(const Bytes &packet, quint32 frames, const SourceFormat &format)
 /// The conversion of bytes whose neighbours on both sides cannot be read.
 Bytes convertGuarded(const Bytes &packet, quint32 frames, const SourceFormat &format)
 {
-    const GuardedMemory memory(size_t(packet.size()));
+    const GuardedMemory memory(static_cast<size_t>(packet.size()));
     std::memcpy(memory.data(), packet.constData(), memory.size());
-    return toStereo16(memory.data(), qint64(memory.size()), frames, format);
+    return toStereo16(memory.data(), static_cast<qint64>(memory.size()), frames, format);
 }
 
 Bytes randomPacket(QRandomGenerator &random, int size)
 {
     Bytes packet(size, '\0');
     for (char &byte : packet)
-        byte = char(random.generate());
+        byte = static_cast<char>(random.generate());
     // Values that a random pattern seldom hits.
     const float special[] = {0.0F,
                              -0.0F,
@@ -165,7 +169,7 @@ void TestSampleConversion::floatSamples()
 {
     QFETCH(float, input);
     QFETCH(int, output);
-    QCOMPARE(int(left(toStereo16(bytesOf({input, 0.0F}), 1, {2, 32, true}))), output);
+    QCOMPARE(static_cast<int>(left(toStereo16(bytesOf({input, 0.0F}), 1, {2, 32, true}))), output);
 }
 
 void TestSampleConversion::twentyFourBitSamples_data()
@@ -185,15 +189,16 @@ void TestSampleConversion::twentyFourBitSamples()
     QFETCH(int, output);
     const Bytes packet = bytesOf({input}).left(3) + bytesOf({0x7F0000}).left(3);
     const Bytes stereo = toStereo16(packet, 1, {2, 24, false});
-    QCOMPARE(int(left(stereo)), output);
-    QCOMPARE(int(left(stereo.mid(2))), 127); // the second channel, three bytes on
+    QCOMPARE(static_cast<int>(left(stereo)), output);
+    QCOMPARE(static_cast<int>(left(stereo.mid(2))), 127); // the second channel, three bytes on
 }
 
 void TestSampleConversion::thirtyTwoBitSamples()
 {
-    const Bytes stereo = toStereo16(bytesOf({0x12345678, int(0x80000000)}), 1, {2, 32, false});
-    QCOMPARE(int(left(stereo)), 0x1234);
-    QCOMPARE(int(left(stereo.mid(2))), -32768);
+    const Bytes stereo =
+        toStereo16(bytesOf({0x12345678, static_cast<int>(0x80000000)}), 1, {2, 32, false});
+    QCOMPARE(static_cast<int>(left(stereo)), 0x1234);
+    QCOMPARE(static_cast<int>(left(stereo.mid(2))), -32768);
 }
 
 void TestSampleConversion::sixteenBitSamplesAreCopied()
@@ -219,7 +224,8 @@ void TestSampleConversion::noChannelsGiveZeros()
 void TestSampleConversion::floatBeatsTheDepth()
 {
     for (const int bits : {8, 16, 24, 32, 64})
-        QCOMPARE(int(left(toStereo16(bytesOf({1.0F, 1.0F}), 1, {2, bits, true}))), 32767);
+        QCOMPARE(static_cast<int>(left(toStereo16(bytesOf({1.0F, 1.0F}), 1, {2, bits, true}))),
+                 32767);
 }
 
 void TestSampleConversion::tableAgainstTheReference()
@@ -235,7 +241,8 @@ void TestSampleConversion::tableAgainstTheReference()
                 const int right = channels * bits / 8;
                 for (const int blockAlign : {right, right + 1, right / 2, 1, 3, 64, 0}) {
                     for (const quint32 frames : {0U, 1U, 2U, 7U, 33U}) {
-                        const Bytes packet = randomPacket(random, int(frames) * blockAlign);
+                        const Bytes packet =
+                            randomPacket(random, static_cast<int>(frames) * blockAlign);
                         QCOMPARE(convertGuarded(packet, frames, format),
                                  reference(packet, frames, format));
                         QCOMPARE(toStereo16(packet, frames, format),
@@ -253,10 +260,10 @@ void TestSampleConversion::tableAgainstTheReference()
 void TestSampleConversion::floatKernels_data()
 {
     QTest::addColumn<int>("unit");
-    QTest::newRow("plain") << int(VectorUnit::None);
+    QTest::newRow("plain") << static_cast<int>(VectorUnit::None);
     for (const VectorUnit unit : {VectorUnit::Sse2, VectorUnit::Avx2Fma}) {
         if (vectorUnit() >= unit)
-            QTest::newRow(unit == VectorUnit::Sse2 ? "SSE2" : "AVX2") << int(unit);
+            QTest::newRow(unit == VectorUnit::Sse2 ? "SSE2" : "AVX2") << static_cast<int>(unit);
     }
 }
 
@@ -271,7 +278,8 @@ void TestSampleConversion::floatKernels()
         for (int offset = 0; offset < 5; ++offset) {
             Bytes floats(4 * count, '\0');
             for (int i = 0; i < count; ++i) {
-                float value = float(int(random.bounded(65536)) - 32768) / 32767.0F;
+                float value =
+                    static_cast<float>(static_cast<int>(random.bounded(65536)) - 32768) / 32767.0F;
                 if (i % 3 == 1)
                     value = std::nextafter(value, random.bounded(2) ? 2.0F : -2.0F);
                 else if (i % 3 == 2) {
@@ -287,7 +295,7 @@ void TestSampleConversion::floatKernels()
                 kernel(packet.constData() + offset, samples.data() + offset, count);
             }
             for (int i = 0; i < count; ++i)
-                QCOMPARE(int(qint16(wordAt(samples, offset + 2 * i, 2))),
+                QCOMPARE(static_cast<int>(static_cast<qint16>(wordAt(samples, offset + 2 * i, 2))),
                          referenceSample(floats, i, 0, mono));
             QCOMPARE(samples.left(offset), Bytes(offset, 'x'));
             QCOMPARE(samples.mid(offset + 2 * count), Bytes(offset, 'x'));
@@ -314,8 +322,8 @@ void TestSampleConversion::conversionLeavesTheRoundingModeAlone()
 {
     toStereo16(Bytes(8 * 480, '\x3f'), 480, {2, 32, true});
     volatile float three = 3.0F;
-    QCOMPARE(double(2.0F / three), double(0.666666687F)); // rounded up
-    QCOMPARE(double(-2.0F / three), double(-0.666666687F));
+    QCOMPARE(static_cast<double>(2.0F / three), static_cast<double>(0.666666687F)); // rounded up
+    QCOMPARE(static_cast<double>(-2.0F / three), static_cast<double>(-0.666666687F));
 }
 
 void TestSampleConversion::packetCopies()
@@ -340,10 +348,11 @@ void TestSampleConversion::packetCopyEndsAtThePacket()
     Bytes raw;
     for (const int blockAlign : {1, 3, 6, 8, 48}) {
         for (const quint32 frames : {1U, 7U, 480U, 4801U}) {
-            const GuardedMemory memory(size_t(frames) * size_t(blockAlign));
+            const GuardedMemory memory(static_cast<size_t>(frames)
+                                       * static_cast<size_t>(blockAlign));
             std::memset(memory.data(), 0x5A, memory.size());
             copyPacket(raw, memory.data(), frames, blockAlign);
-            QCOMPARE(raw, Bytes(int(memory.size()), '\x5A'));
+            QCOMPARE(raw, Bytes(static_cast<int>(memory.size()), '\x5A'));
         }
     }
 }

@@ -58,7 +58,7 @@ void TestStartFailure::errorTexts()
 {
     QFETCH(quint32, code);
     QFETCH(QString, expected);
-    QCOMPARE(wasapiErrorText(HRESULT(code)), expected);
+    QCOMPARE(wasapiErrorText(static_cast<HRESULT>(code)), expected);
 }
 
 void TestStartFailure::successCodesDoNothing()

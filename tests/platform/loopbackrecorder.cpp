@@ -62,7 +62,8 @@ HRESULT LoopbackRecorder::record(int milliseconds)
         if (FAILED(hr))
             return hr;
         const auto *const samples = reinterpret_cast<const float *>(data);
-        m_samples.insert(m_samples.end(), samples, samples + std::size_t(frames) * channels());
+        m_samples.insert(m_samples.end(), samples,
+                         samples + static_cast<std::size_t>(frames) * channels());
         m_discontinuities += (flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY) != 0;
         hr = m_capture->ReleaseBuffer(frames);
         if (FAILED(hr))
@@ -93,8 +94,9 @@ double LoopbackRecorder::amplitude(int channel, double frequency) const
     double sum = 0;
     for (int i = 0; i < count; ++i) {
         const double window = 0.5 - 0.5 * std::cos(2 * M_PI * (i + 0.5) / count);
-        const double sample =
-            double(m_samples[std::size_t(i) * std::size_t(channels()) + std::size_t(channel)]);
+        const double sample = static_cast<double>(
+            m_samples[static_cast<std::size_t>(i) * static_cast<std::size_t>(channels())
+                      + static_cast<std::size_t>(channel)]);
         const double angle = 2 * M_PI * frequency * i / rate();
         real += window * sample * std::cos(angle);
         imaginary -= window * sample * std::sin(angle);
@@ -106,7 +108,8 @@ double LoopbackRecorder::amplitude(int channel, double frequency) const
 double LoopbackRecorder::peak(int channel) const
 {
     double result = 0;
-    for (std::size_t i = std::size_t(channel); i < m_samples.size(); i += std::size_t(channels()))
-        result = std::max(result, std::fabs(double(m_samples[i])));
+    for (std::size_t i = static_cast<std::size_t>(channel); i < m_samples.size();
+         i += static_cast<std::size_t>(channels()))
+        result = std::max(result, std::fabs(static_cast<double>(m_samples[i])));
     return result;
 }

@@ -25,9 +25,9 @@ public:
     HRESULT waitForSound();
 
     void forget() { m_samples.clear(); }
-    int frames() const { return int(m_samples.size()) / channels(); }
+    int frames() const { return static_cast<int>(m_samples.size()) / channels(); }
     int channels() const { return m_format.Format.nChannels; }
-    int rate() const { return int(m_format.Format.nSamplesPerSec); }
+    int rate() const { return static_cast<int>(m_format.Format.nSamplesPerSec); }
     DWORD mask() const { return m_format.dwChannelMask; }
 
     /// The amplitude of that frequency in what was recorded of a channel.

@@ -147,7 +147,7 @@ void ConsumerGuardTest::aConsumerThatAnnouncesTooMuchIsDropped()
     QVERIFY(socket);
     QTRY_COMPARE_WITH_TIMEOUT(sockets().size(), 1, kPatienceMs);
     QByteArray bytes;
-    QDataStream(&bytes, QIODevice::WriteOnly) << quint32(0x7FFFFFFF);
+    QDataStream(&bytes, QIODevice::WriteOnly) << static_cast<quint32>(0x7FFFFFFF);
     socket->write(bytes + QByteArray(8 * ConsumerGuard::kLimitBytes, 'x'));
     qint64 most = 0;
     const auto gone = [&] {

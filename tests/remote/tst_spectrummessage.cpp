@@ -28,7 +28,8 @@ QString plainMessage(double rms, double peak, double dynamic, const QVector<floa
     for (const double level : {rms, peak, dynamic})
         text += QStringLiteral("/&+&/") + QString::number(level * 400.0, 'g', 6);
     for (const float bar : bars)
-        text += QStringLiteral("/&+&/") + QString::number(int(bar * 400.0F), 10).left(4);
+        text +=
+            QStringLiteral("/&+&/") + QString::number(static_cast<int>(bar * 400.0F), 10).left(4);
     return text;
 }
 
@@ -178,9 +179,9 @@ void SpectrumMessageTest::equalsThePlainMessageForRandomValues()
 {
     QRandomGenerator random(20240607);
     for (int i = 0; i < 20000; ++i) {
-        QVector<float> bars(int(random.bounded(12)));
+        QVector<float> bars(static_cast<int>(random.bounded(12)));
         for (float &bar : bars)
-            bar = float((random.generateDouble() - 0.3) * (i % 5 ? 1.2 : 200.0));
+            bar = static_cast<float>((random.generateDouble() - 0.3) * (i % 5 ? 1.2 : 200.0));
         const double rms = random.generateDouble();
         const double peak = random.generateDouble() * 1e-6;
         const double dynamic = (random.generateDouble() - 0.5) * 1e9;
@@ -195,7 +196,7 @@ void SpectrumMessageTest::equalsThePlainMessageForTies()
     int ties = 0;
     for (int i = 0; i < 4000; ++i) {
         const double value = 100000.5 + i * 225;
-        ties += int(value / 400.0 * 400.0 == value);
+        ties += static_cast<int>(value / 400.0 * 400.0 == value);
         QCOMPARE(levelField(value / 400.0), QString::number(value / 400.0 * 400.0, 'g', 6));
         QCOMPARE(levelField(-i / 16384.0), QString::number(-i / 16384.0 * 400.0, 'g', 6));
     }

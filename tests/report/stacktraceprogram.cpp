@@ -52,7 +52,8 @@ BOOL walk(DWORD machine, HANDLE process, HANDLE thread, STACKFRAME64 *frame, PVO
     }
     if (s_way == "failing-walk" || (s_way == "thirteen" && s_frames == 13))
         return FALSE;
-    frame->AddrPC.Offset = s_way == "zero" && s_frames == 2 ? 0 : 0x1000 + DWORD64(s_frames);
+    frame->AddrPC.Offset =
+        s_way == "zero" && s_frames == 2 ? 0 : 0x1000 + static_cast<DWORD64>(s_frames);
     ++s_frames;
     return TRUE;
 }

@@ -268,14 +268,15 @@ void TestAudioServiceDiagnostics::managerOpensOnlyTheFirstTime()
 {
     fakeHost().managerOpens = [](int time) { return time == 1; };
     QCOMPARE(serviceBlock(), kRunning);
-    QCOMPARE(fakeHost().lastServiceAccess, DWORD(SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
+    QCOMPARE(fakeHost().lastServiceAccess,
+             static_cast<DWORD>(SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
 }
 
 void TestAudioServiceDiagnostics::audioServiceNotFound()
 {
     fakeHost().serviceOpens = [](const wchar_t *name) { return !isAudio(name); };
     QCOMPARE(serviceBlock(), QStringLiteral("  Audiosrv Service: Not found\n") + kBuilderRunning);
-    QCOMPARE(fakeHost().lastServiceAccess, DWORD(SERVICE_QUERY_STATUS));
+    QCOMPARE(fakeHost().lastServiceAccess, static_cast<DWORD>(SERVICE_QUERY_STATUS));
 }
 
 void TestAudioServiceDiagnostics::audioServiceQueryFails()

@@ -296,7 +296,7 @@ void TestErrorReportDialog::closeButtonEndsExec()
 {
     m_dialog->hide();
     QTimer::singleShot(0, this, [this] { press(m_dialog, QStringLiteral("关闭")); });
-    QCOMPARE(m_dialog->exec(), int(QDialog::Accepted));
+    QCOMPARE(m_dialog->exec(), static_cast<int>(QDialog::Accepted));
     QVERIFY(!m_dialog->isVisible());
 }
 
@@ -304,7 +304,7 @@ void TestErrorReportDialog::windowCloseEndsExec()
 {
     m_dialog->hide();
     QTimer::singleShot(0, this, [this] { m_dialog->close(); });
-    QCOMPARE(m_dialog->exec(), int(QDialog::Rejected));
+    QCOMPARE(m_dialog->exec(), static_cast<int>(QDialog::Rejected));
     QVERIFY(!m_dialog->isVisible());
 }
 

@@ -68,7 +68,10 @@ public:
     AudioCapture &capture() const { return m_engine->m_audioCapture; }
     const std::vector<Spectrum *> &bands() const { return m_engine->m_spectra; }
     const FrequencySpectrum &spectrum() const { return m_engine->m_spectrum; }
-    QByteArray filled() const { return m_engine->m_buffer.left(int(m_engine->m_bufferPosition)); }
+    QByteArray filled() const
+    {
+        return m_engine->m_buffer.left(static_cast<int>(m_engine->m_bufferPosition));
+    }
     int bufferSize() const { return m_engine->m_buffer.size(); }
     qint64 bufferLength() const { return m_engine->m_bufferLength; }
     qint64 bufferPosition() const { return m_engine->m_bufferPosition; }

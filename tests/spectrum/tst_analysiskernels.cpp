@@ -23,8 +23,8 @@ float windowed(const char *frames, int channel, int i, float weight)
 
 double level(float re, float im)
 {
-    const double x = double(re);
-    const double y = double(im);
+    const double x = static_cast<double>(re);
+    const double y = static_cast<double>(im);
     return std::log(std::sqrt(x * x + y * y)) * 0.15;
 }
 
@@ -75,10 +75,10 @@ void TestAnalysisKernels::windowMatchesItsTwinAtEveryLengthAndAlignment()
     std::mt19937 random(1);
     std::vector<char> bytes(4 * kLongest + 8);
     for (char &byte : bytes)
-        byte = char(random());
+        byte = static_cast<char>(random());
     std::vector<float> window(kLongest + 8);
     for (float &weight : window)
-        weight = float(random() % 1000) / 999.0F;
+        weight = static_cast<float>(random() % 1000) / 999.0F;
 
     for (int offset = 0; offset < 8; ++offset) {
         for (int count = 0; count <= kLongest; ++count) {
@@ -86,11 +86,12 @@ void TestAnalysisKernels::windowMatchesItsTwinAtEveryLengthAndAlignment()
                 std::vector<float> out(kLongest + 9, 7.0F);
                 const char *frames = bytes.data() + offset;
                 windowStereo(frames, channel, window.data() + offset, out.data() + offset, count);
-                for (int i = 0; i < int(out.size()); ++i) {
+                for (int i = 0; i < static_cast<int>(out.size()); ++i) {
                     const int at = i - offset;
                     const bool inside = at >= 0 && at < count;
-                    QCOMPARE(out[std::size_t(i)],
-                             inside ? twin::windowed(frames, channel, at, window[std::size_t(i)])
+                    QCOMPARE(out[static_cast<std::size_t>(i)],
+                             inside ? twin::windowed(frames, channel, at,
+                                                     window[static_cast<std::size_t>(i)])
                                     : 7.0F);
                 }
             }
@@ -123,13 +124,14 @@ void TestAnalysisKernels::levelsMatchTheirTwinAtEveryLengthAndAlignment()
             const float *re = values.data() + offset;
             const float *im = re + kLongest + 1;
             logarithmicLevels(re, im, levels.data() + offset, count);
-            for (int i = 0; i < int(levels.size()); ++i) {
+            for (int i = 0; i < static_cast<int>(levels.size()); ++i) {
                 const int at = i - offset;
                 if (at < 0 || at >= count)
-                    QCOMPARE(levels[std::size_t(i)], 7.0);
+                    QCOMPARE(levels[static_cast<std::size_t>(i)], 7.0);
                 else
-                    QVERIFY(std::fabs(levels[std::size_t(i)] - twin::level(re[at], im[at]))
-                            <= 5e-16);
+                    QVERIFY(
+                        std::fabs(levels[static_cast<std::size_t>(i)] - twin::level(re[at], im[at]))
+                        <= 5e-16);
             }
         }
     }
@@ -148,7 +150,7 @@ void TestAnalysisKernels::levelsMatchTheirTwinOverAllMagnitudes()
             re[i] = static_cast<float>(std::exp(exponent(random) * (run % 2 ? 1.0 : 0.1)));
             im[i] = run % 3 == 0 ? 0.0F : static_cast<float>(-std::exp(0.1 * exponent(random)));
         }
-        logarithmicLevels(re.data(), im.data(), levels.data(), int(re.size()));
+        logarithmicLevels(re.data(), im.data(), levels.data(), static_cast<int>(re.size()));
         for (std::size_t i = 0; i < re.size(); ++i) {
             const double expected = twin::level(re[i], im[i]);
             // Within 5e-16 where it counts, 0 to 1, and as many digits elsewhere.
@@ -169,7 +171,7 @@ void TestAnalysisKernels::levelsNearOneAreAccurate()
         }
         const std::vector<float> im(re.size(), 0.0F);
         std::vector<double> levels(re.size());
-        logarithmicLevels(re.data(), im.data(), levels.data(), int(re.size()));
+        logarithmicLevels(re.data(), im.data(), levels.data(), static_cast<int>(re.size()));
         for (std::size_t i = 0; i < re.size(); ++i) {
             QVERIFY(std::fabs(levels[i] - twin::level(re[i], 0.0F)) <= 5e-16);
             QCOMPARE(levels[i] > 0.0, twin::level(re[i], 0.0F) > 0.0);

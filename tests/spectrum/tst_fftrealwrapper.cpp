@@ -65,7 +65,7 @@ double relativeRmsError(const Block &out, const std::vector<double> &expected)
     double error = 0.0;
     double power = 0.0;
     for (std::size_t i = 0; i < expected.size(); ++i) {
-        error += std::pow(double(out[i]) - expected[i], 2);
+        error += std::pow(static_cast<double>(out[i]) - expected[i], 2);
         power += std::pow(expected[i], 2);
     }
     return std::sqrt(error / power);
@@ -100,11 +100,11 @@ private:
 void TestFFTRealWrapper::initTestCase_data()
 {
     QTest::addColumn<int>("unit");
-    QTest::newRow("portable") << int(VectorUnit::None);
+    QTest::newRow("portable") << static_cast<int>(VectorUnit::None);
     if (fftKernel(VectorUnit::Sse2) && vectorUnit() >= VectorUnit::Sse2)
-        QTest::newRow("SSE2") << int(VectorUnit::Sse2);
+        QTest::newRow("SSE2") << static_cast<int>(VectorUnit::Sse2);
     if (fftKernel(VectorUnit::Avx2Fma) && vectorUnit() >= VectorUnit::Avx2Fma)
-        QTest::newRow("AVX2") << int(VectorUnit::Avx2Fma);
+        QTest::newRow("AVX2") << static_cast<int>(VectorUnit::Avx2Fma);
 }
 
 void TestFFTRealWrapper::wrapperTakesTheBestKernel()
@@ -155,7 +155,8 @@ void TestFFTRealWrapper::cosineGivesItsRealPart()
         transformed(blockOf([k](int n) { return std::cos(2.0 * kPi * k * n / kLength); }));
     for (int i = 0; i < kLength; ++i) {
         const float expected = i == k ? 1024.0F : 0.0F;
-        QVERIFY2(std::fabs(out[std::size_t(i)] - expected) < 1e-3F, qPrintable(QString::number(i)));
+        QVERIFY2(std::fabs(out[static_cast<std::size_t>(i)] - expected) < 1e-3F,
+                 qPrintable(QString::number(i)));
     }
 }
 
@@ -171,7 +172,8 @@ void TestFFTRealWrapper::sineGivesItsImaginaryPart()
         transformed(blockOf([k](int n) { return std::sin(2.0 * kPi * k * n / kLength); }));
     for (int i = 0; i < kLength; ++i) {
         const float expected = i == 1024 + k ? -1024.0F : 0.0F;
-        QVERIFY2(std::fabs(out[std::size_t(i)] - expected) < 1e-3F, qPrintable(QString::number(i)));
+        QVERIFY2(std::fabs(out[static_cast<std::size_t>(i)] - expected) < 1e-3F,
+                 qPrintable(QString::number(i)));
     }
 }
 
@@ -195,18 +197,21 @@ void TestFFTRealWrapper::everySingleSampleTransformsExactly()
     Block out(kLength);
     double worst = 0.0;
     for (int n = 0; n < kLength; ++n) {
-        in[std::size_t(n)] = 1.0F;
+        in[static_cast<std::size_t>(n)] = 1.0F;
         fft.transform(out.data(), in.data());
-        in[std::size_t(n)] = 0.0F;
+        in[static_cast<std::size_t>(n)] = 0.0F;
         for (int k = 0; k <= kLength / 2; ++k)
-            worst = std::fmax(
-                worst,
-                std::fabs(double(out[std::size_t(k)]) - cosine[std::size_t(k * n % kLength)]));
+            worst = std::fmax(worst,
+                              std::fabs(static_cast<double>(out[static_cast<std::size_t>(k)])
+                                        - cosine[static_cast<std::size_t>(k * n % kLength)]));
         for (int k = 1; k < kLength / 2; ++k) {
             // -sin(x) is cos(x + pi/2).
-            const double expected = cosine[std::size_t((k * n + kLength / 4) % kLength)];
-            worst =
-                std::fmax(worst, std::fabs(double(out[std::size_t(kLength / 2 + k)]) - expected));
+            const double expected =
+                cosine[static_cast<std::size_t>((k * n + kLength / 4) % kLength)];
+            worst = std::fmax(
+                worst,
+                std::fabs(static_cast<double>(out[static_cast<std::size_t>(kLength / 2 + k)])
+                          - expected));
         }
     }
     QVERIFY2(worst < 5e-7, qPrintable(QString::number(worst)));
@@ -227,7 +232,9 @@ void TestFFTRealWrapper::isLinear()
 {
     const Block a = noise(5);
     const Block b = noise(6);
-    const Block both = blockOf([&](int n) { return a[std::size_t(n)] + 0.5F * b[std::size_t(n)]; });
+    const Block both = blockOf([&](int n) {
+        return a[static_cast<std::size_t>(n)] + 0.5F * b[static_cast<std::size_t>(n)];
+    });
     const Block outA = transformed(a);
     const Block outB = transformed(b);
     const Block out = transformed(both);
@@ -243,7 +250,7 @@ void TestFFTRealWrapper::leavesTheInputAndNeedsNoAlignment()
     for (std::size_t offset = 0; offset < 9; ++offset) {
         Block shiftedIn(kLength + 16, 5.0F);
         Block shiftedOut(kLength + 16, 5.0F);
-        std::copy(in.begin(), in.end(), shiftedIn.begin() + std::ptrdiff_t(offset));
+        std::copy(in.begin(), in.end(), shiftedIn.begin() + static_cast<std::ptrdiff_t>(offset));
         const Block before = shiftedIn;
         fft.transform(shiftedOut.data() + offset, shiftedIn.data() + offset);
         QCOMPARE(shiftedIn, before);

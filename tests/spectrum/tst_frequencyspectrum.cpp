@@ -75,7 +75,7 @@ void TestFrequencySpectrum::iteratesFromFirstToLast()
     QCOMPARE(n, 4);
     n = 0;
     for (const FrequencySpectrum::Element &point : qAsConst(spectrum))
-        QCOMPARE(point.frequency, double(n++));
+        QCOMPARE(point.frequency, static_cast<double>(n++));
     QCOMPARE(spectrum[3].frequency, 3.0);
 }
 

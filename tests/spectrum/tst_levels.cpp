@@ -60,7 +60,7 @@ void TestLevels::negativeExcursionsDoNotCountAsPeak()
 {
     const QByteArray data =
         sound::pcm([](int frame, int) { return frame % 2 == 0 ? -0.9 : 0.25; }, 0, 64);
-    QCOMPARE(sumSamples(data.constData(), 128).peak, int(sound::quantised(0.25)));
+    QCOMPARE(sumSamples(data.constData(), 128).peak, static_cast<int>(sound::quantised(0.25)));
 }
 
 void TestLevels::rmsOfNothingIsZero()

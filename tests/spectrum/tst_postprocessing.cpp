@@ -17,7 +17,7 @@ FrequencySpectrum spectrumOf(const Amplitudes &amplitudes)
 {
     FrequencySpectrum spectrum(static_cast<int>(amplitudes.size()));
     for (std::size_t i = 0; i < amplitudes.size(); ++i)
-        spectrum[int(i)].amplitude = amplitudes[i];
+        spectrum[static_cast<int>(i)].amplitude = amplitudes[i];
     return spectrum;
 }
 
@@ -118,8 +118,9 @@ void TestPostprocessing::noiseFloorMatchesSorting()
         std::copy_if(amplitudes.begin(), amplitudes.end(), std::back_inserter(sorted),
                      [](double a) { return a > 0.05; });
         std::sort(sorted.begin(), sorted.end());
-        const double expected =
-            sorted.empty() ? 0.0 : sorted[std::size_t(double(sorted.size() - 1) * quantile)];
+        const double expected = sorted.empty()
+            ? 0.0
+            : sorted[static_cast<std::size_t>(static_cast<double>(sorted.size() - 1) * quantile)];
         QCOMPARE(noiseFloor(amplitudes, quantile, m_scratch), expected);
     }
 }
@@ -242,16 +243,16 @@ void TestPostprocessing::averageWiderThanTheSpectrumChangesNothing()
 void TestPostprocessing::averageMatchesAListAtEveryWidth()
 {
     const Amplitudes values {0.5, 0.25, 0.75, 1.0, 0.125, 0.0, 0.375, 0.625};
-    const int count = int(values.size());
+    const int count = static_cast<int>(values.size());
     for (int width = 1; width <= 2 * count + 2; ++width) {
         Amplitudes expected = values;
         Amplitudes window = values;
-        window.resize(std::size_t(width));
+        window.resize(static_cast<std::size_t>(width));
         for (int i = width / 2; i < count - width / 2; ++i) {
             const double sum = std::accumulate(window.begin(), window.end(), width * values[0]);
-            expected[std::size_t(i)] = sum / width;
+            expected[static_cast<std::size_t>(i)] = sum / width;
             window.erase(window.begin());
-            window.push_back(expected[std::size_t(i + width / 2)]);
+            window.push_back(expected[static_cast<std::size_t>(i + width / 2)]);
         }
         const Amplitudes result = averaged(values, width);
         for (std::size_t i = 0; i < values.size(); ++i)
@@ -350,7 +351,7 @@ void TestPostprocessing::barHoldsTheLargestAmplitude()
     FrequencySpectrum spectrum = spectrumOf({0.25, 0.5, 0.125, 0.75});
     const std::vector<double> frequencies {10.0, 49.0, 30.0, 50.0};
     for (int i = 0; i < 4; ++i)
-        spectrum[i].frequency = frequencies[std::size_t(i)];
+        spectrum[i].frequency = frequencies[static_cast<std::size_t>(i)];
     fillBars(spectrum, {&first, &second});
     QCOMPARE(first.bars, (std::vector<float> {0.5F, 0.75F}));
     QCOMPARE(second.bars, (std::vector<float> {0.75F}));

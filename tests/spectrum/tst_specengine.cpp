@@ -268,7 +268,7 @@ void TestSpecEngine::bufferIsCutBackBeforeDataIsAppended()
     peer.feed(numbered(1, full - 2049));
     QCOMPARE(peer.bufferPosition(), 960000LL - kBlockBytes);
     peer.feed(numbered(480, full - 2048));
-    QCOMPARE(peer.bufferPosition(), qint64(kBlockBytes + 1920));
+    QCOMPARE(peer.bufferPosition(), static_cast<qint64>(kBlockBytes + 1920));
     QCOMPARE(peer.filled(), numbered(2048 + 480, full - 4096));
 }
 

@@ -50,10 +50,12 @@ public:
     {
         double worst = 0.0;
         for (std::size_t b = 0; b < bands.size(); ++b) {
-            const QVector<float> &wanted = expected.bands[int(b)].bars;
+            const QVector<float> &wanted = expected.bands[static_cast<int>(b)].bars;
             for (int i = 0; i < wanted.size(); ++i)
                 worst = std::fmax(
-                    worst, std::fabs(double(bands[b]->bars[std::size_t(i)]) - double(wanted[i])));
+                    worst,
+                    std::fabs(static_cast<double>(bands[b]->bars[static_cast<std::size_t>(i)])
+                              - static_cast<double>(wanted[i])));
         }
         return worst;
     }

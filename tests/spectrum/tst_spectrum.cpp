@@ -41,7 +41,7 @@ void TestSpectrum::bandIsRegisteredWhileItLives()
         QCOMPARE(band.minFrequency, -7000);
         QCOMPARE(band.maxFrequency, 7000);
         QCOMPARE(band.bars, std::vector<float>(100, 0.0F));
-        QCOMPARE(SpecEnginePeer::registeredBands().size(), std::size_t(1));
+        QCOMPARE(SpecEnginePeer::registeredBands().size(), static_cast<std::size_t>(1));
         QVERIFY(SpecEnginePeer::registeredBands().front() == &band);
     }
     QVERIFY(SpecEnginePeer::registeredBands().empty());
@@ -64,19 +64,19 @@ void TestSpectrum::copiesAreNotRegistered()
     Spectrum band(0, 100, 2);
     {
         const Spectrum copy(band); // NOLINT: the copy is what is tested
-        QCOMPARE(copy.bars.size(), std::size_t(2));
+        QCOMPARE(copy.bars.size(), static_cast<std::size_t>(2));
         QCOMPARE(copy.maxFrequency, 100);
-        QCOMPARE(SpecEnginePeer::registeredBands().size(), std::size_t(1));
+        QCOMPARE(SpecEnginePeer::registeredBands().size(), static_cast<std::size_t>(1));
     }
-    QCOMPARE(SpecEnginePeer::registeredBands().size(), std::size_t(1));
+    QCOMPARE(SpecEnginePeer::registeredBands().size(), static_cast<std::size_t>(1));
     {
         Spectrum unregistered(0, 50, 0);
         unregistered = band;
-        QCOMPARE(unregistered.bars.size(), std::size_t(2));
+        QCOMPARE(unregistered.bars.size(), static_cast<std::size_t>(2));
         band = Spectrum(5, 10, 0);
         QCOMPARE(band.minFrequency, 5);
     }
-    QCOMPARE(SpecEnginePeer::registeredBands().size(), std::size_t(1));
+    QCOMPARE(SpecEnginePeer::registeredBands().size(), static_cast<std::size_t>(1));
 }
 
 void TestSpectrum::bandsStandInTheOrderOfTheirCreation()

@@ -144,10 +144,11 @@ void TestSpectrumAnalyser::windowWeights()
     Worker worker;
     worker.setWindow(type);
     const std::vector<float> &window = SpectrumAnalyserThreadPeer::window(*worker);
-    QCOMPARE(window.size(), std::size_t(2048));
+    QCOMPARE(window.size(), static_cast<std::size_t>(2048));
     for (int n = 0; n < 2048; ++n) {
         const double expected = reference::windowWeight(type, n);
-        QVERIFY2(std::fabs(double(window[std::size_t(n)]) - expected) < 7e-8,
+        QVERIFY2(std::fabs(static_cast<double>(window[static_cast<std::size_t>(n)]) - expected)
+                     < 7e-8,
                  qPrintable(QStringLiteral("weight %1").arg(n)));
     }
 }
@@ -157,7 +158,8 @@ void TestSpectrumAnalyser::gaussianWindowIsInForceFromTheStart()
     const Worker worker;
     const std::vector<float> &window = SpectrumAnalyserThreadPeer::window(*worker);
     for (int n = 0; n < 2048; ++n)
-        QCOMPARE(window[std::size_t(n)], static_cast<float>(reference::windowWeight(1, n)));
+        QCOMPARE(window[static_cast<std::size_t>(n)],
+                 static_cast<float>(reference::windowWeight(1, n)));
 }
 
 void TestSpectrumAnalyser::noWindowMakesEveryWeightOne()
@@ -558,7 +560,8 @@ void TestSpectrumAnalyser::blockIsCopiedAtTheHandOver()
             [&](FrequencySpectrum spectrum) { received = spectrum; });
     const QByteArray block = sound::pcm(sound::sine(1000, 0.5), 0, 2048);
     std::vector<char> memory(block.begin(), block.end());
-    analyser.calculate(QByteArray::fromRawData(memory.data(), int(memory.size())), format(48000));
+    analyser.calculate(QByteArray::fromRawData(memory.data(), static_cast<int>(memory.size())),
+                       format(48000));
     std::fill(memory.begin(), memory.end(), '\0');
     memory.clear();
     memory.shrink_to_fit();

@@ -70,7 +70,7 @@ WAVEFORMATEXTENSIBLE FakeAudio::floatFormat(int channels, int rate)
     WAVEFORMATEXTENSIBLE format = plainFormat(WAVE_FORMAT_EXTENSIBLE, channels, 32, rate);
     format.Format.cbSize = sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX);
     format.Samples.wValidBitsPerSample = 32;
-    format.dwChannelMask = (1U << unsigned(channels)) - 1U;
+    format.dwChannelMask = (1U << static_cast<unsigned>(channels)) - 1U;
     format.SubFormat = KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
     return format;
 }
@@ -79,11 +79,11 @@ WAVEFORMATEXTENSIBLE FakeAudio::plainFormat(WORD tag, int channels, int bits, in
 {
     WAVEFORMATEXTENSIBLE format {};
     format.Format.wFormatTag = tag;
-    format.Format.nChannels = WORD(channels);
-    format.Format.nSamplesPerSec = DWORD(rate);
-    format.Format.nBlockAlign = WORD(channels * bits / 8);
-    format.Format.nAvgBytesPerSec = DWORD(rate) * format.Format.nBlockAlign;
-    format.Format.wBitsPerSample = WORD(bits);
+    format.Format.nChannels = static_cast<WORD>(channels);
+    format.Format.nSamplesPerSec = static_cast<DWORD>(rate);
+    format.Format.nBlockAlign = static_cast<WORD>(channels * bits / 8);
+    format.Format.nAvgBytesPerSec = static_cast<DWORD>(rate) * format.Format.nBlockAlign;
+    format.Format.wBitsPerSample = static_cast<WORD>(bits);
     return format;
 }
 
@@ -212,7 +212,7 @@ void FakeAudio::clearFaults()
 void FakeAudio::setHook(FakeCall call, std::function<void()> hook)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_hooks[int(call)] = std::move(hook);
+    m_hooks[static_cast<int>(call)] = std::move(hook);
 }
 
 bool FakeAudio::begin(FakeCallRecord &record, FakeFault *fault)
@@ -220,7 +220,7 @@ bool FakeAudio::begin(FakeCallRecord &record, FakeFault *fault)
     std::function<void()> hook;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        hook = m_hooks[int(record.call)];
+        hook = m_hooks[static_cast<int>(record.call)];
     }
     if (hook)
         hook();
@@ -229,7 +229,7 @@ bool FakeAudio::begin(FakeCallRecord &record, FakeFault *fault)
     record.atMs = nowMs();
     record.thread = QThread::currentThreadId();
     const int number = ++m_totalCalls;
-    const int nth = ++m_calls[int(record.call)];
+    const int nth = ++m_calls[static_cast<int>(record.call)];
     for (Rule &rule : m_rules) {
         const int position = rule.numbered ? number : nth;
         if ((!rule.numbered && rule.call != record.call) || position < rule.first)
@@ -323,7 +323,7 @@ void FakeAudio::notifyPropertyChanged(const QString &id)
 int FakeAudio::calls(FakeCall call) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_calls[int(call)];
+    return m_calls[static_cast<int>(call)];
 }
 
 int FakeAudio::totalCalls() const

@@ -209,8 +209,8 @@ private:
     QString m_defaults[3];
     UINT32 m_bufferFrames = 48000;
     QList<Rule> m_rules;
-    std::function<void()> m_hooks[int(FakeCall::Count)];
-    int m_calls[int(FakeCall::Count)] = {};
+    std::function<void()> m_hooks[static_cast<int>(FakeCall::Count)];
+    int m_calls[static_cast<int>(FakeCall::Count)] = {};
     int m_totalCalls = 0;
     int m_faults = 0;
     int m_buffersTaken = 0;

@@ -10,12 +10,12 @@ const auto kNothing = [] {};
 /// Interleaved frames of one value in the given format.
 QByteArray constantFrames(const WAVEFORMATEXTENSIBLE &mix, UINT32 frames, float level)
 {
-    QByteArray bytes(int(frames) * mix.Format.nBlockAlign, '\0');
+    QByteArray bytes(static_cast<int>(frames) * mix.Format.nBlockAlign, '\0');
     if (mix.Format.wBitsPerSample != 32 || mix.Format.wFormatTag == WAVE_FORMAT_PCM)
         return bytes;
-    const int samples = bytes.size() / int(sizeof(float));
+    const int samples = bytes.size() / static_cast<int>(sizeof(float));
     for (int i = 0; i < samples; ++i)
-        std::memcpy(bytes.data() + i * int(sizeof(float)), &level, sizeof(float));
+        std::memcpy(bytes.data() + i * static_cast<int>(sizeof(float)), &level, sizeof(float));
     return bytes;
 }
 
@@ -109,7 +109,7 @@ HRESULT FakeAudioClient::GetMixFormat(WAVEFORMATEX **format)
             return S_OK;
         },
         [&] { *format = nullptr; },
-        [&] { *format = reinterpret_cast<WAVEFORMATEX *>(quintptr(0x10)); });
+        [&] { *format = reinterpret_cast<WAVEFORMATEX *>(static_cast<quintptr>(0x10)); });
 }
 
 HRESULT FakeAudioClient::Start()
@@ -163,7 +163,8 @@ HRESULT FakeAudioClient::GetService(REFIID riid, void **service)
             *service = static_cast<IAudioCaptureClient *>(new FakeCaptureClient(m_world, this));
             return S_OK;
         },
-        [&] { *service = nullptr; }, [&] { *service = reinterpret_cast<void *>(quintptr(0x10)); });
+        [&] { *service = nullptr; },
+        [&] { *service = reinterpret_cast<void *>(static_cast<quintptr>(0x10)); });
 }
 
 HRESULT FakeAudioClient::GetStreamLatency(REFERENCE_TIME *)
@@ -270,9 +271,10 @@ HRESULT FakeCaptureClient::GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, 
             } else if (packet.memory) {
                 *data = static_cast<BYTE *>(const_cast<void *>(packet.memory));
             } else {
-                m_buffer.reset(
-                    new BYTE[size_t(packet.bytes.size()) + (packet.bytes.isEmpty() ? 1 : 0)]);
-                std::memcpy(m_buffer.get(), packet.bytes.constData(), size_t(packet.bytes.size()));
+                m_buffer.reset(new BYTE[static_cast<size_t>(packet.bytes.size())
+                                        + (packet.bytes.isEmpty() ? 1 : 0)]);
+                std::memcpy(m_buffer.get(), packet.bytes.constData(),
+                            static_cast<size_t>(packet.bytes.size()));
                 *data = m_buffer.get();
             }
             return S_OK;
@@ -288,7 +290,7 @@ HRESULT FakeCaptureClient::GetBuffer(BYTE **data, UINT32 *frames, DWORD *flags, 
             *flags = 0;
         },
         [&] {
-            *data = reinterpret_cast<BYTE *>(quintptr(0x10));
+            *data = reinterpret_cast<BYTE *>(static_cast<quintptr>(0x10));
             *frames = 0xFFFFFFFFU;
         });
 }

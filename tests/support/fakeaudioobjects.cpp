@@ -10,12 +10,12 @@ namespace {
 /// Nobody may touch what a failed call left behind.
 template <typename T> T *junkPointer()
 {
-    return reinterpret_cast<T *>(quintptr(0x10));
+    return reinterpret_cast<T *>(static_cast<quintptr>(0x10));
 }
 
 LPWSTR taskString(const QString &text, const FakeAudio *world)
 {
-    const auto size = size_t(text.size() + 1) * sizeof(wchar_t);
+    const auto size = static_cast<size_t>(text.size() + 1) * sizeof(wchar_t);
     auto *memory = static_cast<wchar_t *>(taskAlloc(size, world));
     const int length = text.toWCharArray(memory);
     memory[length] = L'\0';
@@ -38,7 +38,7 @@ ULONG FakeObject::retain()
     const int count = m_references.fetch_add(1) + 1;
     if (count < 2)
         m_world->violate(QStringLiteral("AddRef on a released %1").arg(QLatin1String(m_kind)));
-    return ULONG(count);
+    return static_cast<ULONG>(count);
 }
 
 ULONG FakeObject::drop()
@@ -46,7 +46,7 @@ ULONG FakeObject::drop()
     const int count = m_references.fetch_sub(1) - 1;
     if (count < 0)
         m_world->violate(QStringLiteral("%1 released too often").arg(QLatin1String(m_kind)));
-    return ULONG(count);
+    return static_cast<ULONG>(count);
 }
 
 // --- enumerator ------------------------------------------------------------------------------
@@ -172,7 +172,7 @@ HRESULT FakeCollection::GetCount(UINT *count)
     return run(
         record,
         [&] {
-            *count = UINT(m_ids.size());
+            *count = static_cast<UINT>(m_ids.size());
             return S_OK;
         },
         [&] { *count = 0; }, [&] { *count = 0xFFFFFFFFU; });
@@ -185,8 +185,8 @@ HRESULT FakeCollection::Item(UINT index, IMMDevice **device)
     return run(
         record,
         [&] {
-            const bool there = index < UINT(m_ids.size());
-            *device = there ? new FakeDevice(m_world, m_ids.at(int(index))) : nullptr;
+            const bool there = index < static_cast<UINT>(m_ids.size());
+            *device = there ? new FakeDevice(m_world, m_ids.at(static_cast<int>(index))) : nullptr;
             return there ? S_OK : E_INVALIDARG;
         },
         [&] { *device = nullptr; }, [&] { *device = junkPointer<FakeDevice>(); });

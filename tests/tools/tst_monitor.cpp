@@ -36,7 +36,7 @@ Q_SIGNALS:
 QString goodMessage()
 {
     const std::vector<float> bars(100, 0.5F);
-    return spectrumMessage(0.25, 0.5, 0.125, bars.data(), int(bars.size()));
+    return spectrumMessage(0.25, 0.5, 0.125, bars.data(), static_cast<int>(bars.size()));
 }
 
 } // namespace
@@ -260,9 +260,10 @@ void MonitorTest::recordsEveryMessage()
     QTimer timer;
     connect(&timer, &QTimer::timeout, &source, [&] {
         std::vector<float> bars(100, 0.0F);
-        bars[std::size_t(sent % 100)] = 1.0F;
+        bars[static_cast<std::size_t>(sent % 100)] = 1.0F;
         source.sendMessage(QStringLiteral("noise"));
-        source.sendMessage(spectrumMessage(0.25, 0.5, 0.125, bars.data(), int(bars.size())));
+        source.sendMessage(
+            spectrumMessage(0.25, 0.5, 0.125, bars.data(), static_cast<int>(bars.size())));
         ++sent;
     });
     timer.start(20);

@@ -220,8 +220,8 @@ void MonitorPartsTest::heldLevelsAreMarked()
     const QString row = view.picture(reading, held, QString(), 115, 24).at(2);
     const int width = 115 - 15; // behind the name and the number
     QCOMPARE(row.left(15), QStringLiteral("peak     0.100 "));
-    QCOMPARE(row.count(QLatin1Char('@')), int(width * (1 - 20 / 60.0)));
-    QCOMPARE(row.indexOf(QLatin1Char('|')), 15 + int(width * (1 - 6.0206 / 60)));
+    QCOMPARE(row.count(QLatin1Char('@')), static_cast<int>(width * (1 - 20 / 60.0)));
+    QCOMPARE(row.indexOf(QLatin1Char('|')), 15 + static_cast<int>(width * (1 - 6.0206 / 60)));
     held.peak = 40;
     QVERIFY(view.picture(reading, held, QString(), 115, 24).at(2).size() <= 115);
     QVERIFY(!view.picture(reading, {}, QString(), 115, 24).at(1).contains(QLatin1Char('|')));

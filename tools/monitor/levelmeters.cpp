@@ -71,7 +71,7 @@ QRect LevelMeters::numberArea(int meter) const
 QRect LevelMeters::markArea(int meter) const
 {
     const QRect area = meterArea(meter);
-    const int mark = m_meters.at(std::size_t(meter)).mark;
+    const int mark = m_meters.at(static_cast<std::size_t>(meter)).mark;
     if (mark == 0)
         return {};
     return {area.left() + mark - kMarkWidthPixels, area.top(), kMarkWidthPixels, area.height()};
@@ -80,18 +80,19 @@ QRect LevelMeters::markArea(int meter) const
 void LevelMeters::place(Meter *meter) const
 {
     const int width = meterArea(0).width();
-    meter->width = int(meter->level * width);
-    meter->mark = meter->held > 0 ? std::max(int(meter->held * width), kMarkWidthPixels) : 0;
+    meter->width = static_cast<int>(meter->level * width);
+    meter->mark =
+        meter->held > 0 ? std::max(static_cast<int>(meter->held * width), kMarkWidthPixels) : 0;
 }
 
 void LevelMeters::setLevels(const Levels &levels, const Levels &held)
 {
     for (int i = 0; i < kCount; ++i) {
-        Meter &meter = m_meters.at(std::size_t(i));
+        Meter &meter = m_meters.at(static_cast<std::size_t>(i));
         const int before = meter.width;
         const QRect markBefore = markArea(i);
-        meter.level = meterPosition(list(levels).at(std::size_t(i)));
-        meter.held = meterPosition(list(held).at(std::size_t(i)));
+        meter.level = meterPosition(list(levels).at(static_cast<std::size_t>(i)));
+        meter.held = meterPosition(list(held).at(static_cast<std::size_t>(i)));
         place(&meter);
         if (meter.width != before) {
             const QRect area = meterArea(i);
@@ -109,8 +110,8 @@ void LevelMeters::setLevels(const Levels &levels, const Levels &held)
 void LevelMeters::setNumbers(const Levels &held)
 {
     for (int i = 0; i < kCount; ++i) {
-        const QString number = levelNumber(list(held).at(std::size_t(i)));
-        Meter &meter = m_meters.at(std::size_t(i));
+        const QString number = levelNumber(list(held).at(static_cast<std::size_t>(i)));
+        Meter &meter = m_meters.at(static_cast<std::size_t>(i));
         if (number == meter.number)
             continue;
         meter.number = number;
@@ -148,8 +149,9 @@ void LevelMeters::paintLayer(QPainter *painter, Layer layer)
     const int height = fontMetrics().height();
     const int widest = fontMetrics().horizontalAdvance(QStringLiteral("-60 dB"));
     const int step = scale.width() / 6 > widest * 3 / 2 ? 10 : 20;
-    for (int decibels = int(kMeterFloorDecibels); decibels <= 0; decibels += step) {
-        const int x = scale.left() + int((1 - decibels / kMeterFloorDecibels) * scale.width());
+    for (int decibels = static_cast<int>(kMeterFloorDecibels); decibels <= 0; decibels += step) {
+        const int x =
+            scale.left() + static_cast<int>((1 - decibels / kMeterFloorDecibels) * scale.width());
         painter->fillRect(x, scale.bottom() + 1, 1, kGapPixels - 2,
                           palette().color(QPalette::WindowText));
         const QString text = decibels == 0 ? QStringLiteral("0 dB") : QString::number(decibels);
@@ -165,7 +167,7 @@ void LevelMeters::paintEvent(QPaintEvent *event)
         copy(&painter, dirty, Empty);
         for (int i = 0; i < kCount; ++i) {
             QRect filled = meterArea(i);
-            filled.setWidth(m_meters.at(std::size_t(i)).width);
+            filled.setWidth(m_meters.at(static_cast<std::size_t>(i)).width);
             copy(&painter, filled & dirty, Full);
         }
     }
@@ -175,6 +177,6 @@ void LevelMeters::paintEvent(QPaintEvent *event)
             continue;
         painter.setPen(palette().color(QPalette::WindowText));
         painter.drawText(numberArea(i), Qt::AlignVCenter | Qt::AlignRight,
-                         m_meters.at(std::size_t(i)).number);
+                         m_meters.at(static_cast<std::size_t>(i)).number);
     }
 }

@@ -144,7 +144,7 @@ int main(int argc, char **argv)
                          QCoreApplication::quit();
                      });
     if (options.seconds > 0)
-        QTimer::singleShot(int(std::ceil(options.seconds * 1000)), application.get(),
+        QTimer::singleShot(static_cast<int>(std::ceil(options.seconds * 1000)), application.get(),
                            &QCoreApplication::quit);
     else if (!options.pngFile.isEmpty())
         QObject::connect(&monitor, &Monitor::started, application.get(), [&] {

@@ -18,7 +18,7 @@ void MessageStatistics::addMessage(double time)
     ++m_messages;
     if (m_running) {
         const double gap = std::max(time - m_last, 0.0);
-        ++m_histogram[std::min(int(gap / kStepMs), kSteps)];
+        ++m_histogram[std::min(static_cast<int>(gap / kStepMs), kSteps)];
         ++m_gaps;
         m_late += gap > kLateMs ? 1 : 0;
         m_sum += gap;
@@ -30,14 +30,16 @@ void MessageStatistics::addMessage(double time)
 
 double MessageStatistics::rate() const
 {
-    return m_sum > 0 ? double(m_gaps) * 1000.0 / m_sum : 0.0;
+    return m_sum > 0 ? static_cast<double>(m_gaps) * 1000.0 / m_sum : 0.0;
 }
 
 double MessageStatistics::gapPercentile(double share) const
 {
     if (m_gaps == 0)
         return 0;
-    const qint64 wanted = std::max(qint64(std::ceil(double(m_gaps) * share)), qint64(1));
+    const qint64 wanted =
+        std::max(static_cast<qint64>(std::ceil(static_cast<double>(m_gaps) * share)),
+                 static_cast<qint64>(1));
     qint64 counted = 0;
     int i = 0;
     while (i < kSteps && (counted += m_histogram.at(i)) < wanted)

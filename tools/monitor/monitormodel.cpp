@@ -65,7 +65,7 @@ double MonitorModel::rate(double now)
     if (m_arrivals.size() < 2)
         return 0;
     const double span = std::max(m_arrivals.back() - m_arrivals.front(), 1e-3);
-    return double(m_arrivals.size() - 1) * kSecondMs / span;
+    return static_cast<double>(m_arrivals.size() - 1) * kSecondMs / span;
 }
 
 double MonitorModel::age(double now) const

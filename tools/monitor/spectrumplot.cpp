@@ -15,7 +15,9 @@ constexpr int kBarsTogether = 5; ///< that are painted anew when one of them cha
 
 QColor mixed(const QColor &a, const QColor &b, double share)
 {
-    const auto mix = [share](int from, int to) { return int(from + (to - from) * share); };
+    const auto mix = [share](int from, int to) {
+        return static_cast<int>(from + (to - from) * share);
+    };
     return {mix(a.red(), b.red()), mix(a.green(), b.green()), mix(a.blue(), b.blue())};
 }
 
@@ -66,7 +68,7 @@ int SpectrumPlot::barAt(int x) const
 {
     const auto behind = std::upper_bound(m_columns.begin() + 1, m_columns.end(), x,
                                          [](int a, const QRect &b) { return a < b.left(); });
-    return int(behind - m_columns.begin()) - 1;
+    return static_cast<int>(behind - m_columns.begin()) - 1;
 }
 
 int SpectrumPlot::positionOf(int frequency) const

@@ -17,7 +17,7 @@ constexpr int kLineColumns = 50;
 bool print(const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
-    const std::size_t size = std::size_t(bytes.size());
+    const std::size_t size = static_cast<std::size_t>(bytes.size());
     return std::fwrite(bytes.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0;
 }
 
@@ -115,8 +115,8 @@ QString TerminalView::meter(const QString &name, double level, double held, int 
 {
     const QString head = QStringLiteral("%1 %2 ").arg(name, -7).arg(levelNumber(level), 6);
     const int width = std::max(columns - head.size(), 0);
-    QString row = QString(int(meterPosition(level) * width), m_ramp.back());
-    const int mark = std::min(int(meterPosition(held) * width), width - 1);
+    QString row = QString(static_cast<int>(meterPosition(level) * width), m_ramp.back());
+    const int mark = std::min(static_cast<int>(meterPosition(held) * width), width - 1);
     if (mark >= row.size() && mark > 0)
         row = row.leftJustified(mark) + m_mark;
     return (head + row).left(columns);

@@ -41,7 +41,8 @@ LoopbackStream::LoopbackStream(PulseServer &server, const SoundEndpoint &sink,
     : m_server(server)
     , m_sink(sink)
     , m_connection(connection)
-    , m_ring(packetFrames(sink), UINT32(sink.channels.channels * sizeof(float)), packets)
+    , m_ring(packetFrames(sink), static_cast<UINT32>(sink.channels.channels * sizeof(float)),
+             packets)
 {
 }
 
@@ -108,9 +109,9 @@ HRESULT LoopbackStream::connect()
         this);
 
     pa_buffer_attr attributes {};
-    attributes.maxlength = std::uint32_t(-1);
-    attributes.fragsize =
-        std::uint32_t(m_ring.packetFrames() * m_sink.channels.channels * sizeof(float));
+    attributes.maxlength = static_cast<std::uint32_t>(-1);
+    attributes.fragsize = static_cast<std::uint32_t>(m_ring.packetFrames()
+                                                     * m_sink.channels.channels * sizeof(float));
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE
                                                       | PA_STREAM_ADJUST_LATENCY);
     m_server.attach(this);
@@ -179,7 +180,7 @@ void LoopbackStream::lose()
 
 void LoopbackStream::handleData()
 {
-    const UINT32 frameBytes = UINT32(m_sink.channels.channels * sizeof(float));
+    const UINT32 frameBytes = static_cast<UINT32>(m_sink.channels.channels * sizeof(float));
     while (pa_stream_readable_size(m_stream) > 0) {
         const void *data = nullptr;
         std::size_t bytes = 0;

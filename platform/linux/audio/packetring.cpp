@@ -7,7 +7,7 @@ PacketRing::PacketRing(UINT32 packetFrames, UINT32 frameBytes, UINT32 packets)
     : m_packetFrames(packetFrames)
     , m_frameBytes(frameBytes)
     , m_packets(packets)
-    , m_data(new BYTE[std::size_t(packetFrames) * frameBytes * packets]())
+    , m_data(new BYTE[static_cast<std::size_t>(packetFrames) * frameBytes * packets]())
     , m_slots(packets)
 {
 }
@@ -21,10 +21,11 @@ void PacketRing::write(const void *data, UINT32 frames, UINT64 time)
             m_dropping = written - m_read.load(std::memory_order_acquire) == m_packets;
 
         const UINT32 count = std::min(frames, m_packetFrames - m_fill);
-        const std::size_t bytes = std::size_t(count) * m_frameBytes;
+        const std::size_t bytes = static_cast<std::size_t>(count) * m_frameBytes;
         if (!m_dropping) {
             BYTE *const target = m_data.get()
-                + (std::size_t(written % m_packets) * m_packetFrames + m_fill) * m_frameBytes;
+                + (static_cast<std::size_t>(written % m_packets) * m_packetFrames + m_fill)
+                    * m_frameBytes;
             if (source)
                 std::memcpy(target, source, bytes);
             else
@@ -47,9 +48,10 @@ void PacketRing::finishPacket(UINT64 time)
         m_discontinuity = true;
     } else {
         const UINT64 written = m_written.load(std::memory_order_relaxed);
-        Slot &slot = m_slots[std::size_t(written % m_packets)];
-        slot.flags = (m_discontinuity ? DWORD(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY) : 0U)
-            | (m_silent ? DWORD(AUDCLNT_BUFFERFLAGS_SILENT) : 0U);
+        Slot &slot = m_slots[static_cast<std::size_t>(written % m_packets)];
+        slot.flags =
+            (m_discontinuity ? static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY) : 0U)
+            | (m_silent ? static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_SILENT) : 0U);
         slot.position = m_position;
         slot.time = time;
         m_discontinuity = false;
@@ -80,7 +82,7 @@ bool PacketRing::front(Packet *packet) const
     const UINT64 read = m_read.load(std::memory_order_relaxed);
     if (m_written.load(std::memory_order_acquire) == read)
         return false;
-    const std::size_t slot = std::size_t(read % m_packets);
+    const std::size_t slot = static_cast<std::size_t>(read % m_packets);
     packet->data = m_data.get() + slot * m_packetFrames * m_frameBytes;
     packet->flags = m_slots[slot].flags;
     packet->position = m_slots[slot].position;

@@ -81,7 +81,7 @@ const SoundEndpoint *EndpointSnapshot::find(const std::wstring &id) const
 
 const SoundEndpoint *EndpointSnapshot::findDefault(EDataFlow flow) const
 {
-    const SoundEndpoint *const endpoint = findPresent(defaultId[std::size_t(flow)]);
+    const SoundEndpoint *const endpoint = findPresent(defaultId[static_cast<std::size_t>(flow)]);
     const bool usable =
         endpoint && endpoint->flow == flow && endpoint->state == DEVICE_STATE_ACTIVE;
     return usable ? endpoint : nullptr;

@@ -58,7 +58,7 @@ LPARAM sessionNumber(const QString &path)
         name = name.mid(2);
     bool ok = false;
     const uint number = name.toUInt(&ok);
-    return ok ? LPARAM(number) : 0;
+    return ok ? static_cast<LPARAM>(number) : 0;
 }
 
 /// A connection of its own. The bus library reads the variable once a process; here it counts each
@@ -194,8 +194,9 @@ QString SessionNotifier::ownSession() const
         if (reply.isValid())
             return reply.value().path();
     }
-    const QDBusReply<QDBusObjectPath> reply = m_bus.call(
-        managerCall(QStringLiteral("GetSessionByPID"), {uint(getpid())}), QDBus::Block, kTimeoutMs);
+    const QDBusReply<QDBusObjectPath> reply =
+        m_bus.call(managerCall(QStringLiteral("GetSessionByPID"), {static_cast<uint>(getpid())}),
+                   QDBus::Block, kTimeoutMs);
     return reply.isValid() ? reply.value().path() : sessionOfUser();
 }
 
@@ -332,7 +333,7 @@ void SessionNotifier::notify(const QString &path, UINT code)
         message.message = WM_WTSSESSION_CHANGE;
         message.wParam = code;
         message.lParam = sessionNumber(path);
-        message.time = DWORD(GetTickCount64());
+        message.time = static_cast<DWORD>(GetTickCount64());
         long result = 0;
         QWindowSystemInterface::handleNativeEvent(window, QByteArrayLiteral("windows_generic_MSG"),
                                                   &message, &result);

@@ -54,7 +54,7 @@ void print(const char *text)
             return;
         if (written > 0) {
             text += written;
-            length -= std::size_t(written);
+            length -= static_cast<std::size_t>(written);
         }
     }
 }

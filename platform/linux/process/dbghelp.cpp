@@ -78,7 +78,8 @@ bool returnFromNowhere(CONTEXT *context)
     DWORD64 address = 0;
     iovec local {&address, sizeof(address)};
     iovec remote {reinterpret_cast<void *>(context->Rsp), sizeof(address)};
-    if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0) != ssize_t(sizeof(address))
+    if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0)
+            != static_cast<ssize_t>(sizeof(address))
         || !isCode(address)) {
         return false;
     }

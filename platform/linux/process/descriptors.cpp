@@ -17,5 +17,6 @@ int freeDescriptors()
     while (readdir(open))
         ++count;
     closedir(open);
-    return int(std::clamp(long(limit.rlim_cur) - count, 0L, long(std::numeric_limits<int>::max())));
+    return static_cast<int>(std::clamp(static_cast<long>(limit.rlim_cur) - count, 0L,
+                                       static_cast<long>(std::numeric_limits<int>::max())));
 }

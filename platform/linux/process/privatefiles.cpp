@@ -10,7 +10,7 @@ PrivateFileScope::PrivateFileScope()
 
 PrivateFileScope::~PrivateFileScope()
 {
-    umask(mode_t(m_before));
+    umask(static_cast<mode_t>(m_before));
 }
 
 // The state folder of the user is the place for logs here, where no drive root can be written.

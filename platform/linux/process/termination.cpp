@@ -33,7 +33,7 @@ void install(int signal)
     action.sa_handler = handleSignal;
     sigemptyset(&action.sa_mask);
     // One chance to end in order: the next one has the default effect.
-    action.sa_flags = int(SA_RESTART | SA_RESETHAND);
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
     sigaction(signal, &action, nullptr);
 }
 

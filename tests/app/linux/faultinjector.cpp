@@ -33,7 +33,7 @@ bool isWanted(const char *place)
 [[gnu::noinline]] int overflow(int depth)
 {
     volatile char frame[512];
-    frame[0] = char(depth);
+    frame[0] = static_cast<char>(depth);
     return depth < 0 ? frame[0] : overflow(depth + 1) + frame[0];
 }
 

@@ -14,7 +14,7 @@ void send(int connection, const QByteArray &bytes)
 {
     // A program that has gone meanwhile is noticed by the next read.
     [[maybe_unused]] const ssize_t sent =
-        ::send(connection, bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL);
+        ::send(connection, bytes.constData(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
 }
 
 QByteArray number(quint32 value)
@@ -30,8 +30,8 @@ QByteArray helloReply(quint32 serial)
     const QByteArray body = number(4) + QByteArray(":1.1", 5);
     const QByteArray fields =
         QByteArray("\x05\x01u\0", 4) + number(serial) + QByteArray("\x08\x01g\0\x01s\0", 7);
-    return QByteArray("l\x02\0\x01", 4) + number(quint32(body.size())) + number(1)
-        + number(quint32(fields.size())) + fields + '\0' + body;
+    return QByteArray("l\x02\0\x01", 4) + number(static_cast<quint32>(body.size())) + number(1)
+        + number(static_cast<quint32>(fields.size())) + fields + '\0' + body;
 }
 
 } // namespace
@@ -43,7 +43,7 @@ MuteBus::MuteBus()
     name.sun_family = AF_UNIX;
     const QByteArray path = QFile::encodeName(m_folder.filePath(QStringLiteral("bus")));
     std::memcpy(name.sun_path, path.constData(),
-                size_t(qMin(path.size(), int(sizeof name.sun_path) - 1)));
+                static_cast<size_t>(qMin(path.size(), static_cast<int>(sizeof name.sun_path) - 1)));
     if (bind(m_listener, reinterpret_cast<const sockaddr *>(&name), sizeof name) == 0
         && listen(m_listener, 1) == 0)
         m_thread = std::thread([this] { serve(); });
@@ -90,7 +90,7 @@ void MuteBus::greet(int connection)
         line.append(byte);
     }
     char hello[12]; // up to the serial
-    if (recv(connection, hello, sizeof hello, MSG_WAITALL) != ssize_t(sizeof hello))
+    if (recv(connection, hello, sizeof hello, MSG_WAITALL) != static_cast<ssize_t>(sizeof hello))
         return;
     send(connection, helloReply(qFromLittleEndian<quint32>(hello + 8)));
 }

@@ -52,8 +52,9 @@ MessageStatistics measure(int milliseconds)
     MessageStatistics statistics;
     QElapsedTimer clock;
     clock.start();
-    QObject::connect(&source, &MessageSource::messageReceived, &source,
-                     [&] { statistics.addMessage(double(clock.nsecsElapsed()) * 1e-6); });
+    QObject::connect(&source, &MessageSource::messageReceived, &source, [&] {
+        statistics.addMessage(static_cast<double>(clock.nsecsElapsed()) * 1e-6);
+    });
     QTest::qWait(milliseconds);
     return statistics;
 }
@@ -84,7 +85,7 @@ int connectAs(uid_t user, const QString &path)
 QByteArray frame(const QByteArray &content)
 {
     QByteArray bytes;
-    QDataStream(&bytes, QIODevice::WriteOnly) << quint32(content.size());
+    QDataStream(&bytes, QIODevice::WriteOnly) << static_cast<quint32>(content.size());
     return bytes + content;
 }
 
@@ -99,9 +100,10 @@ QByteArray callFrame(qint32 index, const QByteArray &argumentList)
         return bytes;
     };
     QByteArray numbers;
-    QDataStream(&numbers, QIODevice::WriteOnly) << qint32(QMetaObject::InvokeMetaMethod) << index;
+    QDataStream(&numbers, QIODevice::WriteOnly)
+        << static_cast<qint32>(QMetaObject::InvokeMetaMethod) << index;
     QByteArray end;
-    QDataStream(&end, QIODevice::WriteOnly) << qint32(-1) << qint32(-1);
+    QDataStream(&end, QIODevice::WriteOnly) << static_cast<qint32>(-1) << static_cast<qint32>(-1);
     // Ask for the object, then call.
     return frame(packet(4) + '\x01') + frame(packet(6) + numbers + argumentList + end);
 }
@@ -221,7 +223,7 @@ void ConsumersTest::sixtyFourStalledConsumersDelayNobody()
     clock.start();
     MessageSource source;
     connect(&source, &MessageSource::messageReceived, &source,
-            [&] { together.addMessage(double(clock.nsecsElapsed()) * 1e-6); });
+            [&] { together.addMessage(static_cast<double>(clock.nsecsElapsed()) * 1e-6); });
     const auto dropped = [&] {
         most = qMax(most, residentMemory(*copy));
         return descriptors(*copy) <= connected - 64 + 1;
@@ -259,25 +261,25 @@ void ConsumersTest::malformedFrames_data()
     // Kind, then a name of 4 GB.
     for (int kind = 0; kind <= 10; ++kind) {
         QByteArray content("\x00\x00\x7f\xff\xff\xfe", 6);
-        content[1] = char(kind);
+        content[1] = static_cast<char>(kind);
         QTest::addRow("name too long, kind %d", kind) << frame(content);
         content = QByteArray("\x00\x00\x00\x00\x00\x10", 6);
-        content[1] = char(kind);
+        content[1] = static_cast<char>(kind);
         content += QString(QStringLiteral("Tonewell")).toUtf8();
         QTest::addRow("cut name, kind %d", kind) << frame(content);
     }
     QRandomGenerator random(7);
     QByteArray noise(20000, '\0');
     for (char &byte : noise)
-        byte = char(random.generate());
+        byte = static_cast<char>(random.generate());
     QTest::newRow("noise") << noise;
     QByteArray frames;
     for (int i = 0; i < 500; ++i) {
-        QByteArray content(int(random.bounded(64)) + 2, '\0');
+        QByteArray content(static_cast<int>(random.bounded(64)) + 2, '\0');
         for (char &byte : content)
-            byte = char(random.generate());
+            byte = static_cast<char>(random.generate());
         content[0] = 0;
-        content[1] = char(random.bounded(12));
+        content[1] = static_cast<char>(random.bounded(12));
         frames += frame(content);
     }
     QTest::newRow("noise in frames") << frames;

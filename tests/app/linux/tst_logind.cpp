@@ -48,8 +48,8 @@ protected:
         if (eventType == "windows_generic_MSG") {
             const MSG *const msg = static_cast<const MSG *>(message);
             if (msg->message == WM_WTSSESSION_CHANGE) {
-                codes.append(int(msg->wParam));
-                sessions.append(int(msg->lParam));
+                codes.append(static_cast<int>(msg->wParam));
+                sessions.append(static_cast<int>(msg->lParam));
                 forThisWindow = forThisWindow && msg->hwnd == reinterpret_cast<HWND>(winId());
             }
         }
@@ -226,7 +226,7 @@ void LogindTest::aNewSessionOfThisUserIsALogOn()
     // It is the one that is followed from now on.
     QVERIFY(m_logind->callSession(QStringLiteral("c3"), "Unlock"));
     QTRY_COMPARE_WITH_TIMEOUT(window.codes.size(), 2, kPatienceMs);
-    QCOMPARE(window.codes.last(), int(WTS_SESSION_UNLOCK));
+    QCOMPARE(window.codes.last(), static_cast<int>(WTS_SESSION_UNLOCK));
 }
 
 void LogindTest::whatIsNoLogOnOfThisUserIsIgnored()

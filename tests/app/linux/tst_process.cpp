@@ -131,7 +131,7 @@ void ProcessTest::asksToEnd()
     QVERIFY(!world.receive(5).isEmpty());
     QElapsedTimer clock;
     clock.start();
-    QCOMPARE(::kill(pid_t(copy->processId()), signal), 0);
+    QCOMPARE(::kill(static_cast<pid_t>(copy->processId()), signal), 0);
     QVERIFY(copy->waitForFinished(kPatienceMs));
     qInfo("the program ended after %lld ms", clock.elapsed());
     QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
@@ -146,7 +146,7 @@ void ProcessTest::onlyTheUserMayConnect()
     QVERIFY(copy);
     const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup
         | QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
-    QCOMPARE(int(QFile::permissions(world.socket()) & others), 0);
+    QCOMPARE(static_cast<int>(QFile::permissions(world.socket()) & others), 0);
     copy->terminate();
     QVERIFY(copy->waitForFinished(kPatienceMs));
 }

@@ -74,7 +74,7 @@ void ProgramCrashTest::whileItRuns()
     const auto copy = world.startAndWait();
     QVERIFY(copy);
     QVERIFY(!world.receive(1).isEmpty());
-    QCOMPARE(::kill(pid_t(copy->processId()), cause), 0);
+    QCOMPARE(::kill(static_cast<pid_t>(copy->processId()), cause), 0);
     QString report;
     checkEnd(copy.get(), end, type, &report);
     if (QTest::currentTestFailed())

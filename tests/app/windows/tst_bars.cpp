@@ -27,7 +27,8 @@ struct Message {
     }
     int loudest(int first, int last) const
     {
-        return int(std::max_element(bars.begin() + first, bars.begin() + last) - bars.begin());
+        return static_cast<int>(std::max_element(bars.begin() + first, bars.begin() + last)
+                                - bars.begin());
     }
 };
 
@@ -35,7 +36,7 @@ struct Message {
 bool isAt(const Message &message, int first, int expected)
 {
     const int bar = message.loudest(first, first + 50);
-    return std::abs(bar - expected) <= 2 && message.bars[std::size_t(bar)] >= kLevel;
+    return std::abs(bar - expected) <= 2 && message.bars[static_cast<std::size_t>(bar)] >= kLevel;
 }
 
 } // namespace
@@ -102,7 +103,7 @@ void BarsTest::toneOnTheRightLeavesTheLeftEmpty()
     QVERIFY(m_server.playTones("speakers", 1000, 0, 1000, 0.5));
     const bool came = comes([](const Message &message) {
         return isAt(message, 50, 50 + 1000 / 70)
-            && message.bars[std::size_t(message.loudest(0, 50))] == 0;
+            && message.bars[static_cast<std::size_t>(message.loudest(0, 50))] == 0;
     });
     QVERIFY2(came, qPrintable(m_last));
 }
@@ -111,7 +112,7 @@ void BarsTest::silenceEmptiesTheBars()
 {
     m_server.stopTones();
     const bool came = comes([](const Message &message) {
-        return message.bars[std::size_t(message.loudest(0, 100))] == 0;
+        return message.bars[static_cast<std::size_t>(message.loudest(0, 100))] == 0;
     });
     QVERIFY2(came, qPrintable(m_last));
     m_widget.reset();

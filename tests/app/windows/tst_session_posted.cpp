@@ -93,7 +93,7 @@ void PostedSessionTest::everyCodeArrives()
     QFETCH(QString, text);
     QFETCH(bool, restarts);
     const int starts = world().calls(FakeCall::Initialize);
-    QVERIFY(PostMessageW(window(), WM_WTSSESSION_CHANGE, WPARAM(code), 1));
+    QVERIFY(PostMessageW(window(), WM_WTSSESSION_CHANGE, static_cast<WPARAM>(code), 1));
     QTRY_COMPARE_WITH_TIMEOUT(m_log->count(text), 1, kPatienceMs);
     QCOMPARE(logView(), restarts ? QStringLiteral("用户登录：重启服务") : QString());
     QCOMPARE(SpecEngine::instance()->isCapturing(), !restarts);

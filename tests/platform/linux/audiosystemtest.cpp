@@ -85,7 +85,7 @@ void AudioSystemTest::cleanupTestCase()
     if (!m_enumerator)
         return;
     tidyUp();
-    QCOMPARE(m_enumerator->Release(), ULONG(0));
+    QCOMPARE(m_enumerator->Release(), static_cast<ULONG>(0));
 }
 
 void AudioSystemTest::tidyUp()
@@ -105,7 +105,7 @@ QString AudioSystemTest::defaultId()
     IMMDevice *found = nullptr;
     const HRESULT result = m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &found);
     if (FAILED(result))
-        return QStringLiteral("(0x%1)").arg(DWORD(result), 8, 16, QLatin1Char('0'));
+        return QStringLiteral("(0x%1)").arg(static_cast<DWORD>(result), 8, 16, QLatin1Char('0'));
     const QString id = idOf(found);
     found->Release();
     return id;
@@ -159,7 +159,7 @@ bool AudioSystemTest::hears(LoopbackRecorder *recorder, double frequency,
         bool good = true;
         m_heard.clear();
         for (int i = 0; i < recorder->channels(); ++i) {
-            const double expected = amplitudes[std::size_t(i)];
+            const double expected = amplitudes[static_cast<std::size_t>(i)];
             const double found = recorder->amplitude(i, frequency);
             const double harmonic = recorder->amplitude(i, 2 * frequency);
             good = good && std::fabs(found - expected) < 0.005 && harmonic < 0.005

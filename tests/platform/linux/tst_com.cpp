@@ -51,7 +51,8 @@ private Q_SLOTS:
 
 void ComTest::firstEntryIsOkAndRepeatedOnesAreFalse()
 {
-    for (const DWORD mode : {DWORD(COINIT_APARTMENTTHREADED), DWORD(COINIT_MULTITHREADED)}) {
+    for (const DWORD mode :
+         {static_cast<DWORD>(COINIT_APARTMENTTHREADED), static_cast<DWORD>(COINIT_MULTITHREADED)}) {
         onFreshThread([mode] {
             QCOMPARE(CoInitializeEx(nullptr, mode), S_OK);
             QCOMPARE(CoInitializeEx(nullptr, mode), S_FALSE);
@@ -167,19 +168,19 @@ void ComTest::clearingFreesAndEmpties()
     PROPVARIANT value;
     memset(&value, 0xFF, sizeof value);
     PropVariantInit(&value);
-    QCOMPARE(int(value.vt), int(VT_EMPTY));
+    QCOMPARE(static_cast<int>(value.vt), static_cast<int>(VT_EMPTY));
     QCOMPARE(PropVariantClear(&value), S_OK);
 
     value.vt = VT_LPWSTR;
     value.pwszVal = static_cast<LPWSTR>(CoTaskMemAlloc(4 * sizeof(WCHAR))); // freed, or a leak
     QCOMPARE(PropVariantClear(&value), S_OK);
-    QCOMPARE(int(value.vt), int(VT_EMPTY));
+    QCOMPARE(static_cast<int>(value.vt), static_cast<int>(VT_EMPTY));
     QVERIFY(!value.pwszVal);
 
     value.vt = VT_UI4;
     value.ulVal = 7;
     QCOMPARE(PropVariantClear(&value), S_OK);
-    QCOMPARE(int(value.vt), int(VT_EMPTY));
+    QCOMPARE(static_cast<int>(value.vt), static_cast<int>(VT_EMPTY));
     QCOMPARE(PropVariantClear(nullptr), S_OK);
 }
 
@@ -221,31 +222,31 @@ void ComTest::propertyKeys()
 {
     const QString endpoint = QStringLiteral("A45C254E-DF1C-4EFD-8020-67D146A850E0");
     QCOMPARE(text(PKEY_Device_FriendlyName.fmtid), endpoint);
-    QCOMPARE(PKEY_Device_FriendlyName.pid, DWORD(14));
+    QCOMPARE(PKEY_Device_FriendlyName.pid, static_cast<DWORD>(14));
     QCOMPARE(text(PKEY_Device_DeviceDesc.fmtid), endpoint);
-    QCOMPARE(PKEY_Device_DeviceDesc.pid, DWORD(2));
+    QCOMPARE(PKEY_Device_DeviceDesc.pid, static_cast<DWORD>(2));
 }
 
 void ComTest::structureSizes()
 {
-    QCOMPARE(sizeof(HRESULT), std::size_t(4));
-    QCOMPARE(sizeof(LONG), std::size_t(4));
-    QCOMPARE(sizeof(GUID), std::size_t(16));
-    QCOMPARE(sizeof(PROPERTYKEY), std::size_t(20));
-    QCOMPARE(sizeof(WAVEFORMATEX), std::size_t(18));
-    QCOMPARE(sizeof(WAVEFORMATEXTENSIBLE), std::size_t(40));
-    QCOMPARE(offsetof(PROPVARIANT, pwszVal), std::size_t(8));
+    QCOMPARE(sizeof(HRESULT), static_cast<std::size_t>(4));
+    QCOMPARE(sizeof(LONG), static_cast<std::size_t>(4));
+    QCOMPARE(sizeof(GUID), static_cast<std::size_t>(16));
+    QCOMPARE(sizeof(PROPERTYKEY), static_cast<std::size_t>(20));
+    QCOMPARE(sizeof(WAVEFORMATEX), static_cast<std::size_t>(18));
+    QCOMPARE(sizeof(WAVEFORMATEXTENSIBLE), static_cast<std::size_t>(40));
+    QCOMPARE(offsetof(PROPVARIANT, pwszVal), static_cast<std::size_t>(8));
 }
 
 void ComTest::resultCodes()
 {
-    QCOMPARE(std::uint32_t(AUDCLNT_E_DEVICE_INVALIDATED), 0x88890004U);
-    QCOMPARE(std::uint32_t(AUDCLNT_E_BUFFER_OPERATION_PENDING), 0x8889000BU);
-    QCOMPARE(std::uint32_t(AUDCLNT_E_SERVICE_NOT_RUNNING), 0x88890010U);
-    QCOMPARE(std::uint32_t(AUDCLNT_E_EVENTHANDLE_NOT_SET), 0x88890014U);
-    QCOMPARE(std::uint32_t(AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED), 0x88890019U);
-    QCOMPARE(std::uint32_t(AUDCLNT_S_BUFFER_EMPTY), 0x08890001U);
-    QCOMPARE(std::uint32_t(E_NOTFOUND), 0x80070490U);
+    QCOMPARE(static_cast<std::uint32_t>(AUDCLNT_E_DEVICE_INVALIDATED), 0x88890004U);
+    QCOMPARE(static_cast<std::uint32_t>(AUDCLNT_E_BUFFER_OPERATION_PENDING), 0x8889000BU);
+    QCOMPARE(static_cast<std::uint32_t>(AUDCLNT_E_SERVICE_NOT_RUNNING), 0x88890010U);
+    QCOMPARE(static_cast<std::uint32_t>(AUDCLNT_E_EVENTHANDLE_NOT_SET), 0x88890014U);
+    QCOMPARE(static_cast<std::uint32_t>(AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED), 0x88890019U);
+    QCOMPARE(static_cast<std::uint32_t>(AUDCLNT_S_BUFFER_EMPTY), 0x08890001U);
+    QCOMPARE(static_cast<std::uint32_t>(E_NOTFOUND), 0x80070490U);
     QVERIFY(FAILED(AUDCLNT_E_DEVICE_INVALIDATED));
     QVERIFY(SUCCEEDED(AUDCLNT_S_BUFFER_EMPTY));
 }

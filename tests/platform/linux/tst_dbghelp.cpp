@@ -19,7 +19,7 @@ std::vector<DWORD64> walk(CONTEXT context, int limit = 64)
     frame.AddrStack.Offset = context.Rsp;
     frame.AddrFrame.Offset = context.Rbp;
     std::vector<DWORD64> addresses;
-    while (int(addresses.size()) < limit
+    while (static_cast<int>(addresses.size()) < limit
            && StackWalk64(IMAGE_FILE_MACHINE_AMD64, GetCurrentProcess(), GetCurrentThread(), &frame,
                           &context, nullptr, nullptr, nullptr, nullptr)) {
         addresses.push_back(frame.AddrPC.Offset);
@@ -63,7 +63,7 @@ void TestDbgHelp::moduleNeedsInitialization()
 {
     IMAGEHLP_MODULE64 module = emptyModule();
     QVERIFY(!SymGetModuleInfo64(GetCurrentProcess(), addressOf(&s_datum), &module));
-    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_HANDLE));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     QVERIFY(SymInitializeW(GetCurrentProcess(), nullptr, TRUE));
     QVERIFY(SymGetModuleInfo64(GetCurrentProcess(), addressOf(&s_datum), &module));
 }
@@ -72,7 +72,7 @@ void TestDbgHelp::onlyThisProcess()
 {
     SetLastError(ERROR_SUCCESS);
     QVERIFY(!SymInitializeW(nullptr, nullptr, TRUE));
-    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_HANDLE));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
 }
 
 void TestDbgHelp::libraries()
@@ -87,11 +87,11 @@ void TestDbgHelp::libraries()
     QVERIFY(is("SymGetModuleInfo64", reinterpret_cast<void (*)()>(SymGetModuleInfo64)));
     QVERIFY(is("StackWalk64", reinterpret_cast<void (*)()>(StackWalk64)));
     QVERIFY(!GetProcAddress(library, "SymFromAddrW"));
-    QCOMPARE(GetLastError(), DWORD(ERROR_PROC_NOT_FOUND));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_PROC_NOT_FOUND));
     QVERIFY(!GetProcAddress(nullptr, "StackWalk64"));
-    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_HANDLE));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     QVERIFY(!LoadLibraryW(L"kernel32.dll"));
-    QCOMPARE(GetLastError(), DWORD(ERROR_MOD_NOT_FOUND));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
 }
 
 void TestDbgHelp::walkIsTheCLibrarysBacktrace()
@@ -104,10 +104,10 @@ void TestDbgHelp::walkIsTheCLibrarysBacktrace()
     QVERIFY2(count >= 5, qPrintable(QString::number(count)));
     // Both calls were made here; from here outwards the frames are the same. A sanitizer puts one
     // of its own before them.
-    const int here = count - int(addresses.size());
+    const int here = count - static_cast<int>(addresses.size());
     QVERIFY2(here >= 0 && here <= 2, qPrintable(QString::number(here)));
     for (std::size_t i = 1; i < addresses.size(); ++i)
-        QCOMPARE(addresses[i], addressOf(expected[here + int(i)]));
+        QCOMPARE(addresses[i], addressOf(expected[here + static_cast<int>(i)]));
 }
 
 namespace {
@@ -137,7 +137,7 @@ void TestDbgHelp::capturedContextIsTheCallers()
     const DWORD64 start = addressOf(reinterpret_cast<const void *>(&captureHere));
     QVERIFY(context.Rip > start && context.Rip < start + 256);
     QVERIFY(context.Rsp < captured.frame && context.Rsp > captured.frame - 4096);
-    QCOMPARE(captured.addresses.size(), std::size_t(2));
+    QCOMPARE(captured.addresses.size(), static_cast<std::size_t>(2));
     QCOMPARE(captured.addresses[0], context.Rip);
     QCOMPARE(captured.addresses[1], captured.caller);
 }
@@ -174,7 +174,7 @@ void TestDbgHelp::wrongArguments()
     const HANDLE thread = GetCurrentThread();
     QVERIFY(
         !StackWalk64(0x14c, process, thread, &frame, &context, nullptr, nullptr, nullptr, nullptr));
-    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     QVERIFY(!StackWalk64(IMAGE_FILE_MACHINE_AMD64, nullptr, thread, &frame, &context, nullptr,
                          nullptr, nullptr, nullptr));
     QVERIFY(!StackWalk64(IMAGE_FILE_MACHINE_AMD64, process, thread, &frame, nullptr, nullptr,
@@ -214,7 +214,7 @@ void TestDbgHelp::addressOutsideOfEveryModule()
     const int local = 0;
     IMAGEHLP_MODULE64 module = emptyModule();
     QVERIFY(!SymGetModuleInfo64(GetCurrentProcess(), addressOf(&local), &module));
-    QCOMPARE(GetLastError(), DWORD(ERROR_MOD_NOT_FOUND));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
     QVERIFY(!SymGetModuleInfo64(GetCurrentProcess(), 0x10, &module));
 }
 
@@ -224,7 +224,7 @@ void TestDbgHelp::wrongStructureSize()
     IMAGEHLP_MODULE64 module {};
     module.SizeOfStruct = 1679;
     QVERIFY(!SymGetModuleInfo64(GetCurrentProcess(), addressOf(&s_datum), &module));
-    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
 }
 
 QTEST_APPLESS_MAIN(TestDbgHelp)

@@ -35,8 +35,8 @@ void DeviceLossTest::removedSinkInvalidates()
         },
         10000));
     QVERIFY(m_log.lines().contains(QStringLiteral("removed b"))); // heard first
-    const QByteArray stillThere(reinterpret_cast<const char *>(data), int(frames * 8));
-    QCOMPARE(stillThere, QByteArray(int(frames * 8), '\0'));
+    const QByteArray stillThere(reinterpret_cast<const char *>(data), static_cast<int>(frames * 8));
+    QCOMPARE(stillThere, QByteArray(static_cast<int>(frames * 8), '\0'));
     QCOMPARE(recorder.capture()->ReleaseBuffer(frames), S_OK);
     QCOMPARE(recorder.capture()->GetBuffer(&data, &frames, &flags, nullptr, nullptr),
              AUDCLNT_E_DEVICE_INVALIDATED);
@@ -75,7 +75,7 @@ void DeviceLossTest::returnedSinkIsAnotherOne()
     QCOMPARE(friendlyName(b), QStringLiteral("Speakers B again"));
     DWORD state = 0;
     QCOMPARE(b->GetState(&state), S_OK);
-    QCOMPARE(state, DWORD(DEVICE_STATE_ACTIVE));
+    QCOMPARE(state, static_cast<DWORD>(DEVICE_STATE_ACTIVE));
     b->Release();
     QCOMPARE(recorder.open(m_enumerator, QStringLiteral("b")), S_OK);
     QCOMPARE(recorder.client()->Start(), S_OK);
@@ -106,7 +106,7 @@ void DeviceLossTest::killedServerInvalidatesAndItsReturnIsAnnounced()
         QCOMPARE(m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &found),
                  AUDCLNT_E_SERVICE_NOT_RUNNING);
         QCOMPARE(a->GetState(&state), S_OK);
-        QCOMPARE(state, DWORD(DEVICE_STATE_NOTPRESENT));
+        QCOMPARE(state, static_cast<DWORD>(DEVICE_STATE_NOTPRESENT));
         QCOMPARE(friendlyName(a), QStringLiteral("Speakers A"));
         QCOMPARE(a->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, &object),
                  AUDCLNT_E_SERVICE_NOT_RUNNING);

@@ -26,7 +26,8 @@ void TestDisplaySettings::size()
     QCOMPARE(mode.dmPelsWidth, 1234U);
     QCOMPARE(mode.dmPelsHeight, 777U);
     QCOMPARE(mode.dmBitsPerPel, 24U);
-    QCOMPARE(int(mode.dmDisplayFrequency), qRound(QGuiApplication::primaryScreen()->refreshRate()));
+    QCOMPARE(static_cast<int>(mode.dmDisplayFrequency),
+             qRound(QGuiApplication::primaryScreen()->refreshRate()));
     QVERIFY(mode.dmFields & DM_PELSWIDTH);
 }
 
@@ -35,7 +36,7 @@ void TestDisplaySettings::otherDevicesAndModesFail()
     DEVMODEW mode {};
     mode.dmSize = sizeof(mode);
     QVERIFY(!EnumDisplaySettingsW(L"\\\\.\\DISPLAY2", ENUM_CURRENT_SETTINGS, &mode));
-    QCOMPARE(GetLastError(), DWORD(ERROR_NOT_SUPPORTED));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_NOT_SUPPORTED));
     QVERIFY(!EnumDisplaySettingsW(nullptr, 0, &mode));
 }
 

@@ -85,13 +85,13 @@ void EndpointNotifierTest::catalogueIsPublishedWhole()
     catalogue.begin();
     catalogue.update(endpoint(L"b", 7));
     catalogue.update(endpoint(L"a", 3));
-    QCOMPARE(catalogue.serial(), std::uint64_t(0));
+    QCOMPARE(catalogue.serial(), static_cast<std::uint64_t>(0));
     catalogue.update(endpoint(L"mic", 1, eCapture));
     catalogue.setDefaults(L"b", L"mic");
     catalogue.complete();
     const auto snapshot = catalogue.snapshot();
-    QCOMPARE(snapshot->serial, std::uint64_t(1));
-    QCOMPARE(snapshot->present.size(), std::size_t(3));
+    QCOMPARE(snapshot->serial, static_cast<std::uint64_t>(1));
+    QCOMPARE(snapshot->present.size(), static_cast<std::size_t>(3));
     QCOMPARE(snapshot->present[0].id, std::wstring(L"a"));
     QCOMPARE(snapshot->present[1].id, std::wstring(L"b"));
     QCOMPARE(snapshot->present[2].id, std::wstring(L"mic"));
@@ -120,7 +120,7 @@ void EndpointNotifierTest::olderEndpointKeepsTheName()
     SoundEndpoint twin = endpoint(L"a", 5);
     twin.name = L"Twin";
     catalogue.update(twin);
-    QCOMPARE(catalogue.snapshot()->present.size(), std::size_t(2));
+    QCOMPARE(catalogue.snapshot()->present.size(), static_cast<std::size_t>(2));
     QCOMPARE(catalogue.snapshot()->find(L"a")->name, std::wstring(L"Name of a"));
     catalogue.remove(eRender, 1);
     QCOMPARE(catalogue.snapshot()->find(L"a")->name, std::wstring(L"Twin"));
@@ -134,18 +134,18 @@ void EndpointNotifierTest::goneEndpointsAreRememberedWithinBounds()
     const auto snapshot = catalogue.snapshot();
     QVERIFY(!snapshot->findPresent(L"b"));
     QCOMPARE(snapshot->find(L"b")->name, std::wstring(L"Name of b"));
-    QCOMPARE(snapshot->find(L"b")->state, DWORD(DEVICE_STATE_NOTPRESENT));
+    QCOMPARE(snapshot->find(L"b")->state, static_cast<DWORD>(DEVICE_STATE_NOTPRESENT));
     QVERIFY(!snapshot->find(L"c"));
 
     for (std::uint32_t i = 10; i < 1000; ++i) {
         catalogue.update(endpoint((L"x" + std::to_wstring(i)).c_str(), i));
         catalogue.remove(eRender, i);
     }
-    QCOMPARE(catalogue.snapshot()->gone.size(), std::size_t(64));
+    QCOMPARE(catalogue.snapshot()->gone.size(), static_cast<std::size_t>(64));
     QVERIFY(catalogue.snapshot()->find(L"x999"));
     QVERIFY(!catalogue.snapshot()->find(L"b"));
     catalogue.update(endpoint(L"x999", 1000));
-    QCOMPARE(catalogue.snapshot()->gone.size(), std::size_t(63));
+    QCOMPARE(catalogue.snapshot()->gone.size(), static_cast<std::size_t>(63));
 }
 
 void EndpointNotifierTest::reconnectionIsANewConnection()
@@ -166,10 +166,10 @@ void EndpointNotifierTest::waitingEndsWithTheDeadline()
 {
     EndpointCatalogue catalogue;
     const auto snapshot = catalogue.waitForChange(0, EndpointCatalogue::Clock::now() + 50ms);
-    QCOMPARE(snapshot->serial, std::uint64_t(0));
+    QCOMPARE(snapshot->serial, static_cast<std::uint64_t>(0));
     catalogue.disconnect();
     QCOMPARE(catalogue.waitForChange(0, EndpointCatalogue::Clock::time_point::max())->serial,
-             std::uint64_t(1));
+             static_cast<std::uint64_t>(1));
 }
 
 void EndpointNotifierTest::listenersHearOnThreadsOfItsOwn()

@@ -62,19 +62,19 @@ void EndpointsTest::endpointsAndTheirNames()
     QCOMPARE(friendlyName(c, PKEY_Device_DeviceDesc), name);
     DWORD state = 0;
     QCOMPARE(c->GetState(&state), S_OK);
-    QCOMPARE(state, DWORD(DEVICE_STATE_ACTIVE));
+    QCOMPARE(state, static_cast<DWORD>(DEVICE_STATE_ACTIVE));
     IPropertyStore *store = nullptr;
     QCOMPARE(c->OpenPropertyStore(1, &store), E_ACCESSDENIED);
     QCOMPARE(c->OpenPropertyStore(STGM_READ, &store), S_OK);
     PROPVARIANT value;
     QCOMPARE(store->GetValue({IID_IUnknown, 1}, &value), S_OK);
-    QCOMPARE(int(value.vt), int(VT_EMPTY));
+    QCOMPARE(static_cast<int>(value.vt), static_cast<int>(VT_EMPTY));
     QCOMPARE(store->SetValue(PKEY_Device_FriendlyName, value), STG_E_ACCESSDENIED);
     QCOMPARE(store->Commit(), STG_E_ACCESSDENIED);
     DWORD count = 0;
     PROPERTYKEY key {};
     QCOMPARE(store->GetCount(&count), S_OK);
-    QCOMPARE(count, DWORD(2));
+    QCOMPARE(count, static_cast<DWORD>(2));
     QCOMPARE(store->GetAt(1, &key), S_OK);
     QVERIFY(key == PKEY_Device_DeviceDesc);
     QCOMPARE(store->GetAt(2, &key), E_INVALIDARG);
@@ -115,8 +115,8 @@ void EndpointsTest::stateMasksAndBadArguments()
     QCOMPARE(collection->QueryInterface(IID_IMMDevice, &object), E_NOINTERFACE);
     QCOMPARE(collection->QueryInterface(IID_IMMDeviceCollection, nullptr), E_POINTER);
     QCOMPARE(collection->QueryInterface(IID_IUnknown, &object), S_OK);
-    QCOMPARE(collection->Release(), ULONG(1));
-    QCOMPARE(collection->Release(), ULONG(0));
+    QCOMPARE(collection->Release(), static_cast<ULONG>(1));
+    QCOMPARE(collection->Release(), static_cast<ULONG>(0));
 
     IMMDevice *const a = device(QStringLiteral("a"));
     QCOMPARE(a->Activate(IID_IMMDevice, CLSCTX_INPROC_SERVER, nullptr, &object), E_NOINTERFACE);
@@ -201,7 +201,7 @@ void EndpointsTest::removedSinkKeepsItsNameAndIsNotPresent()
 
     DWORD state = 0;
     QCOMPARE(before->GetState(&state), S_OK);
-    QCOMPARE(state, DWORD(DEVICE_STATE_NOTPRESENT));
+    QCOMPARE(state, static_cast<DWORD>(DEVICE_STATE_NOTPRESENT));
     void *object = nullptr;
     QCOMPARE(before->Activate(IID_IAudioClient, CLSCTX_ALL, nullptr, &object),
              AUDCLNT_E_DEVICE_INVALIDATED);
@@ -244,7 +244,7 @@ void EndpointsTest::unregisteringWaitsForACall()
     IMMDeviceEnumerator *another = nullptr;
     QCOMPARE(createDeviceEnumerator(&another), S_OK);
     QCOMPARE(another->RegisterEndpointNotificationCallback(&log), S_OK);
-    QCOMPARE(another->Release(), ULONG(0));
+    QCOMPARE(another->Release(), static_cast<ULONG>(0));
     QCOMPARE(log.references(), 1L);
 }
 

@@ -58,17 +58,17 @@ void LoopbackTest::tone()
     // A server that a loaded machine holds up may take longer than the two seconds of an open.
     QTRY_COMPARE_WITH_TIMEOUT(recorder.open(m_enumerator, QStringLiteral("t")), S_OK, 20000);
     QCOMPARE(recorder.rate(), rate);
-    QCOMPARE(recorder.channels(), int(order.size()));
-    QCOMPARE(recorder.mask(), DWORD(mask));
+    QCOMPARE(recorder.channels(), static_cast<int>(order.size()));
+    QCOMPARE(recorder.mask(), static_cast<DWORD>(mask));
     UINT32 frames = 0;
     QCOMPARE(recorder.client()->GetBufferSize(&frames), S_OK);
-    QCOMPARE(frames, UINT32(rate));
+    QCOMPARE(frames, static_cast<UINT32>(rate));
 
     QCOMPARE(recorder.client()->Start(), S_OK);
     QCOMPARE(recorder.waitForSound(), S_OK);
     std::vector<double> expected;
     for (const int channel : order)
-        expected.push_back(amplitudes[std::size_t(channel)]);
+        expected.push_back(amplitudes[static_cast<std::size_t>(channel)]);
     QVERIFY2(hears(&recorder, kFrequencyHz, expected), qPrintable(m_heard));
     QCOMPARE(recorder.frames() % (rate / 100), 0); // whole packets
     recorder.close();
@@ -110,7 +110,7 @@ void LoopbackTest::clientRefusesWhatItCannotDo()
     QCOMPARE(client->GetService(IID_IAudioCaptureClient, &service), AUDCLNT_E_NOT_INITIALIZED);
     QCOMPARE(client->GetDevicePeriod(nullptr, nullptr), E_POINTER);
     QCOMPARE(client->GetDevicePeriod(&time, nullptr), S_OK);
-    QCOMPARE(time, REFERENCE_TIME(100000));
+    QCOMPARE(time, static_cast<REFERENCE_TIME>(100000));
 
     const auto initialize = [&](AUDCLNT_SHAREMODE mode, DWORD flags, REFERENCE_TIME duration,
                                 REFERENCE_TIME period) {
@@ -144,13 +144,13 @@ void LoopbackTest::clientRefusesWhatItCannotDo()
 
     QCOMPARE(initialize(AUDCLNT_SHAREMODE_SHARED, Loopback, 0, 0), S_OK);
     QCOMPARE(client->GetBufferSize(&frames), S_OK);
-    QCOMPARE(frames, UINT32(960)); // the smallest: two packets
+    QCOMPARE(frames, static_cast<UINT32>(960)); // the smallest: two packets
     QCOMPARE(initialize(AUDCLNT_SHAREMODE_SHARED, Loopback, 0, 0), AUDCLNT_E_ALREADY_INITIALIZED);
     QCOMPARE(client->SetEventHandle(nullptr), AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED);
     QCOMPARE(client->GetService(IID_IMMDevice, &service), E_NOINTERFACE);
     QCOMPARE(client->GetService(IID_IAudioCaptureClient, nullptr), E_POINTER);
     CoTaskMemFree(format);
-    QCOMPARE(client->Release(), ULONG(0));
+    QCOMPARE(client->Release(), static_cast<ULONG>(0));
 }
 
 void LoopbackTest::buffersFollowTheContract()
@@ -166,7 +166,7 @@ void LoopbackTest::buffersFollowTheContract()
     QCOMPARE(capture->GetBuffer(nullptr, &frames, &flags, nullptr, nullptr), E_POINTER);
     QCOMPARE(capture->GetNextPacketSize(nullptr), E_POINTER);
     QCOMPARE(capture->GetNextPacketSize(&frames), S_OK);
-    QCOMPARE(frames, UINT32(0));
+    QCOMPARE(frames, static_cast<UINT32>(0));
     QCOMPARE(capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr), AUDCLNT_S_BUFFER_EMPTY);
     QCOMPARE(capture->ReleaseBuffer(0), S_OK);
     QCOMPARE(capture->ReleaseBuffer(480), AUDCLNT_E_OUT_OF_ORDER);
@@ -179,12 +179,13 @@ void LoopbackTest::buffersFollowTheContract()
         },
         10000));
     QCOMPARE(capture->GetNextPacketSize(&frames), S_OK);
-    QCOMPARE(frames, UINT32(480));
+    QCOMPARE(frames, static_cast<UINT32>(480));
     QCOMPARE(capture->GetBuffer(&data, &frames, &flags, &position, &time), S_OK);
     QVERIFY(data);
-    QCOMPARE(frames, UINT32(480));
-    QCOMPARE(flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY,
-             DWORD(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY)); // the stream has just begun
+    QCOMPARE(frames, static_cast<UINT32>(480));
+    QCOMPARE(
+        flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY,
+        static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY)); // the stream has just begun
     const UINT64 firstPosition = position;
     QVERIFY(time > 0);
     BYTE *const first = data;
@@ -198,14 +199,14 @@ void LoopbackTest::buffersFollowTheContract()
     QCOMPARE(capture->ReleaseBuffer(480), S_OK);
     QCOMPARE(capture->GetBuffer(&data, &frames, &flags, &position, nullptr), S_OK);
     QCOMPARE(position, firstPosition + 480);
-    QCOMPARE(flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY, DWORD(0));
+    QCOMPARE(flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY, static_cast<DWORD>(0));
     QCOMPARE(capture->ReleaseBuffer(480), S_OK);
 
     QCOMPARE(recorder.client()->Reset(), AUDCLNT_E_NOT_STOPPED);
     QCOMPARE(recorder.client()->Stop(), S_OK);
     QCOMPARE(recorder.client()->Reset(), S_OK);
     QCOMPARE(capture->GetNextPacketSize(&frames), S_OK);
-    QCOMPARE(frames, UINT32(0));
+    QCOMPARE(frames, static_cast<UINT32>(0));
 }
 
 void LoopbackTest::readerThatFallsBehindMissesWholePackets()
@@ -221,7 +222,7 @@ void LoopbackTest::readerThatFallsBehindMissesWholePackets()
         10000));
     QTest::qWait(500); // more than fits
     QCOMPARE(recorder.client()->GetCurrentPadding(&waiting), S_OK);
-    QCOMPARE(waiting, UINT32(48000));
+    QCOMPARE(waiting, static_cast<UINT32>(48000));
     QCOMPARE(recorder.record(1000), S_OK);
     QVERIFY(recorder.frames() > 48000);
     QCOMPARE(recorder.discontinuities(), 2); // the beginning, and where packets are missing
@@ -260,7 +261,7 @@ void LoopbackTest::captureClientKeepsItsAudioClient()
     capture->AddRef();
     client->AddRef();
     recorder.close();
-    QCOMPARE(client->Release(), ULONG(1)); // the capture client's
+    QCOMPARE(client->Release(), static_cast<ULONG>(1)); // the capture client's
     QVERIFY(QTest::qWaitFor(
         [&] {
             UINT32 frames = 0;
@@ -268,7 +269,7 @@ void LoopbackTest::captureClientKeepsItsAudioClient()
         },
         10000));
     QCOMPARE(client->Stop(), S_OK);
-    QCOMPARE(capture->Release(), ULONG(0));
+    QCOMPARE(capture->Release(), static_cast<ULONG>(0));
 }
 
 void LoopbackTest::releasedStreamsLeaveTheServer()
@@ -336,7 +337,7 @@ void LoopbackTest::repeatedUseIsFlat()
         QCOMPARE(recorder.open(enumerator, QStringLiteral("a")), S_OK);
         QCOMPARE(recorder.client()->Start(), S_OK);
         recorder.close();
-        QCOMPARE(enumerator->Release(), ULONG(0));
+        QCOMPARE(enumerator->Release(), static_cast<ULONG>(0));
     };
     use();
     QTest::qWait(300);

@@ -114,8 +114,8 @@ void TestMachineContext::access()
     const EXCEPTION_RECORD record = pageFault(0xABC, error).record();
     QCOMPARE(record.ExceptionCode, 0xC0000005U);
     QCOMPARE(record.NumberParameters, 2U);
-    QCOMPARE(qulonglong(record.ExceptionInformation[0]), access);
-    QCOMPARE(qulonglong(record.ExceptionInformation[1]), 0xABCULL);
+    QCOMPARE(static_cast<qulonglong>(record.ExceptionInformation[0]), access);
+    QCOMPARE(static_cast<qulonglong>(record.ExceptionInformation[1]), 0xABCULL);
 }
 
 void TestMachineContext::nonCanonicalAddressIsUnknown()
@@ -125,8 +125,8 @@ void TestMachineContext::nonCanonicalAddressIsUnknown()
         fault.machine.uc_mcontext.gregs[REG_TRAPNO] = kGeneralProtection;
         const EXCEPTION_RECORD record = fault.record();
         QCOMPARE(record.ExceptionCode, 0xC0000005U);
-        QCOMPARE(qulonglong(record.ExceptionInformation[0]), 0ULL);
-        QCOMPARE(qulonglong(record.ExceptionInformation[1]), ~0ULL);
+        QCOMPARE(static_cast<qulonglong>(record.ExceptionInformation[0]), 0ULL);
+        QCOMPARE(static_cast<qulonglong>(record.ExceptionInformation[1]), ~0ULL);
     }
 }
 
@@ -136,17 +136,21 @@ void TestMachineContext::stackOverflow_data()
     QTest::addColumn<qulonglong>("address");
     QTest::addColumn<bool>("known"); // the stack's limits
     QTest::addColumn<bool>("overflow");
-    QTest::newRow("push at the end") << qulonglong(kLow) << qulonglong(kLow - 8) << true << true;
+    QTest::newRow("push at the end")
+        << static_cast<qulonglong>(kLow) << static_cast<qulonglong>(kLow - 8) << true << true;
     QTest::newRow("inside a large frame")
-        << qulonglong(kLow - 0x100000) << qulonglong(kLow - 0x80000) << true << true;
-    QTest::newRow("below the pointer")
-        << qulonglong(kLow - 64) << qulonglong(kLow - 128) << true << true;
+        << static_cast<qulonglong>(kLow - 0x100000) << static_cast<qulonglong>(kLow - 0x80000)
+        << true << true;
+    QTest::newRow("below the pointer") << static_cast<qulonglong>(kLow - 64)
+                                       << static_cast<qulonglong>(kLow - 128) << true << true;
     QTest::newRow("wild pointer while the stack is fine")
-        << qulonglong(kLow + 0x4000) << qulonglong(kLow - 8) << true << false;
-    QTest::newRow("null") << qulonglong(kLow) << 0ULL << true << false;
+        << static_cast<qulonglong>(kLow + 0x4000) << static_cast<qulonglong>(kLow - 8) << true
+        << false;
+    QTest::newRow("null") << static_cast<qulonglong>(kLow) << 0ULL << true << false;
     QTest::newRow("inside of the stack")
-        << qulonglong(kLow) << qulonglong(kLow + 8) << true << false;
-    QTest::newRow("limits unknown") << qulonglong(kLow) << qulonglong(kLow - 8) << false << false;
+        << static_cast<qulonglong>(kLow) << static_cast<qulonglong>(kLow + 8) << true << false;
+    QTest::newRow("limits unknown")
+        << static_cast<qulonglong>(kLow) << static_cast<qulonglong>(kLow - 8) << false << false;
 }
 
 void TestMachineContext::stackOverflow()
@@ -156,7 +160,7 @@ void TestMachineContext::stackOverflow()
     QFETCH(bool, known);
     QFETCH(bool, overflow);
     Fault fault = pageFault(address, 0x6);
-    fault.machine.uc_mcontext.gregs[REG_RSP] = greg_t(stackPointer);
+    fault.machine.uc_mcontext.gregs[REG_RSP] = static_cast<greg_t>(stackPointer);
     const EXCEPTION_RECORD record = fault.record(known ? kStack : StackLimits {0, 0});
     QCOMPARE(record.ExceptionCode, overflow ? 0xC00000FDU : 0xC0000005U);
 }
@@ -168,7 +172,7 @@ void TestMachineContext::busError()
     fault.info.si_code = BUS_ADRERR;
     const EXCEPTION_RECORD record = fault.record();
     QCOMPARE(record.ExceptionCode, 0xC0000005U);
-    QCOMPARE(qulonglong(record.ExceptionInformation[1]), 0x7f1234ULL);
+    QCOMPARE(static_cast<qulonglong>(record.ExceptionInformation[1]), 0x7f1234ULL);
 }
 
 void TestMachineContext::registers()
@@ -192,15 +196,15 @@ void TestMachineContext::registers()
     // The general registers lie one after the other in this very order.
     const DWORD64 *general = &context.Rax;
     for (int i = 0; i < 17; ++i)
-        QCOMPARE(general[i], DWORD64(0x1000 + i));
+        QCOMPARE(general[i], static_cast<DWORD64>(0x1000 + i));
     QCOMPARE(context.EFlags, 0x10246U);
-    QCOMPARE(context.SegCs, WORD(0x33));
-    QCOMPARE(context.SegGs, WORD(0x53));
-    QCOMPARE(context.SegFs, WORD(0x63));
-    QCOMPARE(context.SegSs, WORD(0x2b));
+    QCOMPARE(context.SegCs, static_cast<WORD>(0x33));
+    QCOMPARE(context.SegGs, static_cast<WORD>(0x53));
+    QCOMPARE(context.SegFs, static_cast<WORD>(0x63));
+    QCOMPARE(context.SegSs, static_cast<WORD>(0x2b));
     QCOMPARE(context.MxCsr, 0x1f80U);
-    QCOMPARE(DWORD(context.FltSave.XmmRegisters[3].Low), 0xdeadbeefU);
-    QCOMPARE(context.ContextFlags & CONTEXT_FULL, DWORD(CONTEXT_FULL));
+    QCOMPARE(static_cast<DWORD>(context.FltSave.XmmRegisters[3].Low), 0xdeadbeefU);
+    QCOMPARE(context.ContextFlags & CONTEXT_FULL, static_cast<DWORD>(CONTEXT_FULL));
 }
 
 void TestMachineContext::registersThereAndBack()
@@ -208,7 +212,7 @@ void TestMachineContext::registersThereAndBack()
     CONTEXT context {};
     DWORD64 *general = &context.Rax;
     for (int i = 0; i < 17; ++i)
-        general[i] = 0x2000 + DWORD64(i);
+        general[i] = 0x2000 + static_cast<DWORD64>(i);
     ucontext_t machine {};
     fromContext(context, &machine);
     CONTEXT back;

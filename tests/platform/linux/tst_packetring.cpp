@@ -64,17 +64,17 @@ void PacketRingTest::packetAppearsWhenComplete()
 {
     PacketRing ring(10, kFrameBytes, 3);
     PacketRing::Packet packet;
-    QCOMPARE(ring.capacityFrames(), UINT32(30));
+    QCOMPARE(ring.capacityFrames(), static_cast<UINT32>(30));
     QVERIFY(!ring.front(&packet));
     write(&ring, 0, 9);
     QVERIFY(!ring.front(&packet));
-    QCOMPARE(ring.waitingFrames(), UINT32(0));
+    QCOMPARE(ring.waitingFrames(), static_cast<UINT32>(0));
     write(&ring, 9, 1);
-    QCOMPARE(ring.waitingFrames(), UINT32(10));
+    QCOMPARE(ring.waitingFrames(), static_cast<UINT32>(10));
     QCOMPARE(take(&ring, &packet), 0U);
-    QCOMPARE(packet.flags, DWORD(0));
-    QCOMPARE(packet.position, UINT64(0));
-    QCOMPARE(packet.time, UINT64(10));
+    QCOMPARE(packet.flags, static_cast<DWORD>(0));
+    QCOMPARE(packet.position, static_cast<UINT64>(0));
+    QCOMPARE(packet.time, static_cast<UINT64>(10));
     QVERIFY(!ring.front(&packet));
 }
 
@@ -90,8 +90,8 @@ void PacketRingTest::piecesOfAnySizeWrapAround()
         written += count;
         while (read + 10 <= written) {
             QCOMPARE(take(&ring, &packet), read);
-            QCOMPARE(packet.position, UINT64(read));
-            QCOMPARE(packet.flags, DWORD(0));
+            QCOMPARE(packet.position, static_cast<UINT64>(read));
+            QCOMPARE(packet.flags, static_cast<DWORD>(0));
             read += 10;
         }
     }
@@ -114,18 +114,18 @@ void PacketRingTest::fullRingDropsWholePacketsAndFlagsTheNext()
     PacketRing ring(10, kFrameBytes, 2);
     PacketRing::Packet packet;
     write(&ring, 0, 50); // 20 and 30 and 40 find no room
-    QCOMPARE(ring.waitingFrames(), UINT32(20));
+    QCOMPARE(ring.waitingFrames(), static_cast<UINT32>(20));
     QCOMPARE(take(&ring, &packet), 0U);
-    QCOMPARE(packet.flags, DWORD(0));
+    QCOMPARE(packet.flags, static_cast<DWORD>(0));
     write(&ring, 50, 10);
     QCOMPARE(take(&ring, &packet), 10U);
-    QCOMPARE(packet.flags, DWORD(0));
+    QCOMPARE(packet.flags, static_cast<DWORD>(0));
     QCOMPARE(take(&ring, &packet), 50U);
-    QCOMPARE(packet.flags, DWORD(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
-    QCOMPARE(packet.position, UINT64(50));
+    QCOMPARE(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
+    QCOMPARE(packet.position, static_cast<UINT64>(50));
     write(&ring, 60, 10);
     QCOMPARE(take(&ring, &packet), 60U);
-    QCOMPARE(packet.flags, DWORD(0));
+    QCOMPARE(packet.flags, static_cast<DWORD>(0));
 }
 
 void PacketRingTest::roomInTheMiddleOfADroppedPacketIsNotUsed()
@@ -137,7 +137,7 @@ void PacketRingTest::roomInTheMiddleOfADroppedPacketIsNotUsed()
     write(&ring, 25, 15); // 20 began without room, 30 has some
     QCOMPARE(take(&ring, &packet), 10U);
     QCOMPARE(take(&ring, &packet), 30U);
-    QCOMPARE(packet.flags, DWORD(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
+    QCOMPARE(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
 }
 
 void PacketRingTest::holesAreZerosAndOnlyWholeHolesAreSilent()
@@ -152,11 +152,11 @@ void PacketRingTest::holesAreZerosAndOnlyWholeHolesAreSilent()
     ring.write(nullptr, 2, 0);
     write(&ring, 7, 2);
     QVERIFY(ring.front(&packet));
-    QCOMPARE(packet.flags, DWORD(AUDCLNT_BUFFERFLAGS_SILENT));
+    QCOMPARE(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_SILENT));
     QCOMPARE(QByteArray(reinterpret_cast<char *>(packet.data), 32), QByteArray(32, '\0'));
     ring.pop();
     QVERIFY(ring.front(&packet));
-    QCOMPARE(packet.flags, DWORD(0));
+    QCOMPARE(packet.flags, static_cast<DWORD>(0));
     QCOMPARE(QByteArray(reinterpret_cast<char *>(packet.data), 16), QByteArray(16, '\0'));
     std::uint32_t number = 0;
     memcpy(&number, packet.data + 16, sizeof number);
@@ -172,8 +172,8 @@ void PacketRingTest::interruptionDropsTheIncompletePacket()
     write(&ring, 100, 10);
     QCOMPARE(take(&ring, &packet), 0U);
     QCOMPARE(take(&ring, &packet), 100U);
-    QCOMPARE(packet.flags, DWORD(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
-    QCOMPARE(packet.position, UINT64(17));
+    QCOMPARE(packet.flags, static_cast<DWORD>(AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY));
+    QCOMPARE(packet.position, static_cast<UINT64>(17));
 }
 
 void PacketRingTest::clearTakesOutWhatIsComplete()
@@ -183,7 +183,7 @@ void PacketRingTest::clearTakesOutWhatIsComplete()
     write(&ring, 0, 25);
     ring.clear();
     QVERIFY(!ring.front(&packet));
-    QCOMPARE(ring.waitingFrames(), UINT32(0));
+    QCOMPARE(ring.waitingFrames(), static_cast<UINT32>(0));
     write(&ring, 25, 5);
     QCOMPARE(take(&ring, &packet), 20U);
 }
@@ -222,7 +222,8 @@ void PacketRingTest::twoThreads()
         }
         const std::uint32_t first = take(&ring, &packet);
         good = good && first != UINT32_MAX && first >= next && packet.position == first
-            && bool(packet.flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY) == (first != next);
+            && static_cast<bool>(packet.flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY)
+                == (first != next);
         gaps += first != next;
         next = first + 10;
         ++taken;

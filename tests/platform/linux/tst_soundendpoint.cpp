@@ -76,7 +76,7 @@ void SoundEndpointTest::channelOrder()
     QFETCH(QString, ordered);
     QFETCH(unsigned, mask);
     pa_channel_map map = mapOf(server.constData());
-    QCOMPARE(orderChannels(&map), DWORD(mask));
+    QCOMPARE(orderChannels(&map), static_cast<DWORD>(mask));
     QCOMPARE(text(map), ordered);
 }
 
@@ -104,15 +104,15 @@ void SoundEndpointTest::defaultMustBeActiveAndOfTheFlow()
 void SoundEndpointTest::mixFormat()
 {
     const WAVEFORMATEXTENSIBLE format = mixFormatOf(stereo());
-    QCOMPARE(int(format.Format.wFormatTag), 0xFFFE);
-    QCOMPARE(int(format.Format.nChannels), 2);
-    QCOMPARE(DWORD(format.Format.nSamplesPerSec), DWORD(44100));
-    QCOMPARE(DWORD(format.Format.nAvgBytesPerSec), DWORD(44100 * 8));
-    QCOMPARE(int(format.Format.nBlockAlign), 8);
-    QCOMPARE(int(format.Format.wBitsPerSample), 32);
-    QCOMPARE(int(format.Format.cbSize), 22);
-    QCOMPARE(int(format.Samples.wValidBitsPerSample), 32);
-    QCOMPARE(DWORD(format.dwChannelMask), DWORD(3));
+    QCOMPARE(static_cast<int>(format.Format.wFormatTag), 0xFFFE);
+    QCOMPARE(static_cast<int>(format.Format.nChannels), 2);
+    QCOMPARE(static_cast<DWORD>(format.Format.nSamplesPerSec), static_cast<DWORD>(44100));
+    QCOMPARE(static_cast<DWORD>(format.Format.nAvgBytesPerSec), static_cast<DWORD>(44100 * 8));
+    QCOMPARE(static_cast<int>(format.Format.nBlockAlign), 8);
+    QCOMPARE(static_cast<int>(format.Format.wBitsPerSample), 32);
+    QCOMPARE(static_cast<int>(format.Format.cbSize), 22);
+    QCOMPARE(static_cast<int>(format.Samples.wValidBitsPerSample), 32);
+    QCOMPARE(static_cast<DWORD>(format.dwChannelMask), static_cast<DWORD>(3));
     QVERIFY(GUID(format.SubFormat) == KSDATAFORMAT_SUBTYPE_IEEE_FLOAT);
     WAVEFORMATEX *const copy = copyFormat(format);
     QVERIFY(isMixFormat(*copy, format));

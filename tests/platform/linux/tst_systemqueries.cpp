@@ -30,7 +30,7 @@ void TestSystemQueries::versionIsNotAnswered()
     OSVERSIONINFOEXW version {};
     version.dwOSVersionInfoSize = sizeof(version);
     QVERIFY(!GetVersionExW(reinterpret_cast<OSVERSIONINFOW *>(&version)));
-    QCOMPARE(GetLastError(), DWORD(ERROR_CALL_NOT_IMPLEMENTED));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_CALL_NOT_IMPLEMENTED));
     QCOMPARE(version.dwMajorVersion, 0U);
 }
 
@@ -38,14 +38,14 @@ void TestSystemQueries::processors()
 {
     SYSTEM_INFO info {};
     GetSystemInfo(&info);
-    QCOMPARE(info.wProcessorArchitecture, WORD(PROCESSOR_ARCHITECTURE_AMD64));
+    QCOMPARE(info.wProcessorArchitecture, static_cast<WORD>(PROCESSOR_ARCHITECTURE_AMD64));
     int listed = 0;
     QFile file(QStringLiteral("/proc/cpuinfo"));
     QVERIFY(file.open(QIODevice::ReadOnly));
     for (const QByteArray &line : file.readAll().split('\n'))
         listed += line.startsWith("processor\t") ? 1 : 0;
-    QCOMPARE(int(info.dwNumberOfProcessors), listed);
-    QCOMPARE(long(info.dwPageSize), sysconf(_SC_PAGESIZE));
+    QCOMPARE(static_cast<int>(info.dwNumberOfProcessors), listed);
+    QCOMPARE(static_cast<long>(info.dwPageSize), sysconf(_SC_PAGESIZE));
 }
 
 void TestSystemQueries::memory()
@@ -61,12 +61,14 @@ void TestSystemQueries::memory()
                                       QRegularExpression::MultilineOption);
         return line.match(text).captured(1).toULongLong() * 1024;
     };
-    QCOMPARE(qulonglong(status.ullTotalPhys), bytes("MemTotal"));
+    QCOMPARE(static_cast<qulonglong>(status.ullTotalPhys), bytes("MemTotal"));
     // Others use memory meanwhile.
-    const double available = double(bytes("MemAvailable"));
-    QVERIFY(qAbs(double(status.ullAvailPhys) - available) < double(status.ullTotalPhys) / 10);
-    const double used = double(status.ullTotalPhys - status.ullAvailPhys);
-    QCOMPARE(int(status.dwMemoryLoad), int(used * 100 / double(status.ullTotalPhys)));
+    const double available = static_cast<double>(bytes("MemAvailable"));
+    QVERIFY(qAbs(static_cast<double>(status.ullAvailPhys) - available)
+            < static_cast<double>(status.ullTotalPhys) / 10);
+    const double used = static_cast<double>(status.ullTotalPhys - status.ullAvailPhys);
+    QCOMPARE(static_cast<int>(status.dwMemoryLoad),
+             static_cast<int>(used * 100 / static_cast<double>(status.ullTotalPhys)));
     QVERIFY(status.ullTotalPageFile >= status.ullTotalPhys);
 }
 
@@ -75,17 +77,17 @@ void TestSystemQueries::memoryNeedsItsLength()
     MEMORYSTATUSEX status {};
     status.dwLength = sizeof(status) - 1;
     QVERIFY(!GlobalMemoryStatusEx(&status));
-    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
-    QCOMPARE(status.ullTotalPhys, DWORDLONG(0));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+    QCOMPARE(status.ullTotalPhys, static_cast<DWORDLONG>(0));
 }
 
 void TestSystemQueries::noServices()
 {
     QVERIFY(!OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    QCOMPARE(GetLastError(), DWORD(ERROR_CALL_NOT_IMPLEMENTED));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_CALL_NOT_IMPLEMENTED));
     SetLastError(ERROR_SUCCESS);
     QVERIFY(!OpenServiceW(nullptr, L"Audiosrv", SERVICE_QUERY_STATUS));
-    QCOMPARE(GetLastError(), DWORD(ERROR_CALL_NOT_IMPLEMENTED));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_CALL_NOT_IMPLEMENTED));
     SERVICE_STATUS status {};
     QVERIFY(!QueryServiceStatus(nullptr, &status));
     QVERIFY(!CloseServiceHandle(nullptr));
@@ -97,7 +99,7 @@ void TestSystemQueries::noDisplayInMemory()
     mode.dmSize = sizeof(mode);
     QVERIFY(!dialogCanBeSeen());
     QVERIFY(!EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode));
-    QCOMPARE(GetLastError(), DWORD(ERROR_NOT_SUPPORTED));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_NOT_SUPPORTED));
 
     int argc = 1;
     char name[] = "test";
@@ -114,7 +116,7 @@ void TestSystemQueries::displayNeedsItsSize()
     DEVMODEW mode {};
     mode.dmSize = sizeof(mode) - 1;
     QVERIFY(!EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode));
-    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
 }
 
 void TestSystemQueries::lastErrorIsTheThreads()
@@ -122,8 +124,8 @@ void TestSystemQueries::lastErrorIsTheThreads()
     SetLastError(ERROR_NOT_FOUND);
     DWORD other = ERROR_ACCESS_DENIED;
     std::thread([&other] { other = GetLastError(); }).join();
-    QCOMPARE(other, DWORD(ERROR_SUCCESS));
-    QCOMPARE(GetLastError(), DWORD(ERROR_NOT_FOUND));
+    QCOMPARE(other, static_cast<DWORD>(ERROR_SUCCESS));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_NOT_FOUND));
 }
 
 QTEST_APPLESS_MAIN(TestSystemQueries)

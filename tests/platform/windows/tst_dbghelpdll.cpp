@@ -99,8 +99,8 @@ void TestDbgHelp::initTestCase()
 
 void TestDbgHelp::structureSizes()
 {
-    QCOMPARE(sizeof(IMAGEHLP_MODULE64), std::size_t(1680));
-    QCOMPARE(sizeof(CONTEXT), std::size_t(1232));
+    QCOMPARE(sizeof(IMAGEHLP_MODULE64), static_cast<std::size_t>(1680));
+    QCOMPARE(sizeof(CONTEXT), static_cast<std::size_t>(1232));
 }
 
 void TestDbgHelp::walkIsTheStack()
@@ -110,9 +110,9 @@ void TestDbgHelp::walkIsTheStack()
     // The walk begins in captureHere, the other one with its caller; from there on both have the
     // same return addresses.
     QVERIFY2(captured.count >= 4, qPrintable(QString::number(captured.count)));
-    QVERIFY(int(captured.walked.size()) > captured.count);
+    QVERIFY(static_cast<int>(captured.walked.size()) > captured.count);
     for (int i = 0; i < captured.count; ++i)
-        QCOMPARE(captured.walked[std::size_t(i) + 1], addressOf(captured.callers[i]));
+        QCOMPARE(captured.walked[static_cast<std::size_t>(i) + 1], addressOf(captured.callers[i]));
 }
 
 void TestDbgHelp::modules()

@@ -19,14 +19,15 @@ private Q_SLOTS:
 void TestDisplaySettings::size()
 {
     DEVMODEW mode {};
-    QCOMPARE(sizeof(mode), std::size_t(220));
+    QCOMPARE(sizeof(mode), static_cast<std::size_t>(220));
     mode.dmSize = sizeof(mode);
     QVERIFY(EnumDisplaySettingsW(nullptr, ENUM_CURRENT_SETTINGS, &mode));
-    QCOMPARE(int(mode.dmPelsWidth), GetSystemMetrics(SM_CXSCREEN));
-    QCOMPARE(int(mode.dmPelsHeight), GetSystemMetrics(SM_CYSCREEN));
+    QCOMPARE(static_cast<int>(mode.dmPelsWidth), GetSystemMetrics(SM_CXSCREEN));
+    QCOMPARE(static_cast<int>(mode.dmPelsHeight), GetSystemMetrics(SM_CYSCREEN));
     const QScreen *const screen = QGuiApplication::primaryScreen();
     const QSize pixels = screen->size() * screen->devicePixelRatio();
-    QCOMPARE(QSize(int(mode.dmPelsWidth), int(mode.dmPelsHeight)), pixels);
+    QCOMPARE(QSize(static_cast<int>(mode.dmPelsWidth), static_cast<int>(mode.dmPelsHeight)),
+             pixels);
     QVERIFY(mode.dmDisplayFrequency > 0);
 }
 

@@ -74,7 +74,7 @@ bool chooseDefault(const QString &id)
     if (id.isEmpty())
         return RegDeleteKeyValueW(HKEY_CURRENT_USER, key, name) == ERROR_SUCCESS;
     return RegSetKeyValueW(HKEY_CURRENT_USER, key, name, REG_SZ, value.c_str(),
-                           DWORD((value.size() + 1) * sizeof(wchar_t)))
+                           static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)))
         == ERROR_SUCCESS;
 }
 
@@ -135,10 +135,10 @@ void EndpointsTest::mixFormatIsFloat()
 {
     LoopbackRecorder recorder;
     QCOMPARE(recorder.open(m_enumerator, defaultId(m_enumerator)), S_OK);
-    QCOMPARE(recorder.format()->wFormatTag, WORD(WAVE_FORMAT_EXTENSIBLE));
-    QCOMPARE(recorder.format()->wBitsPerSample, WORD(32));
+    QCOMPARE(recorder.format()->wFormatTag, static_cast<WORD>(WAVE_FORMAT_EXTENSIBLE));
+    QCOMPARE(recorder.format()->wBitsPerSample, static_cast<WORD>(32));
     QCOMPARE(recorder.channels(), 2);
-    QCOMPARE(recorder.format()->nBlockAlign, WORD(8));
+    QCOMPARE(recorder.format()->nBlockAlign, static_cast<WORD>(8));
 }
 
 void EndpointsTest::toneIsHeardOnItsChannel()

@@ -25,7 +25,7 @@ private Q_SLOTS:
 void TestSystemQueries::versionIsTheTrueOne()
 {
     OSVERSIONINFOEXW version {};
-    QCOMPARE(sizeof(version), std::size_t(284));
+    QCOMPARE(sizeof(version), static_cast<std::size_t>(284));
     version.dwOSVersionInfoSize = sizeof(version);
     QVERIFY(GetVersionExW(reinterpret_cast<OSVERSIONINFOW *>(&version)));
     using GetVersion = LONG(WINAPI *)(OSVERSIONINFOEXW *);
@@ -39,21 +39,22 @@ void TestSystemQueries::versionIsTheTrueOne()
     QCOMPARE(version.dwMinorVersion, expected.dwMinorVersion);
     QCOMPARE(version.dwBuildNumber, expected.dwBuildNumber);
     QVERIFY(version.dwMajorVersion >= 10);
-    QCOMPARE(version.dwPlatformId, DWORD(VER_PLATFORM_WIN32_NT));
+    QCOMPARE(version.dwPlatformId, static_cast<DWORD>(VER_PLATFORM_WIN32_NT));
 }
 
 void TestSystemQueries::processors()
 {
     SYSTEM_INFO info {};
     GetSystemInfo(&info);
-    QCOMPARE(info.wProcessorArchitecture, WORD(PROCESSOR_ARCHITECTURE_AMD64));
-    QCOMPARE(int(info.dwNumberOfProcessors), qEnvironmentVariableIntValue("NUMBER_OF_PROCESSORS"));
+    QCOMPARE(info.wProcessorArchitecture, static_cast<WORD>(PROCESSOR_ARCHITECTURE_AMD64));
+    QCOMPARE(static_cast<int>(info.dwNumberOfProcessors),
+             qEnvironmentVariableIntValue("NUMBER_OF_PROCESSORS"));
 }
 
 void TestSystemQueries::memory()
 {
     MEMORYSTATUSEX status {};
-    QCOMPARE(sizeof(status), std::size_t(64));
+    QCOMPARE(sizeof(status), static_cast<std::size_t>(64));
     status.dwLength = sizeof(status);
     QVERIFY(GlobalMemoryStatusEx(&status));
     ULONGLONG kilobytes = 0; // all that is fitted, some of which the firmware may keep
@@ -61,9 +62,10 @@ void TestSystemQueries::memory()
         QVERIFY(status.ullTotalPhys <= kilobytes * 1024);
     QVERIFY(status.ullTotalPhys > 256ULL * 1024 * 1024);
     QVERIFY(status.ullAvailPhys > 0 && status.ullAvailPhys <= status.ullTotalPhys);
-    const double used = double(status.ullTotalPhys - status.ullAvailPhys);
-    const double load = used * 100 / double(status.ullTotalPhys);
-    QVERIFY2(qAbs(load - double(status.dwMemoryLoad)) <= 2, qPrintable(QString::number(load)));
+    const double used = static_cast<double>(status.ullTotalPhys - status.ullAvailPhys);
+    const double load = used * 100 / static_cast<double>(status.ullTotalPhys);
+    QVERIFY2(qAbs(load - static_cast<double>(status.dwMemoryLoad)) <= 2,
+             qPrintable(QString::number(load)));
 }
 
 void TestSystemQueries::memoryNeedsItsLength()
@@ -71,7 +73,7 @@ void TestSystemQueries::memoryNeedsItsLength()
     MEMORYSTATUSEX status {};
     status.dwLength = sizeof(status) - 1;
     QVERIFY(!GlobalMemoryStatusEx(&status));
-    QCOMPARE(GetLastError(), DWORD(ERROR_INVALID_PARAMETER));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
 }
 
 void TestSystemQueries::serviceManager()
@@ -86,7 +88,7 @@ void TestSystemQueries::serviceManager()
     QVERIFY(status.dwCurrentState >= SERVICE_STOPPED && status.dwCurrentState <= SERVICE_PAUSED);
     QVERIFY(CloseServiceHandle(service));
     QVERIFY(!OpenServiceW(manager, L"TonewellHasNoService", SERVICE_QUERY_STATUS));
-    QCOMPARE(GetLastError(), DWORD(ERROR_SERVICE_DOES_NOT_EXIST));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
     QVERIFY(CloseServiceHandle(manager));
 }
 
@@ -97,9 +99,9 @@ void TestSystemQueries::lastErrorIsTheThreads()
     QScopedPointer<QThread> thread(QThread::create([&other] { other = GetLastError(); }));
     thread->start();
     QVERIFY(thread->wait());
-    QVERIFY(other != DWORD(ERROR_NOT_FOUND));
+    QVERIFY(other != static_cast<DWORD>(ERROR_NOT_FOUND));
     SetLastError(ERROR_NOT_FOUND);
-    QCOMPARE(GetLastError(), DWORD(ERROR_NOT_FOUND));
+    QCOMPARE(GetLastError(), static_cast<DWORD>(ERROR_NOT_FOUND));
 }
 
 QTEST_APPLESS_MAIN(TestSystemQueries)

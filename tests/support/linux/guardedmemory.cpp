@@ -8,7 +8,7 @@
 GuardedMemory::GuardedMemory(std::size_t size)
     : m_size(size)
 {
-    const auto page = std::size_t(sysconf(_SC_PAGESIZE));
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     const std::size_t pages = (size + page - 1) / page;
     m_regionSize = (pages + 2) * page;
     m_region = mmap(nullptr, m_regionSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -45,7 +45,7 @@ void write(pa_stream *stream, std::size_t bytes, void *userdata)
     for (std::size_t i = 0; i < frames; ++i) {
         for (std::size_t c = 0; c < channels; ++c)
             player->block[i * channels + c] =
-                player->amplitudes[c] * float(std::sin(player->phase));
+                player->amplitudes[c] * static_cast<float>(std::sin(player->phase));
         player->phase = std::fmod(player->phase + step, 2 * M_PI);
     }
     if (pa_stream_write(stream, player->block.data(), player->block.size() * sizeof(float), nullptr,
@@ -62,9 +62,11 @@ void write(pa_stream *stream, std::size_t bytes, void *userdata)
 void connectStream(Player *player, pa_context *context)
 {
     // Short enough that a tone is heard soon, long enough for a busy machine.
-    const pa_buffer_attr attributes {std::uint32_t(-1),
-                                     std::uint32_t(pa_usec_to_bytes(200000, &player->spec)),
-                                     std::uint32_t(-1), std::uint32_t(-1), std::uint32_t(-1)};
+    const pa_buffer_attr attributes {
+        static_cast<std::uint32_t>(-1),
+        static_cast<std::uint32_t>(pa_usec_to_bytes(200000, &player->spec)),
+        static_cast<std::uint32_t>(-1), static_cast<std::uint32_t>(-1),
+        static_cast<std::uint32_t>(-1)};
     player->stream = pa_stream_new(context, "Tone", &player->spec, &player->map);
     if (!player->stream)
         return fail(player, "cannot play", context);
@@ -104,10 +106,11 @@ int main(int argc, char **argv)
         return 2;
     }
     player.sink = argv[1];
-    player.spec = {PA_SAMPLE_FLOAT32NE, std::uint32_t(std::atoi(argv[2])), player.map.channels};
+    player.spec = {PA_SAMPLE_FLOAT32NE, static_cast<std::uint32_t>(std::atoi(argv[2])),
+                   player.map.channels};
     player.frequency = std::atof(argv[4]);
     for (int i = 5; i < argc; ++i)
-        player.amplitudes.push_back(float(std::atof(argv[i])));
+        player.amplitudes.push_back(static_cast<float>(std::atof(argv[i])));
 
     pa_context *const context = pa_context_new(pa_mainloop_get_api(player.loop), "toneplayer");
     pa_context_set_state_callback(context, &handleContext, &player);

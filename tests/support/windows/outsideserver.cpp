@@ -23,10 +23,11 @@ bool writeTones(const QString &path, double left, double leftAmplitude, double r
     stream.setByteOrder(QDataStream::LittleEndian);
     const quint32 bytes = kRateHz * kSeconds * 4;
     stream.writeRawData("RIFF", 4);
-    stream << quint32(36 + bytes);
+    stream << static_cast<quint32>(36 + bytes);
     stream.writeRawData("WAVEfmt ", 8);
-    stream << quint32(16) << quint16(1) << quint16(2) << quint32(kRateHz) << quint32(kRateHz * 4)
-           << quint16(4) << quint16(16);
+    stream << static_cast<quint32>(16) << static_cast<quint16>(1) << static_cast<quint16>(2)
+           << static_cast<quint32>(kRateHz) << static_cast<quint32>(kRateHz * 4)
+           << static_cast<quint16>(4) << static_cast<quint16>(16);
     stream.writeRawData("data", 4);
     stream << bytes;
     QByteArray second; // whole periods of every whole frequency
@@ -34,8 +35,8 @@ bool writeTones(const QString &path, double left, double leftAmplitude, double r
     samples.setByteOrder(QDataStream::LittleEndian);
     for (int i = 0; i < kRateHz; ++i) {
         const double angle = 2 * M_PI * i / kRateHz;
-        samples << qint16(qRound(32767 * leftAmplitude * qSin(left * angle)))
-                << qint16(qRound(32767 * rightAmplitude * qSin(right * angle)));
+        samples << static_cast<qint16>(qRound(32767 * leftAmplitude * qSin(left * angle)))
+                << static_cast<qint16>(qRound(32767 * rightAmplitude * qSin(right * angle)));
     }
     for (int i = 0; i < kSeconds; ++i)
         stream.writeRawData(second.constData(), second.size());

@@ -77,7 +77,7 @@ public:
     }
     bool type(const QByteArray &keys) const
     {
-        return write(m_leader, keys.constData(), size_t(keys.size())) == keys.size();
+        return write(m_leader, keys.constData(), static_cast<size_t>(keys.size())) == keys.size();
     }
 
     void resize(unsigned short columns, unsigned short rows) const
@@ -90,7 +90,7 @@ public:
     {
         char bytes[65536];
         for (ssize_t count; (count = read(m_leader, bytes, sizeof bytes)) > 0;)
-            m_output.append(bytes, int(count));
+            m_output.append(bytes, static_cast<int>(count));
         return m_output;
     }
 
@@ -109,7 +109,10 @@ public:
         QFile status(QStringLiteral("/proc/%1/stat").arg(m_process.processId()));
         return status.open(QIODevice::ReadOnly) && status.readAll().contains(") T ");
     }
-    bool send(int signal) const { return kill(pid_t(m_process.processId()), signal) == 0; }
+    bool send(int signal) const
+    {
+        return kill(static_cast<pid_t>(m_process.processId()), signal) == 0;
+    }
 
     QProcess &process() { return m_process; }
 
@@ -209,7 +212,7 @@ void MonitorTerminalTest::isGivenBack()
     QVERIFY(!terminal.output().contains(kLeave));
     QVERIFY(terminal.isAsBeforeWithoutEcho());
     if (signal != 0)
-        QCOMPARE(kill(pid_t(terminal.process().processId()), signal), 0);
+        QCOMPARE(kill(static_cast<pid_t>(terminal.process().processId()), signal), 0);
     QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
     QCOMPARE(terminal.process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(terminal.process().exitCode(), 2); // no message had come
@@ -218,7 +221,7 @@ void MonitorTerminalTest::isGivenBack()
     // The statistics are on the first screen, where they stay.
     const QByteArray behind = terminal.output().mid(terminal.output().indexOf(kLeave));
     QVERIFY2(behind.contains("messages  0, bad 0"), behind.constData());
-    QVERIFY(!behind.mid(int(sizeof kLeave) - 1).contains('\x1b'));
+    QVERIFY(!behind.mid(static_cast<int>(sizeof kLeave) - 1).contains('\x1b'));
     QVERIFY(terminal.isAsBefore());
 }
 
@@ -243,7 +246,8 @@ void MonitorTerminalTest::isGivenBackByASecondInterrupt()
     const std::vector<float> bars(100, 0.5F);
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, &source, [&] {
-        source.sendMessage(spectrumMessage(0.25, 0.5, 0.125, bars.data(), int(bars.size())));
+        source.sendMessage(
+            spectrumMessage(0.25, 0.5, 0.125, bars.data(), static_cast<int>(bars.size())));
     });
     timer.start(20);
     // A record that nobody reads holds the monitor up, so that it cannot answer the first one.

@@ -18,7 +18,7 @@ struct Run {
     {
         for (const QByteArray &line : facts.split('\n')) {
             if (line.startsWith(QByteArray(name) + '='))
-                return line.mid(int(qstrlen(name)) + 1);
+                return line.mid(static_cast<int>(qstrlen(name)) + 1);
         }
         return {};
     }

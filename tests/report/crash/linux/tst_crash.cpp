@@ -181,7 +181,7 @@ void TestCrash::checkRun(const QString &kind, const Run &run, const Expected &ex
     m_table[kind] = QStringLiteral("%1 | %2 | %3 s | %4")
                         .arg(kind, -25)
                         .arg(run.status, 3)
-                        .arg(double(m_slowest) / 1000.0, 0, 'f', 3)
+                        .arg(static_cast<double>(m_slowest) / 1000.0, 0, 'f', 3)
                         .arg(m_fewest);
 }
 

@@ -75,7 +75,7 @@ Traced trace(const char *kind)
             ptrace(PTRACE_GETSIGINFO, child, nullptr, &info);
             ptrace(PTRACE_GETREGS, child, nullptr, &registers);
             traced.stops.append({signal, info.si_code, reinterpret_cast<quintptr>(info.si_addr),
-                                 quintptr(registers.rip)});
+                                 static_cast<quintptr>(registers.rip)});
         }
         ptrace(PTRACE_CONT, child, nullptr, signal);
     }
@@ -296,7 +296,7 @@ void TestCrashEnd::systemSeesTheFaultItself()
     run.facts = traced.facts;
     const QByteArray instruction = run.fact("instruction");
     if (!instruction.isEmpty())
-        QCOMPARE(end.instruction, quintptr(instruction.toULongLong(nullptr, 16)));
+        QCOMPARE(end.instruction, static_cast<quintptr>(instruction.toULongLong(nullptr, 16)));
     QVERIFY(WIFSIGNALED(traced.end));
     QCOMPARE(WTERMSIG(traced.end), signal);
 }

@@ -39,7 +39,7 @@ Run runProgram(const QString &kind)
     }
     run.facts = plain(process.readAllStandardOutput());
     run.report = plain(process.readAllStandardError());
-    run.code = uint(process.exitCode());
+    run.code = static_cast<uint>(process.exitCode());
     run.files = QDir(folder.path()).entryList(QDir::Files);
     if (!run.files.isEmpty()) {
         QFile file(folder.filePath(run.files.first()));
