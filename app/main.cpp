@@ -6,12 +6,10 @@
 #include "platform/termination.h"
 #include "report/crashhandlers.h"
 
+#include <windows.h>
+#include <exception>
 #include <QApplication>
 #include <QSharedMemory>
-
-#include <exception>
-
-#include <windows.h>
 
 namespace {
 

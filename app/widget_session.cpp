@@ -1,13 +1,12 @@
 // The window's part in the user's session: its notifications, and what they restart.
 #include "app/widget.h"
+
 #include "spectrum/specengine.h"
 #include "ui_widget.h"
 
+#include <windows.h>
 #include <QDebug>
 #include <QTimer>
-
-#include <windows.h>
-
 #include <wtsapi32.h>
 
 namespace {

@@ -3,6 +3,7 @@
 
 #include "capture/diagnosticlog.h"
 #include "capture/wasapierrortext.h"
+
 #include <objbase.h>
 #include <QDebug>
 #include <QEventLoop>

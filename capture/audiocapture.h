@@ -4,6 +4,7 @@
 #include "capture/captureaudiothread.h"
 #include "capture/deviceentry.h"
 #include "capture/sessionclients.h"
+
 #include <atomic>
 #include <audioclient.h>
 #include <mmdeviceapi.h>

@@ -4,10 +4,11 @@
 #include "capture/diagnosticlog.h"
 #include "capture/wasapierrortext.h"
 #include "platform/deviceenumerator.h"
+
+#include <windows.h>
 #include <functiondiscoverykeys_devpkey.h>
 #include <objbase.h>
 #include <QDebug>
-#include <windows.h>
 
 AudioCapture::AudioCapture(QObject *parent)
     : QObject(parent)

@@ -6,6 +6,7 @@
 #include "report/deliverreport.h"
 #include "report/errorreport.h"
 #include "report/hextext.h"
+
 #include <atomic>
 #include <QDebug>
 

@@ -2,10 +2,11 @@
 #include "capture/audiocapture.h"
 
 #include "capture/diagnosticlog.h"
+
+#include <windows.h>
 #include <QDebug>
 #include <QThread>
 #include <QTimer>
-#include <windows.h>
 
 namespace {
 

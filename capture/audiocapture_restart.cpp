@@ -2,6 +2,7 @@
 #include "capture/audiocapture.h"
 
 #include "capture/diagnosticlog.h"
+
 #include <QDebug>
 #include <QTimer>
 

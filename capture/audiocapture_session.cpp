@@ -4,6 +4,7 @@
 #include "capture/diagnosticlog.h"
 #include "capture/wasapierrortext.h"
 #include "platform/deviceenumerator.h"
+
 #include <initializer_list>
 #include <QDebug>
 #include <QThread>

@@ -4,6 +4,7 @@
 #include "capture/sampleconversion.h"
 #include "capture/wasapierrortext.h"
 #include "platform/lastreport.h"
+
 #include <objbase.h>
 #include <QDebug>
 #include <QThread>

@@ -1,6 +1,7 @@
 #include "capture/diagnosticlog.h"
 
 #include "platform/privatefiles.h"
+
 #include <atomic>
 #include <QDateTime>
 #include <QFile>

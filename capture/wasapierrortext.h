@@ -1,8 +1,8 @@
 // Result codes of the audio API as text.
 #pragma once
 
-#include <QString>
 #include <windows.h>
+#include <QString>
 
 /// The code in base 16, lower case; a failure code prints as its 64-bit two's complement
 /// (ffffffff88890004).

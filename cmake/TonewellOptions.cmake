@@ -11,6 +11,8 @@ set(TONEWELL_SANITIZER "" CACHE STRING "address (with undefined), thread, or emp
 set_property(CACHE TONEWELL_SANITIZER PROPERTY STRINGS "" address thread)
 
 add_library(tonewell_options INTERFACE)
+# Quoted includes are paths from the project's root.
+target_include_directories(tonewell_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_definitions(tonewell_options INTERFACE
     QT_NO_CAST_FROM_ASCII
     QT_NO_CAST_TO_ASCII

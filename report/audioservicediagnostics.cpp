@@ -3,10 +3,9 @@
 #include "platform/deviceenumerator.h"
 #include "report/hextext.h"
 
+#include <windows.h>
 #include <functiondiscoverykeys_devpkey.h>
 #include <objbase.h>
-#include <windows.h>
-
 #include <winsvc.h>
 
 namespace {

@@ -4,13 +4,12 @@
 #include "platform/display.h"
 #include "report/errorreportdialog.h"
 
+#include <atomic>
+#include <cstdio>
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QFile>
 #include <QTimer>
-
-#include <atomic>
-#include <cstdio>
 
 namespace {
 

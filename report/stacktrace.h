@@ -1,8 +1,8 @@
 // Registers and call stack of a crash, as text.
 #pragma once
 
-#include <QString>
 #include <windows.h>
+#include <QString>
 
 /// One line "  RIP: 0x<16 digits>\n" a register, RIP, RSP, RBP, RAX, RBX, RCX, RDX, RSI, RDI and
 /// R8 to R15; "  Context unavailable\n" when context is null.

@@ -6,15 +6,13 @@
 #include "spectrum/spectrum.h"
 #include "spectrum/spectrumanalyser.h"
 
+#include <windows.h>
+#include <mmreg.h>
 #include <QByteArray>
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
 #include <vector>
-
-#include <windows.h>
-
-#include <mmreg.h>
 
 /// The hub of the audio side: owns the capture controller and the analyser, keeps five seconds of
 /// PCM, measures the levels of the newest 50 ms and fills the registered bands from every

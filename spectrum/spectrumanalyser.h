@@ -2,12 +2,10 @@
 
 #include "spectrum/frequencyspectrum.h"
 
+#include <windows.h>
+#include <mmreg.h>
 #include <QByteArray>
 #include <QObject>
-
-#include <windows.h>
-
-#include <mmreg.h>
 
 class SpectrumAnalyserThread;
 

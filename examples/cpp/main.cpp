@@ -1,17 +1,16 @@
 // spectrum-consumer: prints the levels and the loudest frequency of each channel, twice a second,
 // from what TonewellDetection publishes. Ctrl-C ends it.
+#include "rep_commoninterface_replica.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QStringList>
 #include <QTimer>
 #include <QUrl>
 #include <QVector>
-
-#include <algorithm>
-#include <cstdio>
-#include <optional>
-
-#include "rep_commoninterface_replica.h"
 
 namespace {
 

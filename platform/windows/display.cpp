@@ -1,8 +1,7 @@
 #include "platform/display.h"
 
-#include <QGuiApplication>
-
 #include <windows.h>
+#include <QGuiApplication>
 
 namespace {
 

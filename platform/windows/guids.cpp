@@ -3,9 +3,8 @@
 // one too, the linker takes either.
 
 #include <audioclient.h>
-#include <mmdeviceapi.h>
-
 #include <functiondiscoverykeys_devpkey.h>
+#include <mmdeviceapi.h>
 
 #define TONEWELL_CONSTANT(type, name) extern "C" __declspec(selectany) const type name
 

@@ -1,8 +1,7 @@
 #include "platform/lastreport.h"
 
-#include <atomic>
-
 #include <windows.h>
+#include <atomic>
 
 namespace {
 

@@ -1,8 +1,7 @@
 #include "platform/terminal.h"
 
-#include <cstdio>
-
 #include <windows.h>
+#include <cstdio>
 
 namespace {
 

@@ -1,11 +1,9 @@
 #include "platform/termination.h"
 
+#include <windows.h>
+#include <mutex>
 #include <QCoreApplication>
 #include <QTimer>
-
-#include <mutex>
-
-#include <windows.h>
 
 namespace {
 

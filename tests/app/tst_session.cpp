@@ -5,14 +5,11 @@
 #include "tests/support/fakeaudio.h"
 #include "tests/support/messagelog.h"
 
+#include <windows.h>
+#include <memory>
 #include <QPushButton>
 #include <QTest>
 #include <QTextBrowser>
-
-#include <memory>
-
-#include <windows.h>
-
 #include <wtsapi32.h>
 
 namespace {

@@ -4,13 +4,12 @@
 // leaves.
 #include "app/singleinstance.h"
 
+#include <chrono>
+#include <cstdio>
 #include <QCoreApplication>
 #include <QProcess>
 #include <QSharedMemory>
 #include <QTest>
-
-#include <chrono>
-#include <cstdio>
 #include <thread>
 
 class SingleInstanceTest : public QObject {

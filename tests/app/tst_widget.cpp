@@ -8,6 +8,7 @@
 #include "tests/support/fakeaudio.h"
 #include "tests/support/messagelog.h"
 
+#include <memory>
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
@@ -23,8 +24,6 @@
 #include <QTextBrowser>
 #include <QTimer>
 #include <QTranslator>
-
-#include <memory>
 #include <thread>
 
 namespace {

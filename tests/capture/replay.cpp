@@ -1,6 +1,7 @@
 #include "tests/capture/replay.h"
 
 #include "tests/capture/timelinecursor.h"
+
 #include <objbase.h>
 #include <QHash>
 #include <QSet>

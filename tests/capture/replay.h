@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/support/fakeaudio.h"
+
 #include <QHash>
 
 /// What a timeline contained, and what in it was against the rules.

@@ -7,6 +7,7 @@
 #include "tests/support/fakeaudio.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/taskmemory.h"
+
 #include <functional>
 #include <memory>
 #include <QtTest>

@@ -1,5 +1,6 @@
 // Construction, destruction, the catalogue, friendly names and IUnknown.
 #include "tests/capture/scene.h"
+
 #include <QPointer>
 #include <QSignalSpy>
 

@@ -1,5 +1,6 @@
 // How a start initialises the client: format, retries, recovery, what is announced.
 #include "tests/capture/scene.h"
+
 #include <QSignalSpy>
 
 class TestAudioCaptureInitialize : public QObject {

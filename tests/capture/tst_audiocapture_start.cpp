@@ -1,6 +1,7 @@
 // The start sequence as a whole on scripted devices: its texts, old sessions, threads, stops.
 #include "tests/capture/scene.h"
 #include "tests/support/comfault.h"
+
 #include <objbase.h>
 #include <QSignalSpy>
 

@@ -1,5 +1,6 @@
 // The worker's sessions: how they begin, end, fail and are retired.
 #include "tests/capture/workersession.h"
+
 #include <QRegularExpression>
 
 class TestCaptureAudioThread : public WorkerTest {

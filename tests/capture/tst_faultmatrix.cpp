@@ -18,6 +18,7 @@
 #include "tests/support/messagelog.h"
 #include "tests/support/taskmemory.h"
 #include "tests/support/threads.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <objbase.h>

@@ -14,6 +14,7 @@
 #include "tests/capture/replay.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/taskmemory.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <list>

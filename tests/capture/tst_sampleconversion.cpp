@@ -3,6 +3,7 @@
 #include "capture/floatkernels.h"
 #include "capture/sampleconversion.h"
 #include "tests/support/guardedmemory.h"
+
 #include <cmath>
 #include <cstring>
 #include <limits>

@@ -4,6 +4,7 @@
 #include "platform/deviceenumerator.h"
 #include "tests/capture/scene.h"
 #include "tests/support/comfault.h"
+
 #include <objbase.h>
 #include <optional>
 

@@ -3,14 +3,13 @@
 // Acquires the replica "Tonewell" at URL, prints "valid" once it is, sends TEXT (if any) to the
 // source, then prints each message on a line of its own. Ends with 0 after COUNT messages, with 2
 // when the source is of another type, with 3 after 20 s.
+#include "rep_commoninterface_replica.h"
+
+#include <cstdio>
 #include <QCoreApplication>
 #include <QRemoteObjectNode>
 #include <QTimer>
 #include <QUrl>
-
-#include <cstdio>
-
-#include "rep_commoninterface_replica.h"
 
 namespace {
 

@@ -2,16 +2,15 @@
 //
 // Acquires COUNT replicas, each over a connection of its own, prints "stalled" when all are valid,
 // and from then on neither reads nor ends by itself.
+#include "rep_commoninterface_replica.h"
+
+#include <cstdio>
+#include <memory>
 #include <QCoreApplication>
 #include <QRemoteObjectNode>
 #include <QThread>
 #include <QUrl>
-
-#include <cstdio>
-#include <memory>
 #include <vector>
-
-#include "rep_commoninterface_replica.h"
 
 int main(int argc, char **argv)
 {

@@ -3,6 +3,7 @@
 #include "remote/commoninterface.h"
 #include "remote/consumerguard.h"
 
+#include <memory>
 #include <QDataStream>
 #include <QDir>
 #include <QElapsedTimer>
@@ -12,8 +13,6 @@
 #include <QRemoteObjectHost>
 #include <QTest>
 #include <QTimer>
-
-#include <memory>
 #include <vector>
 
 namespace {

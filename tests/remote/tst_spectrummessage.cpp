@@ -1,5 +1,8 @@
 #include "remote/spectrummessage.h"
 
+#include <clocale>
+#include <cstring>
+#include <limits>
 #include <QFile>
 #include <QLocale>
 #include <QProcess>
@@ -7,10 +10,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QVector>
-
-#include <clocale>
-#include <cstring>
-#include <limits>
 
 namespace {
 

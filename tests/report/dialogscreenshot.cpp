@@ -5,6 +5,7 @@
 #include "report/deliverreport.h"
 #include "report/errorreportdialog.h"
 
+#include <cstdio>
 #include <QApplication>
 #include <QFile>
 #include <QFileDialog>
@@ -14,8 +15,6 @@
 #include <QTemporaryDir>
 #include <QTextEdit>
 #include <QTimer>
-
-#include <cstdio>
 
 namespace {
 

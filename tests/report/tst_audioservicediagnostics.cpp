@@ -4,9 +4,8 @@
 #include "tests/report/fakehost.h"
 #include "tests/support/fakeaudio.h"
 
-#include <QtTest>
-
 #include <objbase.h>
+#include <QtTest>
 #include <thread>
 
 namespace {

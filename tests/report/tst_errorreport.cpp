@@ -6,7 +6,6 @@
 #include <QTemporaryDir>
 #include <QTextCodec>
 #include <QtTest>
-
 #include <thread>
 
 namespace {

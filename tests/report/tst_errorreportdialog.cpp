@@ -2,6 +2,7 @@
 #include "platform/display.h"
 #include "report/errorreportdialog.h"
 
+#include <functional>
 #include <QApplication>
 #include <QClipboard>
 #include <QFileDialog>
@@ -16,8 +17,6 @@
 #include <QTextEdit>
 #include <QtTest>
 #include <QVBoxLayout>
-
-#include <functional>
 
 namespace {
 

@@ -1,8 +1,8 @@
 // An engine of the tests' own, beside the process's one, and access to what it keeps to itself.
 #pragma once
 
-#include "analyserpeers.h"
 #include "spectrum/specengine.h"
+#include "tests/spectrum/analyserpeers.h"
 
 #include <memory>
 #include <QSignalSpy>

@@ -1,9 +1,9 @@
 // A process that ends while the process's one engine is at work.
-#include "analyserpeers.h"
 #include "platform/deviceenumerator.h"
 #include "report/deliverreport.h"
 #include "spectrum/specengine.h"
-#include "testsound.h"
+#include "tests/spectrum/analyserpeers.h"
+#include "tests/spectrum/testsound.h"
 
 #include <QCoreApplication>
 #include <QTimer>

@@ -1,4 +1,4 @@
-#include "logcapture.h"
+#include "tests/spectrum/logcapture.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "reference.h"
+#include "tests/spectrum/reference.h"
 
 #include <algorithm>
 #include <cmath>

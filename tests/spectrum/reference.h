@@ -1,15 +1,13 @@
 // Slow, straightforward second implementations of what the room computes, in double precision.
 #pragma once
 
+#include <windows.h>
 #include <complex>
+#include <mmreg.h>
 #include <QByteArray>
 #include <QList>
 #include <QVector>
 #include <vector>
-
-#include <windows.h>
-
-#include <mmreg.h>
 
 namespace reference {
 

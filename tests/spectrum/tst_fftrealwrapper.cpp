@@ -1,6 +1,6 @@
-#include "reference.h"
 #include "spectrum/fft/fftengine.h"
 #include "spectrum/fft/fftrealwrapper.h"
+#include "tests/spectrum/reference.h"
 
 #include <cmath>
 #include <QtTest>

@@ -1,5 +1,5 @@
 #include "spectrum/levels.h"
-#include "testsound.h"
+#include "tests/spectrum/testsound.h"
 
 #include <cmath>
 #include <QtTest>

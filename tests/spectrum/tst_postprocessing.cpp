@@ -1,7 +1,7 @@
-#include "enginepeer.h"
 #include "platform/deviceenumerator.h"
 #include "spectrum/postprocessing.h"
 #include "spectrum/spectrum.h"
+#include "tests/spectrum/enginepeer.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
-#include "enginepeer.h"
 #include "platform/deviceenumerator.h"
 #include "report/deliverreport.h"
-#include "testsound.h"
-#include "workerthread.h"
+#include "tests/spectrum/enginepeer.h"
+#include "tests/spectrum/testsound.h"
+#include "tests/spectrum/workerthread.h"
 
 #include <atomic>
 #include <cmath>

@@ -1,5 +1,5 @@
 // The engine on an audio system that works.
-#include "enginepeer.h"
+#include "tests/spectrum/enginepeer.h"
 #include "tests/support/fakeaudio.h"
 
 #include <cmath>

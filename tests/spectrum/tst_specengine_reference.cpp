@@ -1,8 +1,8 @@
 // The engine against a second implementation, from PCM packets to levels and bars.
-#include "enginepeer.h"
 #include "platform/deviceenumerator.h"
-#include "reference.h"
-#include "testsound.h"
+#include "tests/spectrum/enginepeer.h"
+#include "tests/spectrum/reference.h"
+#include "tests/spectrum/testsound.h"
 
 #include <cmath>
 #include <QtTest>

@@ -1,7 +1,7 @@
 // The process's one engine, its bands, and the end of the process.
-#include "enginepeer.h"
 #include "platform/deviceenumerator.h"
 #include "spectrum/spectrum.h"
+#include "tests/spectrum/enginepeer.h"
 
 #include <QProcess>
 #include <QtTest>

@@ -1,8 +1,8 @@
-#include "analyserpeers.h"
-#include "logcapture.h"
-#include "reference.h"
-#include "testsound.h"
-#include "workerthread.h"
+#include "tests/spectrum/analyserpeers.h"
+#include "tests/spectrum/logcapture.h"
+#include "tests/spectrum/reference.h"
+#include "tests/spectrum/testsound.h"
+#include "tests/spectrum/workerthread.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,6 +2,7 @@
 
 #include "platform/deviceenumerator.h"
 #include "tests/support/fakeaudioobjects.h"
+
 #include <atomic>
 #include <cstring>
 #include <QThread>

@@ -1,6 +1,6 @@
 #include "tests/support/fakeaudioobjects.h"
-
 #include "tests/support/taskmemory.h"
+
 #include <cstring>
 
 namespace {

@@ -1,6 +1,7 @@
 #include "tests/support/fakeaudioobjects.h"
 
 #include "tests/support/taskmemory.h"
+
 #include <cstring>
 #include <functiondiscoverykeys_devpkey.h>
 #include <objbase.h>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/support/fakeaudio.h"
+
 #include <atomic>
 
 /// A counted object that stays where it is after its last release.

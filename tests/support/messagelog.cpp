@@ -1,6 +1,7 @@
 #include "tests/support/messagelog.h"
 
 #include "tests/support/fakeaudio.h"
+
 #include <chrono>
 #include <cstdio>
 #include <mutex>

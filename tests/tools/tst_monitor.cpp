@@ -2,6 +2,7 @@
 #include "remote/commoninterface.h"
 #include "remote/spectrummessage.h"
 
+#include <memory>
 #include <QDir>
 #include <QImage>
 #include <QJsonArray>
@@ -12,8 +13,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
-
-#include <memory>
 #include <vector>
 
 namespace {

@@ -5,13 +5,12 @@
 #include "tools/monitor/monitoroptions.h"
 #include "tools/monitor/peakhold.h"
 
+#include <cmath>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include <cmath>
 
 namespace {
 

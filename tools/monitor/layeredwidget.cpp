@@ -1,4 +1,4 @@
-#include "layeredwidget.h"
+#include "tools/monitor/layeredwidget.h"
 
 #include <QEvent>
 #include <QPainter>

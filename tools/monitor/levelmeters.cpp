@@ -1,12 +1,11 @@
-#include "levelmeters.h"
+#include "tools/monitor/levelmeters.h"
 
-#include "meterscale.h"
-
-#include <QPainter>
-#include <QPaintEvent>
+#include "tools/monitor/meterscale.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <QPainter>
+#include <QPaintEvent>
 
 namespace {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "layeredwidget.h"
-#include "spectrumreading.h"
+#include "tools/monitor/layeredwidget.h"
+#include "tools/monitor/spectrumreading.h"
 
 #include <array>
 

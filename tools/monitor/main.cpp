@@ -1,20 +1,18 @@
 // tonewell-monitor: what the service publishes, live in a window or in a terminal.
-#include "monitor.h"
-#include "monitoroptions.h"
-#include "monitorwindow.h"
-#include "terminalview.h"
-
 #include "platform/display.h"
 #include "platform/terminal.h"
 #include "platform/termination.h"
-
-#include <QApplication>
-#include <QTextCodec>
-#include <QTimer>
+#include "tools/monitor/monitor.h"
+#include "tools/monitor/monitoroptions.h"
+#include "tools/monitor/monitorwindow.h"
+#include "tools/monitor/terminalview.h"
 
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <QApplication>
+#include <QTextCodec>
+#include <QTimer>
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "messagerecorder.h"
+#include "tools/monitor/messagerecorder.h"
 
 bool MessageRecorder::open(const QString &fileName)
 {

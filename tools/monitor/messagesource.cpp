@@ -1,4 +1,4 @@
-#include "messagesource.h"
+#include "tools/monitor/messagesource.h"
 
 #include <QUrl>
 

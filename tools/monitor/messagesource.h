@@ -1,12 +1,11 @@
 #pragma once
 
-#include "servicestate.h"
+#include "tools/monitor/servicestate.h"
 
+#include <memory>
 #include <QObject>
 #include <QRemoteObjectNode>
 #include <QTimer>
-
-#include <memory>
 
 class CommonInterfaceReplica;
 

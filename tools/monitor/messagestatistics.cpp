@@ -1,4 +1,4 @@
-#include "messagestatistics.h"
+#include "tools/monitor/messagestatistics.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
-#include "meterscale.h"
+#include "tools/monitor/meterscale.h"
 
-#include "spectrumreading.h"
+#include "tools/monitor/spectrumreading.h"
 
 #include <algorithm>
 #include <cmath>

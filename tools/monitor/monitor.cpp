@@ -1,4 +1,4 @@
-#include "monitor.h"
+#include "tools/monitor/monitor.h"
 
 #include <chrono>
 

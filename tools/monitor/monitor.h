@@ -1,8 +1,8 @@
 #pragma once
 
-#include "messagerecorder.h"
-#include "messagesource.h"
-#include "monitormodel.h"
+#include "tools/monitor/messagerecorder.h"
+#include "tools/monitor/messagesource.h"
+#include "tools/monitor/monitormodel.h"
 
 #include <QObject>
 

@@ -1,4 +1,4 @@
-#include "monitormodel.h"
+#include "tools/monitor/monitormodel.h"
 
 #include <algorithm>
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "messagestatistics.h"
-#include "peakhold.h"
-#include "servicestate.h"
-#include "spectrumreading.h"
+#include "tools/monitor/messagestatistics.h"
+#include "tools/monitor/peakhold.h"
+#include "tools/monitor/servicestate.h"
+#include "tools/monitor/spectrumreading.h"
 
 #include <deque>
 

@@ -1,4 +1,4 @@
-#include "monitoroptions.h"
+#include "tools/monitor/monitoroptions.h"
 
 #include <QCommandLineParser>
 

@@ -1,8 +1,8 @@
-#include "monitorwindow.h"
+#include "tools/monitor/monitorwindow.h"
 
-#include "levelmeters.h"
-#include "monitor.h"
-#include "spectrumplot.h"
+#include "tools/monitor/levelmeters.h"
+#include "tools/monitor/monitor.h"
+#include "tools/monitor/spectrumplot.h"
 
 #include <QIcon>
 #include <QLabel>

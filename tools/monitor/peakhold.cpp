@@ -1,4 +1,4 @@
-#include "peakhold.h"
+#include "tools/monitor/peakhold.h"
 
 #include <cmath>
 

@@ -1,11 +1,10 @@
-#include "spectrumplot.h"
+#include "tools/monitor/spectrumplot.h"
 
-#include "spectrumreading.h"
-
-#include <QPainter>
-#include <QPaintEvent>
+#include "tools/monitor/spectrumreading.h"
 
 #include <algorithm>
+#include <QPainter>
+#include <QPaintEvent>
 
 namespace {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "layeredwidget.h"
+#include "tools/monitor/layeredwidget.h"
 
 #include <QVector>
 

@@ -1,8 +1,7 @@
-#include "spectrumreading.h"
-
-#include <QStringRef>
+#include "tools/monitor/spectrumreading.h"
 
 #include <cmath>
+#include <QStringRef>
 #include <utility>
 
 namespace {

@@ -1,7 +1,7 @@
-#include "terminalview.h"
+#include "tools/monitor/terminalview.h"
 
-#include "meterscale.h"
 #include "platform/terminal.h"
+#include "tools/monitor/meterscale.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "spectrumreading.h"
+#include "tools/monitor/spectrumreading.h"
 
 #include <QStringList>
 

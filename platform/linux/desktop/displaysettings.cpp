@@ -1,9 +1,9 @@
 #include "platform/display.h"
 
+#include <windows.h>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QThread>
-#include <windows.h>
 
 BOOL EnumDisplaySettingsW(LPCWSTR device, DWORD mode, DEVMODEW *settings)
 {

@@ -1,5 +1,4 @@
 #include <windows.h>
-
 #include <winsvc.h>
 
 SC_HANDLE OpenSCManagerW(LPCWSTR, LPCWSTR, DWORD)

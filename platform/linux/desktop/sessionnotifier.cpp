@@ -1,5 +1,6 @@
 #include "platform/linux/desktop/sessionnotifier.h"
 
+#include <windows.h>
 #include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusObjectPath>
@@ -7,14 +8,10 @@
 #include <QDBusPendingReply>
 #include <QDBusReply>
 #include <QGuiApplication>
+#include <qpa/qwindowsysteminterface.h>
 #include <QPointer>
 #include <QWindow>
-
-#include <qpa/qwindowsysteminterface.h>
 #include <unistd.h>
-
-#include <windows.h>
-
 #include <wtsapi32.h>
 
 namespace {

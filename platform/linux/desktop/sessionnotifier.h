@@ -1,14 +1,12 @@
 #pragma once
 
+#include <optional>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
 #include <QVector>
-
-#include <optional>
-
 #include <windef.h>
 
 class QDBusPendingCallWatcher;

@@ -1,5 +1,4 @@
 #include <windows.h>
-
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>

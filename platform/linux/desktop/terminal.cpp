@@ -1,12 +1,11 @@
 #include "platform/terminal.h"
 
-#include <QByteArray>
-
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <poll.h>
+#include <QByteArray>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>

@@ -2,10 +2,9 @@
 #pragma once
 
 #include <guiddef.h>
+#include <winbase.h>
 #include <windef.h>
 #include <winerror.h>
-
-#include <winbase.h>
 #include <wingdi.h>
 #include <winnt.h>
 #include <winuser.h>

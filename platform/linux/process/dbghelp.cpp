@@ -1,10 +1,9 @@
 #include "platform/linux/process/machinecontext.h"
 
-#include <dbghelp.h>
-
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <dbghelp.h>
 #include <libunwind.h>
 #include <link.h>
 #include <sys/uio.h>

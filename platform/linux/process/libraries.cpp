@@ -1,9 +1,7 @@
 #include <windows.h>
-
-#include <dbghelp.h>
-
 #include <cstring>
 #include <cwchar>
+#include <dbghelp.h>
 
 namespace {
 

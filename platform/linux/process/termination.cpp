@@ -1,11 +1,10 @@
 #include "platform/termination.h"
 
-#include <QCoreApplication>
-#include <QSocketNotifier>
-
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <QCoreApplication>
+#include <QSocketNotifier>
 #include <sys/socket.h>
 #include <unistd.h>
 

@@ -3,7 +3,6 @@
 #include "platform/linux/process/threadstack.h"
 
 #include <windows.h>
-
 #include <atomic>
 #include <unistd.h>
 

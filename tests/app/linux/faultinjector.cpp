@@ -5,14 +5,13 @@
 // early-fault, early-terminate  in the constructor of the application object
 // loop-fault, loop-overflow     on the thread of the sound server's library
 // names                         when the event loop begins, prints what the application is called
-#include <QCoreApplication>
-
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <exception>
+#include <QCoreApplication>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 

@@ -1,11 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <QDBusConnection>
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
-
-#include <memory>
 
 /// A system bus of the test's own, with a mocked logind on it.
 class MockLogind {

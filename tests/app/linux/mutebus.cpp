@@ -1,9 +1,8 @@
 #include "tests/app/linux/mutebus.h"
 
+#include <cstring>
 #include <QFile>
 #include <QtEndian>
-
-#include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>

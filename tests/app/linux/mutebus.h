@@ -2,7 +2,6 @@
 
 #include <QString>
 #include <QTemporaryDir>
-
 #include <thread>
 
 /// A message bus that greets one program, as it must to be connected to, and answers nothing more.

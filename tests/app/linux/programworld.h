@@ -1,11 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
-
-#include <memory>
 
 /// A private place for real processes of the program: folders of its own, no sound server, no
 /// system bus, no display. The program then runs with its error report open in a dialog that

@@ -1,9 +1,9 @@
 // The program against consumers that mean it no good.
 #include "tests/app/linux/programworld.h"
-
 #include "tools/monitor/messagesource.h"
 #include "tools/monitor/messagestatistics.h"
 
+#include <memory>
 #include <QDataStream>
 #include <QDir>
 #include <QElapsedTimer>
@@ -11,8 +11,6 @@
 #include <QLocalSocket>
 #include <QRandomGenerator>
 #include <QTest>
-
-#include <memory>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>

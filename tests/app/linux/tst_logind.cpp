@@ -6,16 +6,13 @@
 #include "tests/app/linux/mutebus.h"
 #include "tests/support/fakeaudio.h"
 
+#include <windows.h>
+#include <memory>
 #include <QElapsedTimer>
 #include <QTest>
 #include <QTextBrowser>
 #include <QWidget>
-
-#include <memory>
 #include <unistd.h>
-
-#include <windows.h>
-
 #include <wtsapi32.h>
 
 namespace {

@@ -1,14 +1,13 @@
 // The program as processes: its single instance, its end, its silence.
 #include "tests/app/linux/programworld.h"
 
+#include <csignal>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QSharedMemory>
 #include <QTest>
-
-#include <csignal>
 
 namespace {
 constexpr int kPatienceMs = 20000;

@@ -1,12 +1,11 @@
 // The program itself, made to fail by a library that is loaded into it.
 #include "tests/app/linux/programworld.h"
 
+#include <csignal>
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QTest>
-
-#include <csignal>
 
 namespace {
 

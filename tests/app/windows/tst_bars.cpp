@@ -5,10 +5,9 @@
 #include "report/deliverreport.h"
 #include "tests/support/windows/outsideserver.h"
 
-#include <QtTest>
-
 #include <algorithm>
 #include <memory>
+#include <QtTest>
 
 namespace {
 

@@ -1,11 +1,9 @@
 // The stack walk and the module look-up, beside what the C library says of the same stack.
-#include <QtTest>
-
 #include <windows.h>
-
 #include <dbghelp.h>
 #include <dlfcn.h>
 #include <execinfo.h>
+#include <QtTest>
 #include <vector>
 
 namespace {

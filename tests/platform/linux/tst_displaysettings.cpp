@@ -1,12 +1,11 @@
 // The display of an X server whose size is known: 1234 x 777.
 #include "platform/display.h"
 
+#include <windows.h>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QtTest>
-
 #include <thread>
-#include <windows.h>
 
 class TestDisplaySettings : public QObject {
     Q_OBJECT

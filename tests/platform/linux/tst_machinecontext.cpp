@@ -1,9 +1,8 @@
 // What a signal says, in the words of an exception record and a context.
 #include "platform/linux/process/machinecontext.h"
 
-#include <QtTest>
-
 #include <cstring>
+#include <QtTest>
 
 namespace {
 

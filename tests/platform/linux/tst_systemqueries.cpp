@@ -1,12 +1,10 @@
 // What this host answers about itself, beside where it says so; what it cannot answer fails.
 #include "platform/display.h"
 
+#include <windows.h>
 #include <QFile>
 #include <QGuiApplication>
 #include <QtTest>
-
-#include <windows.h>
-
 #include <thread>
 #include <unistd.h>
 #include <winsvc.h>

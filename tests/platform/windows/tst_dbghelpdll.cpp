@@ -1,10 +1,8 @@
 // dbghelp.dll as the report uses it: loaded at run time, its walk beside the stack that the program
 // itself can tell, its modules beside those of the loader.
-#include <QtTest>
-
 #include <windows.h>
-
 #include <dbghelp.h>
+#include <QtTest>
 #include <vector>
 
 namespace {

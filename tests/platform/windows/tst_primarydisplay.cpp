@@ -1,11 +1,10 @@
 // The primary display, beside what the window system says of it.
 #include "platform/display.h"
 
+#include <windows.h>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QtTest>
-
-#include <windows.h>
 
 class TestDisplaySettings : public QObject {
     Q_OBJECT

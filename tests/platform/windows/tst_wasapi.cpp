@@ -6,13 +6,11 @@
 #include "tests/platform/notificationlog.h"
 #include "tests/support/windows/outsideserver.h"
 
-#include <QProcess>
-#include <QtTest>
-
 #include <cmath>
 #include <cstdio>
-
 #include <objbase.h>
+#include <QProcess>
+#include <QtTest>
 
 namespace {
 

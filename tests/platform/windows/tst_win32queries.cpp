@@ -1,12 +1,10 @@
 // What Windows answers about itself, beside where else it says so.
 #include "platform/display.h"
 
+#include <windows.h>
 #include <QSysInfo>
 #include <QThread>
 #include <QtTest>
-
-#include <windows.h>
-
 #include <winsvc.h>
 
 class TestSystemQueries : public QObject {

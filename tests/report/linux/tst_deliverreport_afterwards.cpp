@@ -2,13 +2,12 @@
 // there is none any more: it is written to a file.
 #include "report/deliverreport.h"
 
+#include <private/qthread_p.h>
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QSemaphore>
 #include <QTemporaryDir>
 #include <QtTest>
-
-#include <private/qthread_p.h>
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "tests/support/guardedmemory.h"
 
-#include <cstdlib>
 #include <windows.h>
+#include <cstdlib>
 
 GuardedMemory::GuardedMemory(std::size_t size)
     : m_size(size)

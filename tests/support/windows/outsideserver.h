@@ -1,11 +1,10 @@
 // The sound server that plays behind the endpoints of a Wine session, see tools/windows/session.
 #pragma once
 
+#include <memory>
 #include <QByteArray>
 #include <QTcpSocket>
 #include <QTemporaryDir>
-
-#include <memory>
 
 /// Commands it over the session's loopback. Where Windows itself runs there is none, and
 /// isThere() is false. What was added or played ends with the object. For one thread.

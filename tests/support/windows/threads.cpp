@@ -1,7 +1,6 @@
 #include "tests/support/threads.h"
 
 #include <windows.h>
-
 #include <tlhelp32.h>
 
 int threadCount()

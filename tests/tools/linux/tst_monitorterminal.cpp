@@ -2,24 +2,22 @@
 #include "remote/commoninterface.h"
 #include "remote/spectrummessage.h"
 
+#include <algorithm>
+#include <csignal>
+#include <fcntl.h>
+#include <memory>
+#include <pty.h>
 #include <QFile>
 #include <QProcess>
 #include <QRemoteObjectHost>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
-
-#include <algorithm>
-#include <csignal>
-#include <memory>
-#include <vector>
-
-#include <fcntl.h>
-#include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 

@@ -4,11 +4,6 @@
 #include "report/deliverreport.h"
 #include "tests/report/crash/faults.h"
 
-#include <QApplication>
-#include <QFile>
-#include <QThread>
-#include <QTimer>
-
 #include <atomic>
 #include <cfenv>
 #include <chrono>
@@ -18,6 +13,10 @@
 #include <ctime>
 #include <exception>
 #include <malloc.h>
+#include <QApplication>
+#include <QFile>
+#include <QThread>
+#include <QTimer>
 #include <signal.h>
 #include <stdexcept>
 #include <string>

@@ -1,14 +1,13 @@
 #include "tests/report/crash/linux/crashrun.h"
 
+#include <ctime>
+#include <fcntl.h>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
-
-#include <ctime>
-#include <fcntl.h>
 #include <unistd.h>
 #include <vector>
 

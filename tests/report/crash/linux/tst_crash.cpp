@@ -6,10 +6,9 @@
 #include "tests/report/crash/linux/crashrun.h"
 #include "tests/report/masked.h"
 
+#include <csignal>
 #include <QRegularExpression>
 #include <QtTest>
-
-#include <csignal>
 
 namespace {
 

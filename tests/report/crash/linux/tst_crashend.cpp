@@ -3,12 +3,11 @@
 // end.
 #include "tests/report/crash/linux/crashrun.h"
 
+#include <cerrno>
+#include <csignal>
 #include <QTemporaryDir>
 #include <QTemporaryFile>
 #include <QtTest>
-
-#include <cerrno>
-#include <csignal>
 #include <sys/ptrace.h>
 #include <sys/user.h>
 #include <sys/wait.h>

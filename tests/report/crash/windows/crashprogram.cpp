@@ -3,21 +3,18 @@
 #include "report/crashhandlers.h"
 #include "tests/report/crash/faults.h"
 
+#include <windows.h>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <QApplication>
 #include <QFileInfo>
 #include <QThread>
 #include <QTimer>
-
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <stdexcept>
 #include <string>
-#include <vector>
-
-#include <windows.h>
-
 #include <tlhelp32.h>
+#include <vector>
 
 namespace {
 
