@@ -33,15 +33,19 @@ class SoundServerError(Exception):
     """The server did not start, refused a request, or is not there."""
 
 
+class NotInTime(SoundServerError):
+    """What was waited for has not come."""
+
+
 def wait_until(condition, seconds, what):
-    """Polls the condition; returns its first true value."""
+    """Polls the condition; returns its first true value, or raises NotInTime."""
     end = time.monotonic() + seconds
     while True:
         value = condition()
         if value:
             return value
         if time.monotonic() > end:
-            raise SoundServerError(f"not within {seconds} s: {what}")
+            raise NotInTime(f"not within {seconds} s: {what}")
         time.sleep(0.02)
 
 

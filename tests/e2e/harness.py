@@ -15,12 +15,12 @@ import subprocess
 import sys
 import tempfile
 import threading
-import time
 import wave
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(HERE)), "tools"))
-from soundserver import KINDS, SoundServerError, end_process, is_listening  # noqa: E402, F401
+import soundserver  # noqa: E402
+from soundserver import SoundServerError, end_process, is_listening  # noqa: E402, F401
 
 SEPARATOR = "/&+&/"
 PROGRAM = os.environ.get("TONEWELL_PROGRAM", "TonewellDetection")
@@ -29,14 +29,10 @@ TONE_PLAYER = os.path.join(os.path.dirname(PROGRAM), "toneplayer")
 
 def wait_until(condition, seconds, what):
     """Polls the condition; returns its first true value or fails with a text."""
-    end = time.monotonic() + seconds
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > end:
-            raise AssertionError(f"not within {seconds} s: {what}")
-        time.sleep(0.02)
+    try:
+        return soundserver.wait_until(condition, seconds, what)
+    except soundserver.NotInTime as failure:
+        raise AssertionError(str(failure)) from None
 
 
 class Message:
@@ -143,7 +139,7 @@ class World:
                            # Without it the machine's own sessions would restart capture.
                            DBUS_SYSTEM_BUS_ADDRESS="unix:path=" + os.path.join(self.folder, "no-system-bus"))
         microphone = ("-L", "module-null-source source_name=microphone")
-        self.server = KINDS[self.kind](self.folder, environment,
+        self.server = soundserver.KINDS[self.kind](self.folder, environment,
                                        microphone if self.kind == "pulseaudio" else ())
         self.name = self.server.name
         self.runtime = self.server.runtime

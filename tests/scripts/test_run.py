@@ -7,7 +7,8 @@ import subprocess
 import tempfile
 import time
 import unittest
-import uuid
+
+from marked import Mark
 
 SOURCE = os.environ["TONEWELL_SOURCE"]
 BINARIES = os.environ["TONEWELL_BINARIES"]
@@ -27,30 +28,18 @@ class Run(unittest.TestCase):
         self.folder = folder.name
         for name in ("runtime", "home", "tmp"):
             os.mkdir(os.path.join(self.folder, name), 0o700)
-        self.mark = "TONEWELL_TEST_MARK=" + uuid.uuid4().hex
-        name, value = self.mark.split("=")
+        self.mark = Mark()
         self.environment = {key: value for key, value in os.environ.items()
                             if not key.startswith(("PULSE_", "PIPEWIRE_", "XDG_", "DBUS_"))
                             and key not in ("DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM")}
         self.environment.update({
-            name: value, "TONEWELL_BINARIES": BINARIES, "HOME": os.path.join(self.folder, "home"),
+            **self.mark.environment, "TONEWELL_BINARIES": BINARIES, "HOME": os.path.join(self.folder, "home"),
             "XDG_RUNTIME_DIR": os.path.join(self.folder, "runtime"),
             "TMPDIR": os.path.join(self.folder, "tmp")})
         self.log = os.path.join(self.folder, "output")
 
     def started(self):
-        """Names of the living processes that carry the mark, by id."""
-        found = {}
-        for pid in filter(str.isdigit, os.listdir("/proc")):
-            try:
-                with open(f"/proc/{pid}/environ", "rb") as file:
-                    if self.mark.encode() not in file.read().split(b"\0"):
-                        continue
-                with open(f"/proc/{pid}/comm", encoding="utf-8") as file:
-                    found[int(pid)] = file.read().strip()
-            except OSError:  # it has just ended, or is another user's
-                continue
-        return found
+        return self.mark.processes()
 
     def start(self, *options):
         def defaults():
@@ -64,8 +53,7 @@ class Run(unittest.TestCase):
                 start_new_session=True, preexec_fn=defaults)
 
         def end():
-            for pid in self.started():
-                os.kill(pid, signal.SIGKILL)
+            self.mark.kill()
             process.wait()
 
         self.addCleanup(end)
@@ -145,7 +133,7 @@ class Run(unittest.TestCase):
         """A sound server where a desktop's would be."""
         server = subprocess.Popen(
             ["pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
-             "-L", "module-native-protocol-unix", *options], env={**self.environment, "TONEWELL_TEST_MARK": ""},
+             "-L", "module-native-protocol-unix", *options], env={**self.environment, self.mark.name: ""},
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
         def end():

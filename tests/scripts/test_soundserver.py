@@ -6,7 +6,8 @@ import subprocess
 import sys
 import tempfile
 import unittest
-import uuid
+
+from marked import Mark
 
 SOURCE = os.environ["TONEWELL_SOURCE"]
 sys.path.insert(0, os.path.join(SOURCE, "tools"))
@@ -21,11 +22,10 @@ class Server(unittest.TestCase):
         folder = tempfile.TemporaryDirectory(prefix="tonewell-server-test.")
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
-        self.mark = "TONEWELL_TEST_MARK=" + uuid.uuid4().hex
+        self.mark = Mark()
 
     def start(self, kind, *options, **environment):
-        name, value = self.mark.split("=")
-        self.environment = {**os.environ, "PULSE_SINK": "elsewhere", **environment, name: value}
+        self.environment = {**os.environ, "PULSE_SINK": "elsewhere", **environment, **self.mark.environment}
         process = subprocess.Popen(
             [sys.executable, os.path.join(SOURCE, "tools/soundserver.py"), *options, kind, self.folder],
             env=self.environment, text=True, stdin=subprocess.PIPE,
@@ -34,25 +34,10 @@ class Server(unittest.TestCase):
         def end():
             soundserver.end_process(process)
             process.communicate()
-            for pid in self.started().values():
-                os.kill(pid, signal.SIGKILL)
+            self.mark.kill()
 
         self.addCleanup(end)
         return process
-
-    def started(self):
-        """Ids of the living processes that carry the mark, by name."""
-        found = {}
-        for pid in filter(str.isdigit, os.listdir("/proc")):
-            try:
-                with open(f"/proc/{pid}/environ", "rb") as file:
-                    if self.mark.encode() not in file.read().split(b"\0"):
-                        continue
-                with open(f"/proc/{pid}/comm", encoding="utf-8") as file:
-                    found[file.read().strip()] = int(pid)
-            except OSError:  # it has just ended, or is another user's
-                continue
-        return found
 
     def read_environment(self, process):
         environment = dict(self.environment)
@@ -66,7 +51,7 @@ class Server(unittest.TestCase):
         return environment
 
     def expect_nothing_left(self):
-        soundserver.wait_until(lambda: not self.started(), 10, "the end of all processes")
+        soundserver.wait_until(lambda: not self.mark.processes(), 10, "the end of all processes")
 
     def test_a_client_finds_the_sink_and_nothing_is_left(self):
         for kind, processes in PROCESSES.items():
@@ -74,7 +59,7 @@ class Server(unittest.TestCase):
                 process = self.start(kind, "--sink", "tune=A tune")
                 environment = self.read_environment(process)
                 self.assertNotIn("PULSE_SINK", environment)
-                self.assertLessEqual(processes, set(self.started()))
+                self.assertLessEqual(processes, set(self.mark.processes().values()))
                 self.assertEqual(environment["HOME"], os.path.join(self.folder, "home"))
                 answer = subprocess.run(["pactl", "list", "sinks"], env=environment, check=True, timeout=10,
                                         stdout=subprocess.PIPE, text=True).stdout
@@ -98,7 +83,8 @@ class Server(unittest.TestCase):
     def test_the_death_of_a_process_is_its_end(self):
         process = self.start("pipewire")
         self.read_environment(process)
-        os.kill(self.started()["wireplumber"], signal.SIGKILL)
+        names = {name: pid for pid, name in self.mark.processes().items()}
+        os.kill(names["wireplumber"], signal.SIGKILL)
         self.assertEqual(process.wait(20), 1)
         self.assertIn("a process has ended", process.stderr.read())
         self.expect_nothing_left()
