@@ -9,6 +9,8 @@
 
 namespace sound {
 
+constexpr int kBlockBytes = 2048 * 4; // of what is analysed at a time
+
 /// Sample value of a frame and a channel, -1.0 ... 1.0 of full scale.
 using Source = std::function<double(int frame, int channel)>;
 

@@ -1,17 +1,10 @@
-#include "platform/deviceenumerator.h"
-#include "report/deliverreport.h"
-#include "tests/spectrum/enginepeer.h"
+// The engine's buffer, its slots and its life; levels and hand-over have files of their own.
+#include "tests/spectrum/enginetest.h"
 #include "tests/spectrum/testsound.h"
-#include "tests/spectrum/workerthread.h"
 
-#include <atomic>
-#include <cmath>
-#include <functional>
 #include <QtTest>
 
 namespace {
-
-constexpr int kBlockBytes = 2048 * 4;
 
 QByteArray numbered(int frames, int first = 0)
 {
@@ -19,28 +12,12 @@ QByteArray numbered(int frames, int first = 0)
                       first, frames);
 }
 
-/// How many spectra the worker makes of what `action` hands it.
-int calculations(const SpecEnginePeer &peer, const std::function<void()> &action)
-{
-    std::atomic<int> count {0};
-    SpectrumAnalyserThread *worker = SpectrumAnalyserPeer::worker(peer.analyser());
-    const auto connection = QObject::connect(worker, &SpectrumAnalyserThread::calculationComplete,
-                                             worker, [&count] { ++count; });
-    action();
-    runThere(worker, [] {}); // what was handed over before has been calculated now
-    QObject::disconnect(connection);
-    return count;
-}
-
 } // namespace
 
-class TestSpecEngine : public QObject {
+class TestSpecEngine : public SpecEngineTest {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanupTestCase();
-
     void metaObjectIsAsDeclared();
     void registersItsMetaTypes();
     void fresh();
@@ -60,23 +37,6 @@ private Q_SLOTS:
     void dataBeyondTheEndIsDropped();
     void bufferShorterThanABlockFillsUpAndStops();
 
-    void tickBelow50msLeavesTheLevels();
-    void tickAt50msMeasuresTheNewestWindow();
-    void negativeSignalDecaysThePeakAndRaisesTheRms();
-    void levelsWithoutAFormatDecay();
-    void levelsConvergeWhenDataStops();
-    void fullScaleSquareReachesFullScale();
-    void dynamicLevelAveragesFivePackets();
-    void dynamicLevelOfFullScalePacketsIsZero();
-    void dynamicLevelIsReadByFrames();
-
-    void tickBelowOneBlockOffersNothing();
-    void tickOffersNothingWhileTheAnalyserIsBusy();
-    void newestBlockIsAnalysed();
-    void unchangedBlockIsAnalysedAgain();
-    void blockIsAnalysedAsItWasAtTheHandOver();
-    void tickBeforeAFormatKeepsTheAnalyserBusy();
-
     void barIndexSlot();
     void updateBarsSlot();
     void historyLengthOfAnyValueIsSafe_data();
@@ -85,18 +45,6 @@ private Q_SLOTS:
 
     void startRunsTheTimerAndStopLeavesIt();
 };
-
-void TestSpecEngine::initTestCase()
-{
-    setDeviceEnumeratorFactory([](IMMDeviceEnumerator **) -> HRESULT { return E_FAIL; });
-    setReportSink([](const QString &) {});
-}
-
-void TestSpecEngine::cleanupTestCase()
-{
-    setReportSink(nullptr);
-    setDeviceEnumeratorFactory(nullptr);
-}
 
 void TestSpecEngine::metaObjectIsAsDeclared()
 {
@@ -225,7 +173,7 @@ void TestSpecEngine::formatOfAShorterBufferLeavesSilence()
 
     const QByteArray data = numbered(441);
     peer.feed(data);
-    QCOMPARE(peer.filled(), QByteArray(kBlockBytes, '\0') + data);
+    QCOMPARE(peer.filled(), QByteArray(sound::kBlockBytes, '\0') + data);
 }
 
 void TestSpecEngine::dataBeforeAFormatIsDropped()
@@ -266,9 +214,9 @@ void TestSpecEngine::bufferIsCutBackBeforeDataIsAppended()
     // One frame short of the point where less than one block is free.
     peer.feed(numbered(full - 2048 - 1));
     peer.feed(numbered(1, full - 2049));
-    QCOMPARE(peer.bufferPosition(), 960000LL - kBlockBytes);
+    QCOMPARE(peer.bufferPosition(), 960000LL - sound::kBlockBytes);
     peer.feed(numbered(480, full - 2048));
-    QCOMPARE(peer.bufferPosition(), static_cast<qint64>(kBlockBytes + 1920));
+    QCOMPARE(peer.bufferPosition(), static_cast<qint64>(sound::kBlockBytes + 1920));
     QCOMPARE(peer.filled(), numbered(2048 + 480, full - 4096));
 }
 
@@ -281,7 +229,7 @@ void TestSpecEngine::dataBeyondTheEndIsDropped()
     QCOMPARE(peer.bufferPosition(), 960000LL);
     QCOMPARE(peer.filled(), numbered(240000));
     peer.feed(numbered(3));
-    QCOMPARE(peer.filled(), numbered(240000).right(kBlockBytes) + numbered(3));
+    QCOMPARE(peer.filled(), numbered(240000).right(sound::kBlockBytes) + numbered(3));
 }
 
 void TestSpecEngine::bufferShorterThanABlockFillsUpAndStops()
@@ -294,235 +242,6 @@ void TestSpecEngine::bufferShorterThanABlockFillsUpAndStops()
     peer.feed(numbered(300));
     QCOMPARE(peer.filled(), numbered(500));
     QCOMPARE(calculations(peer, [&] { peer.tick(); }), 0);
-}
-
-void TestSpecEngine::tickBelow50msLeavesTheLevels()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer.feed(sound::pcm(sound::sine(1000, 0.5), 0, 2399));
-    peer.tick();
-    QCOMPARE(peer->rmsLevel(), 0.0);
-    QCOMPARE(peer->peakLevel(), 0.0);
-    peer.feed(sound::pcm(sound::sine(1000, 0.5), 2399, 1));
-    peer.tick();
-    QVERIFY(peer->rmsLevel() > 0.0);
-    QVERIFY(peer->peakLevel() > 0.0);
-}
-
-void TestSpecEngine::tickAt50msMeasuresTheNewestWindow()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer->setSmoothing(0.25);
-    peer.feed(sound::pcm(sound::whiteNoise(1.0), 0, 5000));
-    peer.feed(sound::pcm([](int, int) { return 0.5; }, 0, 2400));
-    peer.tick();
-    const double half = sound::quantised(0.5) / 32768.0;
-    QCOMPARE(peer->rmsLevel(), half * 0.75);
-    QCOMPARE(peer->peakLevel(), half * 0.75);
-    peer.tick();
-    QCOMPARE(peer->rmsLevel(), half * 0.75 + 0.25 * (half * 0.75));
-}
-
-void TestSpecEngine::negativeSignalDecaysThePeakAndRaisesTheRms()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer.feed(sound::pcm(sound::sine(1000, 0.2), 0, 2400));
-    peer.tick();
-    double peak = peer->peakLevel();
-    double rms = peer->rmsLevel();
-    QVERIFY(peak > 0.0);
-    peer.feed(sound::pcm([](int, int) { return -0.9; }, 0, 2400));
-    for (int i = 0; i < 5; ++i) {
-        peer.tick();
-        QCOMPARE(peer->peakLevel(), 0.08 * peak);
-        QVERIFY(peer->rmsLevel() > rms);
-        peak = peer->peakLevel();
-        rms = peer->rmsLevel();
-    }
-}
-
-void TestSpecEngine::levelsWithoutAFormatDecay()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer.feed(sound::pcm(sound::sine(1000, 0.5), 0, 2400));
-    QVERIFY(peer.tickAndWait());
-    const double rms = peer->rmsLevel();
-    const double peak = peer->peakLevel();
-    peer.setFormat(0);
-    peer.tick();
-    QCOMPARE(peer->rmsLevel(), 0.08 * rms);
-    QCOMPARE(peer->peakLevel(), 0.08 * peak);
-}
-
-void TestSpecEngine::levelsConvergeWhenDataStops()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer->setSmoothing(0.5);
-    peer.feed(sound::pcm([](int, int) { return 0.5; }, 0, 2400));
-    const double half = sound::quantised(0.5) / 32768.0;
-    double missing = half;
-    for (int i = 0; i < 20; ++i) {
-        peer.tick();
-        missing *= 0.5;
-        QVERIFY(std::fabs(half - peer->rmsLevel() - missing) < 1e-12);
-        QVERIFY(std::fabs(half - peer->peakLevel() - missing) < 1e-12);
-    }
-}
-
-void TestSpecEngine::fullScaleSquareReachesFullScale()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer->setSmoothing(0.0);
-    QByteArray data;
-    for (int i = 0; i < 4800; ++i)
-        data += i % 96 < 48 ? QByteArray("\xFF\x7F", 2) : QByteArray("\x00\x80", 2);
-    peer.feed(data);
-    peer.tick();
-    QVERIFY(std::fabs(peer->rmsLevel() - 1.0) < 1e-4);
-    QVERIFY(peer->rmsLevel() <= 1.0);
-    QCOMPARE(peer->peakLevel(), 32767 / 32768.0);
-}
-
-void TestSpecEngine::dynamicLevelAveragesFivePackets()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    const QByteArray quarter = sound::pcm([](int, int) { return 0.25; }, 0, 480);
-    const double rms = sound::quantised(0.25) / 32768.0;
-    // The mean over ten packets rises by a tenth of the level with each.
-    double sum = 0.0;
-    for (int packet = 1; packet <= 5; ++packet) {
-        peer.feed(quarter);
-        sum += (rms - rms * packet / 10.0) / (1.0 - rms);
-        QVERIFY(std::fabs(peer->dynamicLevel() - sum / 5.0) < 1e-12);
-    }
-    for (int packet = 6; packet <= 20; ++packet)
-        peer.feed(quarter);
-    QVERIFY(std::fabs(peer->dynamicLevel()) < 1e-12);
-    peer.feed(sound::pcm(sound::silence(), 0, 480)); // a fall counts as nothing
-    QVERIFY(std::fabs(peer->dynamicLevel()) < 1e-12);
-}
-
-void TestSpecEngine::dynamicLevelOfFullScalePacketsIsZero()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    QByteArray loudest;
-    for (int i = 0; i < 960; ++i)
-        loudest += QByteArray("\x00\x80", 2);
-    peer.feed(loudest);
-    QCOMPARE(peer->dynamicLevel(), 0.0);
-}
-
-/// A block that ends within a frame: the frame counts in full.
-void TestSpecEngine::dynamicLevelIsReadByFrames()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer.feed(QByteArray("\x00\x40", 2)); // 0.5 and a missing sample
-    const double rms = std::sqrt(0.125);
-    QVERIFY(std::fabs(peer->dynamicLevel() - (rms - rms / 10) / (1.0 - rms) / 5) < 1e-12);
-}
-
-void TestSpecEngine::tickBelowOneBlockOffersNothing()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer.feed(sound::pcm(sound::sine(1000, 0.5), 0, 2047));
-    QCOMPARE(calculations(peer, [&] { peer.tick(); }), 0);
-    QVERIFY(peer.analyser().isReady());
-    peer.feed(sound::pcm(sound::sine(1000, 0.5), 2047, 1));
-    QCOMPARE(calculations(peer, [&] { peer.tick(); }), 1);
-}
-
-void TestSpecEngine::tickOffersNothingWhileTheAnalyserIsBusy()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer.feed(sound::pcm(sound::sine(1000, 0.5), 0, 2048));
-    QCOMPARE(calculations(peer,
-                          [&] {
-                              for (int i = 0; i < 10; ++i)
-                                  peer.tick();
-                          }),
-             1);
-    QVERIFY(!peer.analyser().isReady());
-    QTRY_VERIFY(peer.analyser().isReady());
-    QCOMPARE(calculations(peer, [&] { peer.tick(); }), 1);
-}
-
-void TestSpecEngine::newestBlockIsAnalysed()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer.feed(sound::pcm(sound::sine(10000, 0.5), 0, 3000));
-    peer.feed(sound::pcm(sound::sine(46.875 / 2 * 64, 0.5), 0, 2048));
-    Spectrum band(-48000, 48000, 1024);
-    peer.addBand(&band);
-    QVERIFY(peer.tickAndWait());
-    const auto loudest = std::max_element(band.bars.begin(), band.bars.end()) - band.bars.begin();
-    // 1500 Hz is labelled -/+ 3000 Hz; bars are 93 Hz wide.
-    const auto expected = loudest < 512 ? (48000 - 3000) / 93 : (48000 + 3000) / 93;
-    QVERIFY2(std::abs(loudest - expected) <= 4, qPrintable(QString::number(loudest)));
-}
-
-void TestSpecEngine::unchangedBlockIsAnalysedAgain()
-{
-    SpecEnginePeer peer;
-    peer.setFormat(48000);
-    peer.feed(sound::pcm(sound::sine(1000, 0.5), 0, 2400));
-    double reference = 0.0;
-    for (int i = 0; i < 5; ++i) {
-        QVERIFY(peer.tickAndWait());
-        QVERIFY(peer.gainReference() > reference);
-        reference = peer.gainReference();
-    }
-}
-
-/// Data that arrives while the worker waits cuts the buffer back and moves the bytes of the block.
-void TestSpecEngine::blockIsAnalysedAsItWasAtTheHandOver()
-{
-    FrequencySpectrum spectra[2];
-    for (FrequencySpectrum &spectrum : spectra) {
-        SpecEnginePeer peer;
-        peer.setFormat(48000);
-        peer.feed(sound::pcm(sound::silence(), 0, 240000 - 2048));
-        peer.feed(sound::pcm(sound::sine(1000, 0.5), 0, 2048));
-        SpectrumAnalyserThread *worker = SpectrumAnalyserPeer::worker(peer.analyser());
-        Gate gate(worker);
-        peer.tick();
-        if (&spectrum == &spectra[1]) {
-            for (int i = 0; i < 100; ++i)
-                peer.feed(sound::pcm(sound::whiteNoise(1.0), 0, 2400));
-            peer.setFormat(8000);
-        }
-        gate.open();
-        QTRY_VERIFY(peer.analyser().isReady());
-        spectrum = peer.spectrum();
-    }
-    QCOMPARE(spectra[0].count(), 2048);
-    QCOMPARE(spectra[1].count(), 2048);
-    for (int i = 0; i < 2048; ++i) {
-        QCOMPARE(spectra[1][i].amplitude, spectra[0][i].amplitude);
-        QCOMPARE(spectra[1][i].frequency, spectra[0][i].frequency);
-    }
-}
-
-void TestSpecEngine::tickBeforeAFormatKeepsTheAnalyserBusy()
-{
-    SpecEnginePeer peer;
-    QCOMPARE(calculations(peer, [&] { peer.tick(); }), 0);
-    QVERIFY(!peer.analyser().isReady());
-    peer.setFormat(48000);
-    peer.feed(sound::pcm(sound::sine(1000, 0.5), 0, 2400));
-    QCOMPARE(calculations(peer, [&] { peer.tick(); }), 0);
-    QVERIFY(peer->rmsLevel() > 0.0); // the levels go on
 }
 
 void TestSpecEngine::barIndexSlot()

@@ -1,0 +1,36 @@
+// Watches calls on controllers whose audio system is a fake one.
+#pragma once
+
+#include "tests/support/fakeaudio.h"
+
+#include <atomic>
+#include <list>
+#include <mutex>
+#include <thread>
+
+/// Tells a call that hangs from one that waits its turn: nothing at all has happened in its world,
+/// but for the worker's polls, for 5 s. Then it prints what had happened, and aborts. Any thread.
+class Watchdog {
+public:
+    Watchdog();
+    ~Watchdog();
+    Watchdog(const Watchdog &) = delete;
+    Watchdog &operator=(const Watchdog &) = delete;
+
+    struct Entry {
+        FakeAudio *world;
+        quint32 seed;
+        const char *what;
+        qint64 sinceMs;
+    };
+    std::list<Entry>::iterator enter(FakeAudio *world, quint32 seed, const char *what);
+    void leave(std::list<Entry>::iterator entry);
+
+private:
+    void watch();
+
+    std::mutex m_mutex;
+    std::list<Entry> m_entries;
+    std::atomic<bool> m_end {false};
+    std::thread m_thread;
+};
