@@ -1,7 +1,7 @@
-// Fails in the way that its argument names. Prints, one fact a line, what the report must show,
-// and last "crashing".
+// Fails in the way that its argument names.
 #include "report/crashhandlers.h"
 #include "report/deliverreport.h"
+#include "tests/report/crash/crashkinds.h"
 #include "tests/report/crash/faults.h"
 
 #include <atomic>
@@ -13,7 +13,7 @@
 #include <ctime>
 #include <exception>
 #include <malloc.h>
-#include <QApplication>
+#include <QCoreApplication>
 #include <QFile>
 #include <QThread>
 #include <QTimer>
@@ -44,9 +44,7 @@ struct Concrete : Abstract {
     object->run();
 }
 
-namespace {
-
-void announce(const char *instruction = nullptr)
+void announce(const char *instruction)
 {
     if (instruction)
         std::printf("instruction=%016llx\n", reinterpret_cast<unsigned long long>(instruction));
@@ -60,54 +58,25 @@ void announce(const char *instruction = nullptr)
     std::fflush(stdout);
 }
 
+namespace {
+
 // The frames are kept apart by what follows the call.
-volatile int g_depth = 0;
+volatile int s_depth = 0;
 
 [[gnu::noinline]] int overflow(int depth)
 {
     volatile char frame[512];
     std::memset(const_cast<char *>(frame), depth, sizeof(frame));
-    g_depth = depth;
+    s_depth = depth;
     return depth < 0 ? frame[0] : overflow(depth + 1) + frame[1];
 }
 
-[[gnu::noinline]] void throwNow()
-{
-    throw std::runtime_error("on purpose");
-}
-
-[[gnu::noinline]] void throwFromNoexcept() noexcept
-{
-    throwNow();
-}
-
-class Worker : public QThread {
-public:
-    explicit Worker(void (*function)())
-        : m_function(function)
-    {
-    }
-
-protected:
-    void run() override { m_function(); }
-
-private:
-    void (*const m_function)();
-};
-
-void runOnWorker(void (*function)())
-{
-    Worker worker(function);
-    worker.start();
-    worker.wait();
-}
-
-std::atomic<int> g_waiting {2};
+std::atomic<int> s_waiting {2};
 
 void meet()
 {
-    --g_waiting;
-    while (g_waiting > 0) { }
+    --s_waiting;
+    while (s_waiting > 0) { }
 }
 
 void faultTogether()
@@ -142,7 +111,7 @@ void readBeyondTheFile()
         std::exit(2);
     std::printf("data=%016llx\n", reinterpret_cast<unsigned long long>(memory));
     announce();
-    g_depth = *static_cast<volatile char *>(memory);
+    s_depth = *static_cast<volatile char *>(memory);
 }
 
 // The allocator finds it while it holds its lock, which it does only in a process with threads.
@@ -162,103 +131,87 @@ void corruptHeap()
     std::free(next);
 }
 
-[[gnu::noinline]] void callNowhere()
-{
-    const auto nowhere = reinterpret_cast<void (*)()>(std::uintptr_t {0x10});
-    nowhere();
-    g_depth = 1; // keeps the call from being a jump
-}
-
 void overflowNow()
 {
     overflow(0);
 }
 
-[[gnu::noinline]] void crash(const std::string &kind)
-{
-    if (kind == "null-read") {
-        announce(faultReadAt);
-        faultRead();
-    } else if (kind == "null-write") {
-        announce(faultWriteAt);
-        faultWrite();
-    } else if (kind == "divide") {
-        announce(faultDivideAt);
-        faultDivide();
-    } else if (kind == "illegal") {
-        announce(faultIllegalAt);
-        faultIllegal();
-    } else if (kind == "non-canonical") {
-        announce(faultNonCanonicalAt);
-        faultNonCanonical();
-    } else if (kind == "bad-call") {
-        announce();
-        callNowhere();
-    } else if (kind == "breakpoint") {
-        announce(faultBreakpointAt + 1);
-        faultBreakpoint();
-    } else if (kind == "stack-overflow") {
-        announce();
-        overflow(0);
-    } else if (kind == "worker-stack-overflow") {
-        announce();
-        runOnWorker(overflowNow);
-    } else if (kind == "std-thread-stack-overflow") {
-        announce();
-        std::thread(overflowNow).join();
-    } else if (kind == "throw") {
-        announce();
-        throwNow();
-    } else if (kind == "noexcept") {
-        announce();
-        throwFromNoexcept();
-    } else if (kind == "pure") {
-        announce();
-        Concrete object;
-    } else if (kind == "abort") {
-        announce();
-        std::abort();
-    } else if (kind == "worker") {
-        announce(faultReadAt);
-        runOnWorker([] { faultRead(); });
-    } else if (kind == "worker-blocked") {
-        announce(faultReadAt);
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_BLOCK, &all, nullptr); // what the worker inherits
-        runOnWorker([] { faultRead(); });
-    } else if (kind == "bus") {
-        readBeyondTheFile();
-    } else if (kind == "float-division") {
-        announce(faultFloatDivisionAt);
-        feenableexcept(FE_DIVBYZERO);
-        faultFloatDivision(1.0, 0.0);
-    } else if (kind == "two-throw") {
-        announce();
-        runTogether(throwNow, throwNow);
-    } else if (kind == "fault-and-throw") {
-        announce();
-        runTogether(faultRead, throwNow);
-    } else if (kind == "heap-corruption") {
-        corruptHeap();
-    } else if (kind == "deliver") {
-        announce();
-        deliverReport(QStringLiteral("a report\n"));
-        QTimer::singleShot(100, [] { QCoreApplication::exit(7); });
-        return;
-    } else if (kind == "two") {
-        announce(faultReadAt);
-        Worker worker(faultTogether);
-        worker.start();
-        faultTogether();
-    } else if (kind == "sent") {
-        announce();
-        kill(getpid(), SIGSEGV);
-    } else {
-        std::fprintf(stderr, "no such kind: %s\n", kind.c_str());
-        std::exit(2);
-    }
-}
+const std::vector<CrashKind> kOwn = {
+    {"breakpoint",
+     [] {
+         announce(faultBreakpointAt + 1);
+         faultBreakpoint();
+     }},
+    {"stack-overflow",
+     [] {
+         announce();
+         overflow(0);
+     }},
+    {"worker-stack-overflow",
+     [] {
+         announce();
+         runOnWorker(overflowNow);
+     }},
+    {"std-thread-stack-overflow",
+     [] {
+         announce();
+         std::thread(overflowNow).join();
+     }},
+    {"pure",
+     [] {
+         announce();
+         Concrete object;
+     }},
+    {"abort",
+     [] {
+         announce();
+         std::abort();
+     }},
+    {"worker-blocked",
+     [] {
+         announce(faultReadAt);
+         sigset_t all;
+         sigfillset(&all);
+         pthread_sigmask(SIG_BLOCK, &all, nullptr); // what the worker inherits
+         runOnWorker([] { faultRead(); });
+     }},
+    {"bus", [] { readBeyondTheFile(); }},
+    {"float-division",
+     [] {
+         announce(faultFloatDivisionAt);
+         feenableexcept(FE_DIVBYZERO);
+         faultFloatDivision(1.0, 0.0);
+     }},
+    {"two-throw",
+     [] {
+         announce();
+         runTogether(throwNow, throwNow);
+     }},
+    {"fault-and-throw",
+     [] {
+         announce();
+         runTogether(faultRead, throwNow);
+     }},
+    {"heap-corruption", [] { corruptHeap(); }},
+    {"deliver",
+     [] {
+         announce();
+         deliverReport(QStringLiteral("a report\n"));
+         QTimer::singleShot(100, [] { QCoreApplication::exit(7); });
+     },
+     true},
+    {"two",
+     [] {
+         announce(faultReadAt);
+         QThread::create(faultTogether)->start();
+         faultTogether();
+     }},
+    {"sent",
+     [] {
+         announce();
+         kill(getpid(), SIGSEGV);
+     }},
+};
 
 LONG WINAPI hangingFilter(EXCEPTION_POINTERS *)
 {
@@ -331,20 +284,5 @@ int main(int argc, char **argv)
     std::set_terminate(terminateHandler);
     SetUnhandledExceptionFilter(filterNamed(argc > 2 ? argv[2] : ""));
     setReportSink(sinkNamed(argc > 2 ? argv[2] : ""));
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-
-    std::string kind = argc > 1 ? argv[1] : "";
-    if (kind.rfind("early-", 0) == 0) {
-        crash(kind.substr(6));
-        return 3;
-    }
-    QApplication application(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("TonewellDetection"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("7.8.9"));
-    QTimer::singleShot(0, [&kind] {
-        crash(kind);
-        if (kind != "deliver") // which ends in order
-            QCoreApplication::exit(3);
-    });
-    return QApplication::exec();
+    return runCrashProgram(argc, argv, kOwn);
 }

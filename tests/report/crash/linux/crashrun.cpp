@@ -113,13 +113,6 @@ Run runProgram(const QStringList &arguments, Errors errors)
     return run;
 }
 
-QString field(const QString &report, const QString &name)
-{
-    const QRegularExpression line(QStringLiteral("^  %1: +(.*)$").arg(name),
-                                  QRegularExpression::MultilineOption);
-    return line.match(report).captured(1);
-}
-
 QString mappedFile(const QByteArray &maps, qulonglong address)
 {
     const QRegularExpression line(

@@ -31,8 +31,5 @@ enum class Errors { Read, Closed, Stuck };
 /// Runs the program in an empty folder of its own.
 Run runProgram(const QStringList &arguments, Errors errors = Errors::Read);
 
-/// The value of a line of the report, empty if there is none of that name.
-QString field(const QString &report, const QString &name);
-
 /// Base name of the file that is mapped at the address, from the facts of the run.
 QString mappedFile(const QByteArray &maps, qulonglong address);

@@ -3,6 +3,7 @@
 //
 // Every kind runs TONEWELL_CRASH_RUNS times, three unless set. The table at the end says what was
 // seen.
+#include "tests/report/crash/crashreport.h"
 #include "tests/report/crash/linux/crashrun.h"
 #include "tests/report/masked.h"
 
@@ -42,7 +43,6 @@ private Q_SLOTS:
 
 private:
     void checkReport(const Run &run, const Expected &expected);
-    void checkRegisters(const Run &run);
     void checkAddress(const Run &run);
     int checkFrames(const Run &run);
     void checkRun(const QString &kind, const Run &run, const Expected &expected);
@@ -81,30 +81,6 @@ void TestCrash::checkReport(const Run &run, const Expected &expected)
     const QRegularExpression pattern(QRegularExpression::anchoredPattern(expected.message));
     const QString message = field(run.report, QStringLiteral("Exception Message"));
     QVERIFY2(pattern.match(message).hasMatch(), qPrintable(message));
-}
-
-void TestCrash::checkRegisters(const Run &run)
-{
-    const QString instruction = QString::fromLatin1(run.fact("instruction"));
-    QCOMPARE(instruction.size(), 16);
-    const auto value = [&run](const char *name) {
-        return field(run.report, QString::fromLatin1(name));
-    };
-    QCOMPARE(value("RIP"), QStringLiteral("0x") + instruction);
-    QVERIFY(
-        value("Exception Message").endsWith(QStringLiteral("(Address: 0x%1)").arg(instruction)));
-    QCOMPARE(value("RAX"), QStringLiteral("0x0000000000000000"));
-    QCOMPARE(value("RCX"), QStringLiteral("0x0000000000000000"));
-    QCOMPARE(value("RBX"), QStringLiteral("0x1111111111111111"));
-    QCOMPARE(value("RDX"), QStringLiteral("0x2222222222222222"));
-    for (int number = 8; number <= 15; ++number) {
-        const QString digits(16, QString::number(number, 16).at(0));
-        QCOMPARE(field(run.report, QStringLiteral("R%1").arg(number)),
-                 QStringLiteral("0x") + digits);
-    }
-    QCOMPARE(value("RSP"), value("RSI"));
-    QCOMPARE(value("RBP"), value("RDI"));
-    QVERIFY(value("RSP") != QStringLiteral("0x0000000000000000"));
 }
 
 // Three places name the instruction, and they name the same one.
@@ -158,7 +134,7 @@ void TestCrash::checkRun(const QString &kind, const Run &run, const Expected &ex
     QVERIFY2(run.elapsed < kTimeLimitMs, qPrintable(QString::number(run.elapsed)));
     QCOMPARE(run.status, expected.status);
     if (expected.registers) {
-        checkRegisters(run);
+        checkRegisters(run.report, QString::fromLatin1(run.fact("instruction")));
         if (QTest::currentTestFailed())
             return;
     }

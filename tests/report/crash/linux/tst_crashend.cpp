@@ -1,6 +1,7 @@
 // Runs crashprogram and checks how the process ends when more goes wrong than one fault: a report
 // that fails or hangs, two threads that fail, nobody who reads; and what the system sees of the
 // end.
+#include "tests/report/crash/crashreport.h"
 #include "tests/report/crash/linux/crashrun.h"
 
 #include <cerrno>
