@@ -4,45 +4,10 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QStringList>
-#include <QThread>
 #include <thread>
 #include <vector>
-
-inline void handleEvents()
-{
-    QCoreApplication::processEvents();
-}
-
-/// Handles the calling thread's events for a while.
-inline void spin(int ms, const std::function<void()> &handle = handleEvents)
-{
-    QElapsedTimer clock;
-    clock.start();
-    do {
-        handle();
-        QThread::msleep(2);
-    } while (clock.elapsed() < ms);
-    handle();
-}
-
-/// Handles events until the condition holds; false after the time-out.
-inline bool spinUntil(const std::function<bool()> &condition, int timeoutMs,
-                      const std::function<void()> &handle = handleEvents)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!condition()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        handle();
-        QThread::msleep(2);
-    }
-    return true;
-}
 
 /// Calls job(0) to job(jobs - 1), `lanes` of them at a time, each on a thread with events of its
 /// own. Returns when all are done.

@@ -7,6 +7,8 @@
 #include "tests/support/fakeaudio.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/taskmemory.h"
+#include "tests/support/text.h"
+#include "tests/support/waiting.h"
 
 #include <functional>
 #include <memory>
@@ -17,24 +19,6 @@ inline const QString kFollow = QStringLiteral("默认输出设备");
 inline const QString kIdA = QStringLiteral("{0.0.0}.a");
 inline const QString kIdB = QStringLiteral("{0.0.0}.b");
 inline const QString kIdMic = QStringLiteral("{0.0.1}.mic");
-
-inline QString text(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
-
-/// Processes events until the condition holds; false after the time-out.
-inline bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 8000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!condition()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QTest::qWait(2);
-    }
-    return true;
-}
 
 /// Takes the reports of the process instead of the dialog.
 class ReportTaker {

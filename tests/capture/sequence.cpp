@@ -1,8 +1,8 @@
 #include "tests/capture/sequence.h"
 
-#include "tests/capture/lanes.h"
 #include "tests/capture/replay.h"
 #include "tests/support/taskmemory.h"
+#include "tests/support/waiting.h"
 
 #include <objbase.h>
 #include <thread>
@@ -93,9 +93,9 @@ void Sequence::spin(int ms)
     ::spin(ms, [this] { call("events", handleEvents); });
 }
 
-bool Sequence::spinUntil(const std::function<bool()> &condition, int timeoutMs)
+bool Sequence::waitUntil(const std::function<bool()> &condition, int timeoutMs)
 {
-    return ::spinUntil(condition, timeoutMs, [this] { call("events", handleEvents); });
+    return ::waitUntil(condition, timeoutMs, [this] { call("events", handleEvents); });
 }
 
 void Sequence::start(const char *what, const std::function<void()> &function)
@@ -303,7 +303,7 @@ void Sequence::settleByChoice()
         return;
     const DeviceEntry entry = entries.at(static_cast<int>(m_random.bounded(entries.size())));
     start("last choice", [&] { m_capture->setCurrentDevice(entry.name); });
-    const bool reached = spinUntil(
+    const bool reached = waitUntil(
         [&] {
             const QString wanted = entry.id.isEmpty() ? m_audio.defaultId() : entry.id;
             return m_audio.capturedDevice() == wanted && m_capture->currentDevice() == entry.name;
@@ -319,7 +319,7 @@ void Sequence::settleByStop()
 {
     spin(1200); // a restart that is armed, and the start that it leads to
     stop("last stop", [&] { m_capture->stopCapture(); });
-    if (!spinUntil([&] { return m_audio.capturedDevice().isEmpty(); }, 3000))
+    if (!waitUntil([&] { return m_audio.capturedDevice().isEmpty(); }, 3000))
         m_wrong.append(QStringLiteral("captures after the stop"));
     spin(600);
     if (!m_audio.capturedDevice().isEmpty() || m_capture->isCapturing())
@@ -330,7 +330,7 @@ void Sequence::settleByWorkerEnd()
 {
     start("last start", [&] { m_capture->startCapture(); });
     const auto captures = [&] { return !m_audio.capturedDevice().isEmpty(); };
-    if (!spinUntil(captures, kPatienceMs)) {
+    if (!waitUntil(captures, kPatienceMs)) {
         m_wrong.append(QStringLiteral("nothing is captured after the last start"));
         return;
     }
@@ -340,7 +340,7 @@ void Sequence::settleByWorkerEnd()
     const auto restarted = [&] {
         return m_audio.calls(FakeCall::Initialize) > starts && captures();
     };
-    if (!spinUntil(restarted, kPatienceMs))
+    if (!waitUntil(restarted, kPatienceMs))
         m_wrong.append(QStringLiteral("no restart after the worker's end"));
 }
 
@@ -351,7 +351,7 @@ void Sequence::checkState()
     bool chosen = false;
     // Not while a start is under way or a session has not begun or ended yet.
     QStringList wrong;
-    const bool right = spinUntil(
+    const bool right = waitUntil(
         [&] {
             wrong.clear();
             const Replay seen = replay(m_audio.timeline());

@@ -36,7 +36,7 @@ private:
     void call(const char *what, const std::function<void()> &function);
     /// Restarts come with the events, so these are watched as calls are.
     void spin(int ms);
-    bool spinUntil(const std::function<bool()> &condition, int timeoutMs);
+    bool waitUntil(const std::function<bool()> &condition, int timeoutMs);
     void start(const char *what, const std::function<void()> &function);
     void stop(const char *what, const std::function<void()> &function);
     /// Whether capture is wanted beyond doubt: its owners asked for it after everything that may

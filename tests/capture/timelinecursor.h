@@ -2,11 +2,7 @@
 #pragma once
 
 #include "tests/support/fakeaudio.h"
-
-inline QString text(const char *utf8)
-{
-    return QString::fromUtf8(utf8);
-}
+#include "tests/support/text.h"
 
 inline QString hex(HRESULT code)
 {

@@ -18,6 +18,7 @@
 #include "tests/support/messagelog.h"
 #include "tests/support/taskmemory.h"
 #include "tests/support/threads.h"
+#include "tests/support/waiting.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -69,7 +70,7 @@ public:
         make();
         capture->setCurrentDevice(device);
         const QString id = device == kFollow ? idA : idB;
-        return spinUntil([&] { return audio.capturedDevice() == id; }, 5000);
+        return waitUntil([&] { return audio.capturedDevice() == id; }, 5000);
     }
     /// On a thread of the audio system; events of this one go on.
     void notify(const std::function<void()> &function)
@@ -79,7 +80,7 @@ public:
             function();
             done = true;
         });
-        spinUntil([&] { return done.load(); }, 60000);
+        waitUntil([&] { return done.load(); }, 60000);
         thread.join();
     }
     void arm(const Run &run)
@@ -262,7 +263,7 @@ bool perform(const Scenario &scenario, const Run &run, int index, Complaints &co
     scenario.act(stage);
     spin(kSettleMs);
     if (run.mode == Mode::SameKind) {
-        spinUntil([&] { return stage.seen().failures > kRestarts; }, 15000);
+        waitUntil([&] { return stage.seen().failures > kRestarts; }, 15000);
         stage.audio.clearFaults();
     }
     const bool failed = stage.audio.faults() > 0;
@@ -282,12 +283,12 @@ bool perform(const Scenario &scenario, const Run &run, int index, Complaints &co
         clock.start();
         do { // the fault may hit a session that had come to rest, and a busy machine may lag
             if (run.mode != Mode::ForGood) {
-                spinUntil(atRest, 8000);
+                waitUntil(atRest, 8000);
                 spin(20);
             } else if (failed
                        && (losesDeviceForGood(scenario, run) || stage.seen().sessionErrors > 0)) {
                 // 0.5 s to the restart, which waits 3 s for a worker that is gone.
-                spinUntil([&] { return stage.seen().startsFailed > 0; }, 8000);
+                waitUntil([&] { return stage.seen().startsFailed > 0; }, 8000);
                 spin(kSettleMs);
             }
             verdict = judge(scenario, run, stage, failed);
@@ -393,7 +394,7 @@ int runScenario(const Scenario &scenario, int lanes)
            QStringLiteral("%1 failures").arg(s_failures.load()));
     expect(s_reports == scenario.reports,
            QStringLiteral("%1 reports, not %2").arg(s_reports.load()).arg(scenario.reports));
-    expect(spinUntil([&] { return threadCount() <= threadsBefore; }, 5000),
+    expect(waitUntil([&] { return threadCount() <= threadsBefore; }, 5000),
            QStringLiteral("%1 threads, %2 before").arg(threadCount()).arg(threadsBefore));
     expect(complaints.summary().isEmpty(), complaints.summary());
     std::printf("%s: %d runs, %d of them with a fault, %d failures, %d reports\n", scenario.name,

@@ -15,6 +15,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QRandomGenerator>
 
 namespace {
 

@@ -1,5 +1,7 @@
 #include "tests/support/linux/soundserver.h"
 
+#include "tests/support/text.h"
+
 #include <csignal>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -22,11 +24,6 @@ void endProcess(QProcess *process)
 {
     process->kill();
     process->waitForFinished(kPatienceMs);
-}
-
-QString text(const QByteArray &bytes)
-{
-    return QString::fromUtf8(bytes);
 }
 
 } // namespace

@@ -1,0 +1,9 @@
+// Texts of test data.
+#pragma once
+
+#include <QString>
+
+inline QString text(const char *utf8)
+{
+    return QString::fromUtf8(utf8);
+}
