@@ -8,7 +8,8 @@
 
 namespace {
 
-constexpr QLatin1String kKind("SoundSpectrum");
+constexpr char kKindText[] = "SoundSpectrum";
+constexpr QLatin1String kKind(kKindText, sizeof kKindText - 1);
 constexpr char16_t kSeparator[] = u"/&+&/";
 constexpr int kSeparatorLength = 5;
 constexpr double kScale = 400.0;

@@ -100,7 +100,7 @@ void TestCaptureAudioThread::failedApartment()
     Session session;
     IAudioClient *client = session.client();
     if (!failCoInitializeEx(E_OUTOFMEMORY))
-        QSKIP("this host's CoInitializeEx cannot be made to fail");
+        QSKIP("this host's CoInitializeEx cannot be made to fail", "");
     session.start(client, 8);
     QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
     failCoInitializeEx(S_OK);
@@ -306,7 +306,8 @@ void TestCaptureAudioThread::errorsPrintAsLongCodes()
 void TestCaptureAudioThread::forceStopTerminatesAHangingThread()
 {
 #ifdef TONEWELL_SANITIZED
-    QSKIP("a thread that is ended by force leaves its event loop behind, which sanitizers report");
+    QSKIP("a thread that is ended by force leaves its event loop behind, which sanitizers report",
+          "");
 #endif
     Session session;
     session.start(session.client(), 8);

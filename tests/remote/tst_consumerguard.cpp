@@ -173,7 +173,7 @@ void ConsumerGuardTest::whenDescriptorsRunShortNewConsumersAreDropped()
 {
     const int free = freeDescriptors();
     if (free > 100000)
-        QSKIP("the host sets no limit to descriptors that a test could reach");
+        QSKIP("the host sets no limit to descriptors that a test could reach", "");
     // All but some are taken.
     std::vector<std::unique_ptr<QFile>> files;
     for (int left = free; left > ConsumerGuard::kReserve + 6; --left) {

@@ -188,7 +188,7 @@ void ConsumersTest::fiveHundredConnectsUnderAFewDescriptors()
 void ConsumersTest::anotherUserIsRefused()
 {
     if (getuid() != 0)
-        QSKIP("only root can act as another user");
+        QSKIP("only root can act as another user", "");
     // The folder lets everybody in, so that the socket itself has to refuse.
     const QByteArray folder = QFile::encodeName(QFileInfo(m_world->socket()).path());
     QCOMPARE(chmod(folder.constData(), 0755), 0);

@@ -63,7 +63,7 @@ void BarsTest::initTestCase()
 #ifdef TONEWELL_WINE_SESSION
     QVERIFY2(m_server.isThere(), "the session's sound server does not answer");
 #else
-    QSKIP("only a Wine session has a sound server outside that can play to Windows");
+    QSKIP("only a Wine session has a sound server outside that can play to Windows", "");
 #endif
     setReportSink([](const QString &report) { qFatal("%s", qPrintable(report)); });
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});

@@ -281,7 +281,7 @@ void TestCrashEnd::systemSeesTheFaultItself()
     QFETCH(int, signal);
     const Traced traced = trace(QTest::currentDataTag());
     if (!traced.permitted)
-        QSKIP("processes must not be traced here");
+        QSKIP("processes must not be traced here", "");
     QCOMPARE(traced.stops.size(), 2);
     const Stop &fault = traced.stops.at(0);
     const Stop &end = traced.stops.at(1);
