@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the scripts, from the checkout's folder.
 
 # CMake and CTest run as many jobs as the machine has processors, unless the caller has said.
