@@ -103,7 +103,7 @@ void EndpointsTest::initTestCase()
 #ifdef TONEWELL_WINE_SESSION
     QVERIFY2(m_server.isThere(), "the session's sound server does not answer");
 #else
-    QSKIP("only a Wine session has a sound server outside that can play to Windows");
+    QSKIP("only a Wine session has a sound server outside that can play to Windows", "");
 #endif
     QVERIFY(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
     QCOMPARE(createDeviceEnumerator(&m_enumerator), S_OK);
