@@ -31,7 +31,7 @@ no_options() {
 # is_preset NAME: whether CMakePresets.json has it, to be built here.
 is_preset() {
     case $1 in
-        release | debug | asan | tsan | windows) return 0 ;;
+        release | debug | asan | tsan | clang | windows) return 0 ;;
         *) return 1 ;;
     esac
 }
