@@ -151,7 +151,7 @@ QString AudioCapture::getDeviceName(LPCWSTR id)
 {
     if (!id)
         return QStringLiteral("未知设备");
-    const QString removed = QStringLiteral("已移除的设备");
+    QString removed = QStringLiteral("已移除的设备");
 
     IMMDevice *device = nullptr;
     HRESULT hr = pOutputEnumerator ? pOutputEnumerator->GetDevice(id, &device) : E_POINTER;

@@ -260,6 +260,7 @@ HRESULT AudioCapture::initializeAligned()
         return hr;
     if (pwfx->nSamplesPerSec == 0)
         return AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED;
+    // NOLINTNEXTLINE(bugprone-incorrect-roundings): neither number is below 0
     return tryInitialize(static_cast<REFERENCE_TIME>(
         static_cast<double>(kBufferDuration) * frames / pwfx->nSamplesPerSec + 0.5));
 }

@@ -20,7 +20,7 @@ class ConsumerGuard : public QObject {
     Q_OBJECT
 
 public:
-    static constexpr qint64 kLimitBytes = 1024 * 1024;
+    static constexpr qint64 kLimitBytes = 1024LL * 1024;
     static constexpr int kReserve = 16;
 
     /// Watches every consumer of the host from now on. Create it when the host's URL is set; it is

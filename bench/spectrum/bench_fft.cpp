@@ -34,6 +34,7 @@ FftwFloats noise()
 Bins definition(const float *samples)
 {
     std::vector<std::complex<double>> unit;
+    unit.reserve(kLength);
     for (int i = 0; i < kLength; ++i)
         unit.push_back(std::polar(1.0, -2.0 * std::acos(-1.0) * i / kLength));
     Bins bins(kLength / 2 + 1);

@@ -147,7 +147,7 @@ void plainSumOfSquares(benchmark::State &state)
         const auto *samples = reinterpret_cast<const qint16 *>(data.constData());
         qint64 sum = 0;
         for (int i = 0; i < kLevelSamples; ++i)
-            sum += samples[i] * samples[i];
+            sum += static_cast<qint64>(samples[i]) * samples[i];
         benchmark::DoNotOptimize(sum);
         benchmark::ClobberMemory();
     }

@@ -21,7 +21,7 @@ constexpr auto kListenerTime = 500ms;
 
 std::int64_t nanoseconds()
 {
-    return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
+    return std::chrono::nanoseconds {Clock::now().time_since_epoch()}.count();
 }
 
 template <void (LoopbackStream::*method)()> void callback(pa_stream *, void *self)
@@ -110,8 +110,8 @@ HRESULT LoopbackStream::connect()
 
     pa_buffer_attr attributes {};
     attributes.maxlength = static_cast<std::uint32_t>(-1);
-    attributes.fragsize = static_cast<std::uint32_t>(m_ring.packetFrames()
-                                                     * m_sink.channels.channels * sizeof(float));
+    attributes.fragsize = static_cast<std::uint32_t>(sizeof(float) * m_ring.packetFrames()
+                                                     * m_sink.channels.channels);
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE
                                                       | PA_STREAM_ADJUST_LATENCY);
     m_server.attach(this);

@@ -40,7 +40,7 @@ void setEcho(bool on)
         return;
     termios now = s_before;
     if (!on)
-        now.c_lflag &= ~tcflag_t(ECHO);
+        now.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     tcsetattr(STDOUT_FILENO, TCSANOW, &now);
 }
 

@@ -18,7 +18,7 @@ constexpr ULONG_PTR kAccessWrite = 1;
 constexpr ULONG_PTR kAccessExecute = 8;
 
 // How far beyond the low end of a stack one frame may reach.
-constexpr std::uintptr_t kLargestFrameBytes = 16 * 1024 * 1024;
+constexpr std::uintptr_t kLargestFrameBytes = 16UL * 1024 * 1024;
 constexpr std::uintptr_t kPageBytes = 4096;
 
 DWORD64 fromGreg(greg_t value)

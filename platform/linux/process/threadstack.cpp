@@ -10,7 +10,7 @@
 namespace {
 
 // The report is written on it: room for Qt and the unwinder. Pages cost nothing until touched.
-constexpr std::size_t kHandlerStackBytes = 512 * 1024;
+constexpr std::size_t kHandlerStackBytes = 512UL * 1024;
 constexpr std::size_t kGuardBytes = 4096;
 
 std::atomic<bool> s_enabled {false};
