@@ -6,15 +6,16 @@
 /// stack of its own for that, and there is nothing to do.
 void reserveCrashStack();
 
-/// Makes the calling thread the one whose report the process ends with. There is one for the whole
-/// process: whoever comes later, on another thread, waits here for the end. Come again on the same
-/// thread, it is the report that has failed, and the process ends at once. The report has five
-/// seconds; then the process ends without it. The exit code is 1 then.
+/// Makes the calling thread the only one that may report before the process ends. Another thread
+/// that calls this later waits here for the end. A second call on the same thread means that the
+/// report itself has failed: it ends the process at once. The report has five seconds, then the
+/// process ends without it. The exit code is 1 in both cases.
 ///
-/// For the terminate handler. On Linux it is one election with the unhandled-exception filter's,
-/// which the host holds before it calls the filter and in which the end is by the signal.
+/// For the terminate handler. On Linux the host does the same for the unhandled-exception filter
+/// before it calls it: terminate handler and filter share the one reporter. A process that ends
+/// because of a fault ends by its signal.
 void beginLastReport();
 
-/// Says that the report is out. A process that ends before says on standard error that there is
-/// none.
+/// Tells that the report has been printed. A process that ends earlier prints on standard error
+/// that there is no report.
 void setLastReportPrinted();

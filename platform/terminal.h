@@ -15,9 +15,9 @@ bool standardOutputIsTerminal();
 /// The first call in the foreground, and the first after the process was stopped there, writes
 /// `enter` and switches echo off. Call it before each picture.
 ///
-/// What was taken is given back when the process is stopped from the keyboard (SIGTSTP), and by an
-/// end that leaves no time for order: SIGQUIT, or a second request of a kind to end. (Not on
-/// Windows, where there are neither and a console does not echo to a program that does not read.)
+/// The terminal is given back when the process is stopped from the keyboard (SIGTSTP) and when it
+/// has to end at once, by SIGQUIT or by a second request of the same kind. (Not on Windows: it has
+/// neither, and a console does not echo to a program that does not read.)
 /// Both texts must outlive the process's use of the terminal. GUI thread only.
 bool takeTerminal(const char *enter, const char *leave);
 

@@ -10,7 +10,7 @@
 #define TONEWELL_VECTOR_CODE false
 #endif
 
-/// The vector instructions there are kernels for. Each room has, for each of its kernels, a
+/// The vector instructions for which there are kernels. Each room has, for each of its kernels, a
 /// function that takes one of these and returns the variant to call.
 enum class VectorUnit {
     None,

@@ -21,7 +21,7 @@ DWORD WINAPI sayThatThereIsNoReport(void *)
 
 [[noreturn]] void endNow()
 {
-    // What reads standard error may have stopped, so a thread that may get stuck does the writing.
+    // The reader of standard error may have stopped, so a thread that may hang writes the line.
     if (!s_printed) {
         if (const HANDLE writer =
                 CreateThread(nullptr, 0, sayThatThereIsNoReport, nullptr, 0, nullptr))

@@ -60,7 +60,7 @@ HRESULT AudioCaptureClient::ReleaseBuffer(UINT32 frames)
 {
     if (!m_holding)
         return frames ? AUDCLNT_E_OUT_OF_ORDER : S_OK;
-    // All of the packet has been read, or none of it and the next GetBuffer gives it again.
+    // The caller has read the whole packet or nothing; then the next GetBuffer gives it again.
     if (frames && frames != m_stream->ring().packetFrames())
         return AUDCLNT_E_INVALID_SIZE;
     if (frames)

@@ -11,7 +11,7 @@ class LoopbackStream;
 /// becomes of the device.
 class AudioCaptureClient final : public IAudioCaptureClient {
 public:
-    /// Both outlive it.
+    /// The client and the stream outlive this object.
     AudioCaptureClient(IAudioClient *client, LoopbackStream *stream);
 
     /// Whether a buffer has been got and not released.

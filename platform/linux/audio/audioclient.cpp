@@ -20,7 +20,7 @@ AudioClient::AudioClient(PulseServer &server, const SoundEndpoint &endpoint,
 {
 }
 
-// A stream never goes away again before the client does, so the pointer stays good.
+// The stream, once made, lives as long as the client: the pointer stays valid.
 LoopbackStream *AudioClient::stream() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -162,7 +162,7 @@ HRESULT AudioClient::Reset()
 
 HRESULT AudioClient::SetEventHandle(HANDLE)
 {
-    // Only a stream that was asked to signal an event expects one, and none can be asked for.
+    // Only a stream that signals an event expects one, and Initialize makes no such stream.
     return stream() ? AUDCLNT_E_EVENTHANDLE_NOT_EXPECTED : AUDCLNT_E_NOT_INITIALIZED;
 }
 

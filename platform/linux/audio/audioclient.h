@@ -5,9 +5,8 @@
 #include "platform/linux/audio/comobject.h"
 #include "platform/linux/audio/loopbackstream.h"
 
-/// Shared-mode loopback capture of a sink. What else the interface offers is refused with the
-/// interface's own codes. All calls but those of the capture client may come from any thread; the
-/// capture client is for one thread at a time.
+/// Shared-mode loopback capture of a sink. Whatever else the interface offers fails with one of its
+/// own codes. Any thread may call the audio client; the capture client is for one thread at a time.
 class AudioClient final : public ComObject<IAudioClient> {
 public:
     /// For an endpoint that was there in the catalogue's connection of that number.

@@ -20,8 +20,7 @@ public:
     DefaultsCheck(const DefaultsCheck &) = delete;
     DefaultsCheck &operator=(const DefaultsCheck &) = delete;
 
-    /// A question that still has no answer is given up for the new one. One that fails is never
-    /// answered.
+    /// Gives up a question that still has no answer. A question that fails gets no answer.
     void start(pa_mainloop_api *loop);
     void cancel();
 

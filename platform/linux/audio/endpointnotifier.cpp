@@ -15,8 +15,8 @@ thread_local const EndpointNotifier *t_calling = nullptr;
 // How long the first role's listener may take before the other roles are told beside it.
 constexpr std::chrono::milliseconds kRoleDelay {50};
 
-// Signals sent to the process belong to the threads that wait for them. Those that a fault of
-// this thread raises stay open: the crash handlers must see them.
+// Other threads wait for the signals that are sent to the process. The signals of this thread's own
+// faults stay unblocked: the crash handlers must see them.
 class ProcessSignalsBlocked {
 public:
     ProcessSignalsBlocked()
@@ -176,7 +176,7 @@ void EndpointNotifier::callForEveryRole(IMMNotificationClient *client, EDataFlow
             tellOthers();
         });
     } catch (const std::system_error &) {
-        // No thread to be had: the roles follow one another.
+        // The system gives no thread: the roles follow one another.
     }
     client->OnDefaultDeviceChanged(flow, eConsole, id);
     consoleTold.set_value();

@@ -15,9 +15,9 @@
 /// it and may take as long as it likes; the sound library's thread never waits for it.
 ///
 /// A new default is told once for each role, in the order console, multimedia, communications. A
-/// listener tells these three from three changes by their time, so a listener that takes long over
-/// the first is told the other two meanwhile, on a second thread; afterwards, where the system has
-/// no thread to give.
+/// listener tells one change from three by the time between the calls. So a listener that takes
+/// long over the first call hears the other two meanwhile, on a second thread, or afterwards where
+/// the system gives no thread.
 class EndpointNotifier {
 public:
     /// The catalogue outlives the notifier.

@@ -14,8 +14,8 @@ using Clock = std::chrono::steady_clock;
 constexpr UINT32 kPacketsPerSecond = 100;
 constexpr auto kOpenTime = 2s;
 
-// A server ends the streams of a sink a moment before it tells that the sink has gone. Within the
-// first time that news arrives; the second is enough for listeners to act on it.
+// A server ends the streams of a sink a moment before it tells that the sink has gone. The news
+// arrives within the first time; the second is enough for listeners to act on it.
 constexpr auto kNewsTime = 50ms;
 constexpr auto kListenerTime = 500ms;
 
@@ -54,8 +54,8 @@ LoopbackStream::~LoopbackStream()
         abandon(m_stream);
 }
 
-// Ends a stream without waiting for the server. One that is still being made can only be told to
-// end once the server has answered; until then it keeps itself.
+// Ends a stream without waiting for the server. A stream that is still being made can end only
+// after the server has answered; until then its callback keeps it alive.
 void LoopbackStream::abandon(pa_stream *stream)
 {
     pa_stream_set_read_callback(stream, nullptr, nullptr);
@@ -162,7 +162,7 @@ void LoopbackStream::handleSinkGone(std::uint32_t index)
         lose();
 }
 
-// The server is asked for a monitor, but it is what it says that it connected that counts.
+// open() asks for a monitor, but what counts is the source that the server has connected.
 bool LoopbackStream::isOnMonitor() const
 {
     const char *const device = pa_stream_get_device_name(m_stream);

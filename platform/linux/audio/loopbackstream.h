@@ -14,8 +14,8 @@
 /// stream that the server connects or moves elsewhere is lost, and its sound is thrown away.
 ///
 /// Life: open() once; start() and stop() as often as wanted; lost for good when the sink or the
-/// server goes. The loop thread fills the ring; one other thread reads it. None of the calls but
-/// open() waits for the server.
+/// server goes. The loop thread fills the ring; one other thread reads it. Only open() waits for
+/// the server.
 class LoopbackStream {
 public:
     /// For an endpoint of the catalogue's connection of that number. The ring takes packets

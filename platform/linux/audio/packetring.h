@@ -40,7 +40,7 @@ public:
     /// Complete frames that wait to be read.
     UINT32 waitingFrames() const;
 
-    /// Gives the oldest packet without taking it out; false when none is complete.
+    /// Gives the oldest packet without taking it out; false when no packet is complete.
     bool front(Packet *packet) const;
 
     /// Takes out the packet that front() gave.

@@ -12,8 +12,8 @@ namespace {
 // PipeWire does not always tell a connection of a new default. It compares the default with the one
 // that it told last, and that one can be out of date when devices have just come and gone. And it
 // keeps a change from a connection if it happens at the very moment at which another client comes.
-// So it is asked now and then, and after devices have changed, a fresh connection asks as well:
-// that one begins with all that is true.
+// So the introspector asks now and then. After devices have changed a fresh connection asks as
+// well, because the server tells the truth to a new connection.
 constexpr pa_usec_t kAskingIntervalUs = 500 * PA_USEC_PER_MSEC;
 constexpr int kTicksToFirstCheck = 2; // after the last event, in asking intervals
 constexpr int kTicksToNextCheck = 4; // while the answers differ or tell of no present sink
@@ -114,7 +114,7 @@ void PulseIntrospector::handleTimer()
     if (!m_asking)
         askForDefaults();
     if (m_checks && m_ticksToCheck > 0 && --m_ticksToCheck == 0) {
-        m_ticksToCheck = kTicksToNextCheck; // unless this one answers that all is well
+        m_ticksToCheck = kTicksToNextCheck; // unless this check finds that all is well
         m_check.start(m_loop);
     }
 }
@@ -216,7 +216,7 @@ void PulseIntrospector::readDefaults(const pa_server_info &info)
     if (!m_catalogue->isPresent(eRender, told.render) && m_ticksToCheck == 0)
         m_ticksToCheck = kTicksToNextCheck;
     if (m_told && told == *m_told)
-        return; // and a check may have known better
+        return; // a check may have found a newer default since
     m_catalogue->setDefaults(told.render, told.capture);
     m_told = std::move(told);
 }

@@ -69,6 +69,6 @@ private:
     std::optional<DefaultIds> m_told; // over the connection
     DefaultsCheck m_check {[this](const pa_server_info &info) { readCheckedDefaults(info); }};
     bool m_checks = false; // whether this server needs them
-    int m_ticksToCheck = 0; // asking intervals to the next one; 0: none is due
+    int m_ticksToCheck = 0; // asking intervals to the next one; 0: no check is due
     unsigned m_missing = 0; // the parts whose answers the first complete catalogue still waits for
 };

@@ -14,8 +14,8 @@ namespace {
 constexpr unsigned kFirstDelayMs = 100;
 constexpr unsigned kLastDelayMs = 250;
 
-// For whom the first use waits: a server that is there answers within milliseconds, and one that
-// is not refuses at once. Only one that hangs takes the whole time.
+// How long the first use waits for the server. A running server answers within milliseconds, a
+// missing one refuses at once. Only a server that hangs takes the whole time.
 constexpr std::chrono::milliseconds kFirstWait {1500};
 
 } // namespace

@@ -12,11 +12,11 @@
 
 class LoopbackStream;
 
-/// One connection, one loop thread and one notification thread for the whole process. Which server
-/// it is, libpulse finds out from the environment and its configuration; none is ever started. A
-/// connection that fails or ends is tried again for ever, at first after 100 ms, in the end every
-/// 250 ms: an attempt that is refused costs next to nothing, and nobody should wait long for a
-/// server that is back.
+/// One connection, one loop thread and one notification thread for the whole process. libpulse
+/// finds the server by the environment and its configuration, and never starts one. After a
+/// connection has failed or ended, a new attempt follows for ever, at first after 100 ms, in the
+/// end every 250 ms: an attempt that is refused costs next to nothing, and nobody should wait long
+/// for a server that is back.
 ///
 /// Made by the first use and never destroyed: objects of the audio API may outlive main(), and a
 /// destructor at exit could only wait for a server that may not answer. The operating system

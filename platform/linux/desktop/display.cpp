@@ -24,7 +24,7 @@ bool dialogCanBeSeen()
 {
     if (!qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
         return false;
-    // Everything else that Qt draws on ends at somebody's eyes, be it by way of a remote viewer.
+    // Every other platform of Qt shows its windows to somebody, if only to a remote viewer.
     const QString display = QGuiApplication::platformName();
     return display != QLatin1String("offscreen") && display != QLatin1String("minimal")
         && QGuiApplication::primaryScreen();

@@ -58,8 +58,8 @@ LPARAM sessionNumber(const QString &path)
     return ok ? static_cast<LPARAM>(number) : 0;
 }
 
-/// A connection of its own. The bus library reads the variable once a process; here it counts each
-/// time.
+/// Opens a new connection. The bus library reads the variable once in a process; this function
+/// reads it at each call.
 QDBusConnection connectToSystemBus(const QString &name)
 {
     const QString address = qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
@@ -67,7 +67,7 @@ QDBusConnection connectToSystemBus(const QString &name)
                              : QDBusConnection::connectToBus(address, name);
 }
 
-/// QDBusConnectionInterface would ask the same, and wait 25 s for a bus that does not answer.
+/// QDBusConnectionInterface would ask the same, but wait 25 s for a bus that does not answer.
 bool isLogindOn(const QDBusConnection &bus)
 {
     QDBusMessage call = QDBusMessage::createMethodCall(
@@ -86,8 +86,7 @@ QDBusMessage propertiesCall(const QString &path)
     return call;
 }
 
-/// A session of this user at the machine itself: no remote one, none of the system's background
-/// ones.
+/// Whether this user sits at the machine itself: neither a remote nor a background session.
 bool isOwnAndLocal(const QVariantMap &session)
 {
     const QDBusArgument user = session.value(QStringLiteral("User")).value<QDBusArgument>();
@@ -121,7 +120,7 @@ QWindow *windowOf(HWND handle)
 {
     const QWindowList windows = QGuiApplication::allWindows();
     for (QWindow *window : windows) {
-        // Asking a window that has no native one yet would create it.
+        // winId() would create the native window where there is none yet.
         if (window->handle() && window->winId() == reinterpret_cast<WId>(handle))
             return window;
     }

@@ -35,9 +35,10 @@ class SessionNotifier : public QObject {
     Q_OBJECT
 
 public:
-    /// The one notifier, connected to the system bus (that of DBUS_SYSTEM_BUS_ADDRESS, if set);
-    /// null, promptly, without a bus or without logind on it. Only a bus that takes connections and
-    /// never greets holds the call up, for as long as the bus library waits (25 s).
+    /// The one notifier, connected to the system bus, or to the bus that
+    /// DBUS_SYSTEM_BUS_ADDRESS names; null, promptly, without a bus or without logind on it. Only a
+    /// bus that takes connections and never greets holds the call up, for as long as the bus
+    /// library waits (25 s).
     static SessionNotifier *connected();
     ~SessionNotifier() override;
 

@@ -21,7 +21,7 @@ termios s_before {};
 
 struct End {
     int signal;
-    void (*first)(int); // what the first request does; null: it ends the process, too
+    void (*first)(int); // handles the first request; null: the first one ends the process
 };
 std::array<End, 4> s_ends {
     {{SIGQUIT, nullptr}, {SIGINT, nullptr}, {SIGTERM, nullptr}, {SIGHUP, nullptr}}};
@@ -31,7 +31,7 @@ std::array<End, 4> s_ends {
 bool isInBackground()
 {
     const pid_t foreground = tcgetpgrp(STDOUT_FILENO);
-    return foreground != -1 && foreground != getpgrp(); // -1: no terminal of our session's
+    return foreground != -1 && foreground != getpgrp(); // -1: not the terminal of our session
 }
 
 void setEcho(bool on)

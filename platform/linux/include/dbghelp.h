@@ -84,7 +84,7 @@ using PTRANSLATE_ADDRESS_ROUTINE64 = DWORD64(CALLBACK *)(HANDLE, HANDLE, ADDRESS
 extern "C" {
 
 /// Starts the symbol handler of this process (no other can be opened). The search path is unused:
-/// modules are those of the loader, looked up when asked for.
+/// each look-up asks the loader for its modules.
 BOOL SymInitializeW(HANDLE process, LPCWSTR searchPath, BOOL invadeProcess);
 
 /// The loaded module that holds the address: base, size, image path and, as the module name, the

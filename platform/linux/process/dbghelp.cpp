@@ -71,7 +71,7 @@ bool isCode(DWORD64 address)
 }
 
 // After the call of a pointer that points nowhere there is no function to unwind, only the return
-// address that the call has pushed. Read by the kernel, since the stack may be no memory either.
+// address that the call has pushed. The kernel reads it, since the stack may be unreadable too.
 bool returnFromNowhere(CONTEXT *context)
 {
     DWORD64 address = 0;

@@ -78,8 +78,8 @@ void claimLastReport(int signal)
 
 void endNow()
 {
-    // What reads standard error may have stopped, and the report may be stuck for that very reason:
-    // nothing is said then.
+    // The reader of standard error may have stopped, and the report may hang for that very reason.
+    // Then nothing is printed.
     pollfd errors {STDERR_FILENO, POLLOUT, 0};
     if (!s_printed && poll(&errors, 1, 0) == 1 && (errors.revents & POLLOUT) != 0) {
         setBlocked(SIGPIPE, true); // nobody may be reading standard error any more

@@ -39,7 +39,7 @@ void describeAccess(const siginfo_t &info, const ucontext_t &machine, const Stac
     record->ExceptionCode = EXCEPTION_ACCESS_VIOLATION;
     record->NumberParameters = 2;
     if (registers[REG_TRAPNO] != kPageFault) {
-        // A non-canonical address: the processor says neither which nor for what.
+        // A non-canonical address: the processor tells neither the address nor the kind of access.
         record->ExceptionInformation[0] = kAccessRead;
         record->ExceptionInformation[1] = ~ULONG_PTR {0};
         return;

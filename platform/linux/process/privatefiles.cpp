@@ -13,7 +13,7 @@ PrivateFileScope::~PrivateFileScope()
     umask(static_cast<mode_t>(m_before));
 }
 
-// The state folder of the user is the place for logs here, where no drive root can be written.
+// Logs go to the user's state folder here: a user cannot write to the root.
 QString diagnosticLogPath()
 {
     QString folder = qEnvironmentVariable("XDG_STATE_HOME");

@@ -76,8 +76,8 @@ void *startThread(void *data)
 
 } // namespace
 
-// Threads are started by Qt, by the sound library and by others; this is what all of them call.
-// The definition here comes before the C library's, which does the work.
+// Qt, the sound library and others start threads, and all of them call this function. The loader
+// finds this definition before the C library's, which it calls in turn.
 extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                               void *(*function)(void *), void *argument) noexcept
 {
@@ -99,7 +99,7 @@ void useHandlerStacks()
 {
     if (s_enabled.exchange(true))
         return;
-    // The main thread's lives as long as the process; kept where a leak check finds it.
+    // The main thread's stack lives as long as the process. A leak check finds it here.
     [[maybe_unused]] static HandlerStack *volatile s_mainThreadStack;
     s_mainThreadStack = new HandlerStack;
 }

@@ -5,7 +5,7 @@
 
 #include <csignal>
 
-/// The signals of faults, and that of abort().
+/// The signals of faults and of abort().
 constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT};
 
 /// Gives the calling thread, for the rest of its life, a stack for signal handlers, and from then

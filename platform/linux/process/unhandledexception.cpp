@@ -10,8 +10,8 @@ namespace {
 
 std::atomic<LPTOP_LEVEL_EXCEPTION_FILTER> s_filter {nullptr};
 
-// A signal that somebody sent says nothing about an instruction of this program. The one that is
-// sent on purpose is abort's.
+// A signal that kill or raise sent tells nothing about an instruction of this program. Only abort()
+// sends its signal on purpose.
 bool isFault(const siginfo_t &info)
 {
     if (info.si_signo == SIGABRT)
@@ -37,7 +37,7 @@ void handleFault(int signal, siginfo_t *info, void *machineContext)
         if (const LPTOP_LEVEL_EXCEPTION_FILTER filter = s_filter)
             filter(&pointers);
     } catch (...) {
-        // The end comes either way, and by the original signal.
+        // The process ends all the same, by the original signal.
     }
     endAfterReturn(info);
 }
