@@ -230,7 +230,7 @@ QString errorCodeReference()
 
 QString audioServiceDiagnostics()
 {
-    // One statement a block: they are to be asked in the order in which they are printed.
+    // One statement for each block: they ask the system in the order in which they are printed.
     QString text = QStringLiteral("[Audio Service Diagnostics]\n");
     text += QStringLiteral("[Windows Audio Service Status]\n");
     text += audioService();

@@ -19,7 +19,7 @@ struct Description {
 
 QString accessViolationMessage(const EXCEPTION_RECORD &record)
 {
-    // Whatever is not a read counts as a write, an execution fault included.
+    // Every access but a read counts as a write, an execution fault too.
     const QString access =
         record.ExceptionInformation[0] == 0 ? QStringLiteral("read") : QStringLiteral("write");
     return QStringLiteral("Memory access violation (Attempted %1 at address 0x%2)")
@@ -95,7 +95,7 @@ void terminateHandler()
         printAndDeliver(buildErrorReport(QStringLiteral("std::terminate"),
                                          QStringLiteral("Uncaught C++ exception")));
     } catch (...) {
-        // Out of memory for the report: only the end is left, and it must not start over.
+        // No memory for the report: end without it, and never enter this handler again.
     }
     std::_Exit(1);
 }

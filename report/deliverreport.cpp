@@ -29,7 +29,7 @@ void showReport(const QString &report)
         writeCrashReportFile(report);
         return;
     }
-    // A crash never comes here, its process has ended: what was printed there is not repeated.
+    // A crash has ended its process before this: its report is not printed a second time.
     if (!dialogCanBeSeen()) {
         const BrokenPipeGuard guard;
         std::fprintf(stderr, "%s\n", report.toLocal8Bit().constData());

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kCompilerVersion = 1929; // printed whatever compiler built the program
 
-// Converted there and back on purpose: a path outside the local encoding stays garbled.
+// The two conversions differ on purpose: a path outside the local encoding stays garbled.
 QString executablePath()
 {
     return QString::fromUtf8(QCoreApplication::applicationFilePath().toLocal8Bit());

@@ -33,7 +33,7 @@ ErrorReportDialog::ErrorReportDialog(const QString &report, QWidget *parent)
     QFont font;
     font.setFamilies({QStringLiteral("Microsoft YaHei UI"), QStringLiteral("SimSun"),
                       QStringLiteral("Consolas"), QStringLiteral("monospace")});
-    font.setStyleHint(QFont::Monospace); // where none of them is installed
+    font.setStyleHint(QFont::Monospace); // where the system lacks all of them
     font.setPointSize(10);
     view->setFont(font);
     view->setPlainText(report);

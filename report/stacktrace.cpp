@@ -11,7 +11,7 @@ constexpr DWORD kModuleStructureBytes = 1680;
 
 template <typename Function> Function *resolve(HMODULE library, const char *name)
 {
-    // By way of void (*)(): the one function type that any other may be cast from.
+    // First to void (*)(): compilers accept a cast from there to any other function type.
     return reinterpret_cast<Function *>(
         reinterpret_cast<void (*)()>(GetProcAddress(library, name)));
 }
