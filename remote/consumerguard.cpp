@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kIntervalMs = 1000;
 
-/// The host's listener, which only its own kind knows by type; null for a host without one.
+/// The host's listener; null for a host without one. Its type is private to the library.
 QObject *listenerOf(QObject *host)
 {
     const auto children = host->findChildren<QObject *>();
@@ -26,7 +26,7 @@ QObject *listenerOf(QObject *host)
 ConsumerGuard::ConsumerGuard(QRemoteObjectHostBase *host)
     : QObject(host)
 {
-    // Connected after the host's own slot, which takes the connection in.
+    // This slot runs after the host's own, which takes the connection in.
     if (QObject *const listener = listenerOf(host))
         connect(listener, SIGNAL(newConnection()), this, SLOT(admitNewest()));
     auto *const timer = new QTimer(this);
@@ -50,7 +50,7 @@ void ConsumerGuard::dropSlowOnes()
 {
     const auto sockets = parent()->findChildren<QLocalSocket *>();
     for (QLocalSocket *socket : sockets) {
-        // Aborting, unlike closing, does not wait for what the consumer does not read.
+        // abort(), unlike close(), does not wait until the consumer has read everything.
         if (socket->bytesToWrite() > kLimitBytes || socket->bytesAvailable() >= kLimitBytes)
             socket->abort();
     }

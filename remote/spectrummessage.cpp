@@ -57,7 +57,7 @@ int scaledBar(float bar)
     const float value = bar * static_cast<float>(kScale);
     if (std::isnan(value))
         return 0;
-    // The largest integer is no float: 2^31, the next one up, is the first that does not fit.
+    // No float equals the largest integer. The next float, 2^31, is the first that does not fit.
     if (value >= 2147483648.0F)
         return std::numeric_limits<int>::max();
     if (value < -2147483648.0F)

@@ -10,11 +10,11 @@
 ///
 /// Bars: each × 400 in single precision, truncated toward zero to a 32-bit integer, written in
 /// decimal, cut to its first four characters, sign included: 30.0 gives 1200, 100.0 gives 4000,
-/// -3.085 gives -123. What no 32-bit integer can hold is taken as the nearest one that can
-/// (2147 and -214 are then written) and not-a-number as 0.
+/// -3.085 gives -123. A value beyond a 32-bit integer becomes the nearest integer
+/// (written as 2147 or -214), and not-a-number becomes 0.
 ///
 /// `bars` holds `barCount` values; it may be null when barCount is 0 (or below, which counts as 0).
-/// Pure; callable from any thread. Allocates the returned text and nothing else, save that a
-/// level halfway between two six-digit numbers, or not finite, costs a few more allocations.
+/// Pure; callable from any thread. Allocates the returned text and nothing else, except for a level
+/// halfway between two six-digit numbers or not finite, which costs a few more allocations.
 QString spectrumMessage(double rmsLevel, double peakLevel, double dynamicLevel, const float *bars,
                         int barCount);
