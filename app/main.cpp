@@ -31,7 +31,7 @@ int main(int argc, char *argv[])
     QApplication::setApplicationVersion(QStringLiteral(TONEWELL_VERSION));
     QApplication::setOrganizationName(QStringLiteral("TonewellDetection"));
 
-    // The copy that holds the segment also holds the socket; a second one would take that away.
+    // The copy that holds the segment also holds the socket, which a second copy would take away.
     QSharedMemory sharedMemory(QStringLiteral("TonewellDetection"));
     if (attachToRunningCopy(&sharedMemory))
         return 0;

@@ -8,7 +8,7 @@ namespace {
 
 constexpr int kLooks = 4;
 
-// 10 to 50 ms, far from each other for processes that were started one after the other.
+// 10 to 50 ms; processes with neighbouring ids get times that lie far apart.
 unsigned long pause(int look)
 {
     return 10 + static_cast<unsigned long>(QCoreApplication::applicationPid() * 17 * look % 41);
@@ -20,9 +20,9 @@ bool attachToRunningCopy(QSharedMemory *memory)
 {
     if (!memory->attach(QSharedMemory::ReadWrite))
         return false;
-    // The last detach destroys the segment: what is still there afterwards has another holder. That
-    // may be another copy that is just starting and looks at the same leftover; only a copy that
-    // runs is there every time.
+    // The last detach destroys the segment. A segment that is still there afterwards has another
+    // holder: a copy that is just starting and looks at the same leftover, or a copy that runs.
+    // Only the latter holds it at every look.
     for (int look = 0; look < kLooks; ++look) {
         memory->detach();
         if (look > 0)

@@ -4,8 +4,8 @@ class QSharedMemory;
 
 /// Attaches to the segment of the key if a process that still runs holds it; true if so.
 ///
-/// Where a segment outlives a process that was killed (Linux), such a leftover is removed instead
-/// and the answer is false, with the memory detached. Processes that find the same leftover at the
-/// same moment look again at different times, so as not to take each other for a running copy.
-/// While one runs the call takes up to 150 ms, otherwise no time to speak of.
+/// On Linux a segment outlives a process that was killed. The call removes such a leftover and
+/// returns false, with the memory detached. Processes that find the same leftover at the same
+/// moment look again at different times, and so do not take each other for a running copy. The call
+/// takes up to 150 ms while a copy runs, and next to no time otherwise.
 bool attachToRunningCopy(QSharedMemory *memory);

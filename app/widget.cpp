@@ -49,7 +49,7 @@ Widget::Widget(QWidget *parent)
     AudioCapture::setDiagnosticLogEnabled(false);
 
     m_timer = new QTimer(this);
-    // A coarse timer may be 5 % late, and would keep being so: 50 a second needs a precise one.
+    // A coarse timer may be 5 % late at every tick. 50 messages a second need a precise one.
     m_timer->setTimerType(Qt::PreciseTimer);
     connect(m_timer, &QTimer::timeout, this, &Widget::timeOver);
     m_timer->setSingleShot(false);
@@ -62,8 +62,8 @@ Widget::~Widget()
     SpecEngine::instance()->stop();
 }
 
-// The window is one pixel that nobody sees. A layout that works measures its texts when the window
-// is shown, and that alone loads a Chinese font: an eighth of the program's memory.
+// Nobody sees the window, which is one pixel. An enabled layout would measure its texts when the
+// window is shown and load a Chinese font for that: an eighth of the program's memory.
 void Widget::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);

@@ -23,8 +23,8 @@ class Widget : public QWidget {
     Q_OBJECT
 
 public:
-    /// Starts everything: capture runs and messages flow once it returns. A capture that cannot be
-    /// started is reported by the capture side; nothing fails here.
+    /// Starts everything: capture runs and messages flow once it returns. The capture room reports
+    /// a capture that cannot start; nothing fails here.
     explicit Widget(QWidget *parent = nullptr);
     ~Widget() override;
 

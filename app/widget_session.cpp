@@ -22,7 +22,7 @@ void Widget::registerSessionNotification()
 
 bool Widget::nativeEvent(const QByteArray &eventType, void *message, long *result)
 {
-    // The message is a MSG only under this name; other window systems pass structures of their own.
+    // Only under this name is the message a MSG: other window systems pass their own structures.
     if (eventType == "windows_generic_MSG") {
         const MSG *const msg = static_cast<const MSG *>(message);
         if (msg->message == WM_WTSSESSION_CHANGE)
