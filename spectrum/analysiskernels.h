@@ -1,4 +1,4 @@
-// The loops around the transforms that are worth vector code, for the best vector unit.
+// The loops around the transforms that profit from vector code, one set for each vector unit.
 #pragma once
 
 #include "platform/vectorunit.h"
@@ -12,7 +12,7 @@ using WindowKernel = void (*)(const char *frames, int channel, const float *wind
 /// standard library makes of it. The values are finite; no magnitude gives a level far below 0.
 using LevelKernel = void (*)(const float *re, const float *im, double *levels, int count);
 
-/// Those for a vector unit, which the processor must have.
+/// The loops for a vector unit, which the processor must have.
 WindowKernel windowKernel(VectorUnit unit);
 LevelKernel levelKernel(VectorUnit unit);
 

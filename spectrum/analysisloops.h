@@ -1,14 +1,14 @@
 // The loops around the transforms, plain and without branches so that the compiler makes vector
 // code of them. Included by the files that are compiled for one kind of processor
-// (analysis_baseline.cpp, analysis_avx2.cpp) and by nothing else; all is static so that none of it
-// leaves them.
+// (analysis_baseline.cpp, analysis_avx2.cpp) and by no other. Everything is static, so that each
+// of these files has its own copy.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 
-/// sample / 32768, rounded to float, times the window. A frame is read as one little-endian word,
-/// of which `shift` brings the channel to the top: 16 for the first, 0 for the second.
+/// sample / 32768, rounded to float, times the window. Reads a frame as one little-endian word;
+/// `shift` brings the channel to its top: 16 for the first, 0 for the second.
 template <int shift>
 static void windowFrames(const char *frames, const float *window, float *out, int count)
 {

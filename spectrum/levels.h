@@ -17,8 +17,8 @@ SampleSums sumSamples(const char *samples, qint64 count);
 /// last full vector, and to test against.
 SampleSums sumSamplesPlainly(const char *samples, qint64 count);
 
-/// RMS (0.0 ... 1.0, full scale = 32768) of the `count` samples that were summed; 0.0 if there are
-/// none.
+/// RMS (0.0 ... 1.0, full scale = 32768) of the `count` samples that were summed; 0.0 without
+/// samples.
 double rmsLevel(qint64 squares, qint64 count);
 
 /// RMS of a block of frames of `channels` (at least 1) samples, `bitsPerSample` / 8 (at least 1)

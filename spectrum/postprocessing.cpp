@@ -94,7 +94,7 @@ double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseS
 
 double trackGain(const std::vector<double> &amplitudes, double target, double &reference)
 {
-    // Several largest at a time: one alone would wait for each comparison.
+    // Tracks several largest values at a time: with a single one each comparison would wait.
     std::array<double, 8> largest {};
     std::size_t i = 0;
     for (; i + largest.size() <= amplitudes.size(); i += largest.size()) {
@@ -153,14 +153,14 @@ void averageAcrossFrequency(const FrequencySpectrum &received,
     for (int i = count - half; i < count; ++i)
         put(i, from[i]);
 
-    // The amplitudes whose sum it is; `oldest` goes round.
+    // The amplitudes that make up `sum`; `oldest` goes round in it.
     window.assign(from, from + width); // averaged: there are as many
     double sum = std::accumulate(window.begin(), window.end(), width * from[0]);
     std::size_t oldest = 0;
     for (int i = half; i < count - half; ++i) {
         const double average = sum / width;
         put(i, average);
-        // A single point takes in itself, averaged.
+        // With a width of 1 the point that comes in is the one just written.
         const double newest = half == 0 ? average : from[i + half];
         sum = sum - window[oldest] + newest;
         window[oldest] = newest;
@@ -177,7 +177,7 @@ void fillBars(const FrequencySpectrum &spectrum, const std::vector<Spectrum *> &
 {
     for (Spectrum *band : bands) {
         std::fill(band->bars.begin(), band->bars.end(), 0.0F);
-        if (band->bars.empty()) // its owner has emptied it
+        if (band->bars.empty()) // the band's owner has emptied it
             continue;
         const double minimum = band->minFrequency;
         const double maximum = band->maxFrequency;

@@ -19,7 +19,7 @@ struct NoiseScratch {
 };
 
 /// The `quantile` (0.0 ... 1.0) of the amplitudes above 0.05: the entry at (count - 1) × quantile,
-/// truncated, of the sorted list; 0.0 if there is none.
+/// truncated, of the sorted list; 0.0 without such an amplitude.
 double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseScratch &scratch);
 
 /// Moves `reference` towards the largest amplitude (up by 30 % of the way, down by 0.1 % a call,
@@ -48,5 +48,5 @@ void averageAcrossFrequency(const FrequencySpectrum &received,
 int barIndexFor(double frequency, const Spectrum &band);
 
 /// Sets each bar to the largest amplitude of the points that fall into it and lie between the
-/// limits of its band, both excluded; to 0.0 if there is none.
+/// limits of its band, both excluded; to 0.0 without such a point.
 void fillBars(const FrequencySpectrum &spectrum, const std::vector<Spectrum *> &bands);

@@ -114,7 +114,7 @@ void SpecEngine::onFormatChanged(WAVEFORMATEX format)
     m_analysisLength = 0;
     m_bufferLength = 0;
     m_levelBufferLength = 0;
-    // A format whose five seconds no byte array can hold is as good as none.
+    // A format whose five seconds fit into no byte array is treated like no format.
     constexpr qint64 largest = std::numeric_limits<int>::max();
     if (bytesPerFrame * kAnalysisFrames <= largest
         && rate * bytesPerFrame * kBufferSeconds <= largest) {
@@ -128,7 +128,7 @@ void SpecEngine::onFormatChanged(WAVEFORMATEX format)
         }
     }
 
-    // The fill position stays, so what lies below it must stay readable: silence from now on.
+    // The fill position stays, so the bytes below it must stay readable; they are silence now.
     m_buffer.fill('\0', static_cast<int>(std::max(m_bufferLength, m_bufferPosition)));
 }
 

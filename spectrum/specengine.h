@@ -31,8 +31,8 @@ public:
 
     /// Starts capture, then the 17 ms timer.
     void start();
-    /// Stops capture only. The timer goes on: the levels converge on those of the last 50 ms, and
-    /// the last block is analysed again and again.
+    /// Stops capture only. The timer goes on: the levels converge on the levels of the last 50 ms,
+    /// and the last block is analysed again and again.
     void stop();
     bool isCapturing() const;
 
@@ -112,7 +112,7 @@ private:
     QByteArray m_analysisBuffer;
     AudioCapture m_audioCapture;
     SpectrumAnalyser m_spectrumAnalyser;
-    // What the steps of the post-processing work in, kept for its memory.
+    // Work areas of the post-processing, kept to use their memory again.
     std::vector<double> m_amplitudes;
     NoiseScratch m_noiseScratch;
     std::vector<double> m_averaged;

@@ -39,7 +39,7 @@ private:
 
     SpectrumAnalyserThread *m_worker;
     int m_state;
-    /// What the worker reads. Written again only while the worker no longer shares it; otherwise
-    /// implicit sharing gives it new memory.
+    /// The block that the worker reads. While the worker still shares it, implicit sharing gives it
+    /// new memory before it is written again.
     QByteArray m_block;
 };

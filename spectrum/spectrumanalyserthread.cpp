@@ -37,7 +37,7 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
     , m_levelKernel(levelKernel(vectorUnit()))
     , m_levels(FFTRealWrapper::kLength / 2)
 {
-    // The thread object goes once its thread has ended, never while it runs.
+    // Deletes the thread object after its thread has ended, never while it runs.
     connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
     connect(m_thread, &QThread::started, this, &reserveCrashStack, Qt::DirectConnection);
     setParent(nullptr); // an object with a parent cannot change threads

@@ -15,9 +15,9 @@ class QThread;
 
 /// The analysis worker: turns the first 2048 frames of a block of PCM into a spectrum.
 ///
-/// It lives on a thread of its own, which it starts, and has no parent: whoever creates it may
-/// let go of it. Its slots run on that thread. Destroying it, with deleteLater(), asks the thread
-/// to quit and schedules the deletion of the thread object for then, without waiting.
+/// It starts a thread of its own and lives there. It has no parent, so it can outlive its maker.
+/// Its slots run on that thread. deleteLater() destroys it: the destructor asks the thread to quit,
+/// does not wait, and the thread object is deleted when the thread has ended.
 class SpectrumAnalyserThread : public QObject {
     Q_OBJECT
 
@@ -33,10 +33,11 @@ public Q_SLOTS:
     /// `inputFrequency`: frames a second.
     ///
     /// Emits calculationComplete() once. Points 1023 down to 0 hold the bins of the first channel;
-    /// points 1024 up to 2047 those of the second if there are exactly two channels, else what
-    /// they held before. Bin i is labelled -/+ 2 i inputFrequency / 2048 Hz, twice its physical
-    /// frequency: the bands are laid out for that. The amplitude is 0.15 ln(magnitude), limited
-    /// to 0.0 ... 1.0; silence gives 0.0. Bin 0 takes the Nyquist term as its imaginary part.
+    /// points 1024 up to 2047 hold the bins of the second if there are exactly two channels, else
+    /// what they held before. Bin i is labelled -/+ 2 i inputFrequency / 2048 Hz, twice its
+    /// physical frequency: the bands are laid out for that. The amplitude is 0.15 ln(magnitude),
+    /// limited to 0.0 ... 1.0; silence gives 0.0. Bin 0 takes the Nyquist term as its imaginary
+    /// part.
     ///
     /// Invalid arguments, or less than 2048 frames, are logged and nothing is emitted.
     void calculateSpectrum(QByteArray buffer, int inputFrequency, int bitsPerSample, int channels);

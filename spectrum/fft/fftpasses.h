@@ -1,6 +1,6 @@
 // The passes of the vector transform, written once for every vector unit. Included by the files
-// that are compiled for one (fft_sse2.cpp, fft_avx2.cpp) and by nothing else: V is a type of the
-// including file's own, so what is made from these templates never leaves it.
+// that are compiled for one unit (fft_sse2.cpp, fft_avx2.cpp) and by no other. Each of them has its
+// own type V, so no two files share an instance of these templates.
 //
 // V is a vector of V::kWidth floats (4 or 8) with + - *, the static members
 //   load(p), store(p): from and to memory of any alignment; broadcast(value);
