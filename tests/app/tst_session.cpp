@@ -30,7 +30,7 @@ class OpenWidget : public Widget {
 public:
     using Widget::nativeEvent;
 
-    /// Passes the message in; what nativeEvent returned.
+    /// Passes the message in. Returns what nativeEvent returned.
     bool pass(UINT id, WPARAM code, const char *type = "windows_generic_MSG")
     {
         MSG message = {};

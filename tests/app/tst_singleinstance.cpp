@@ -153,8 +153,8 @@ int main(int argc, char **argv)
     if (argc == 3 && qstrcmp(argv[1], "--hold") == 0) {
         QSharedMemory memory(QString::fromLocal8Bit(argv[2]));
         if (!memory.create(1, QSharedMemory::ReadWrite)) {
-            // The number that Linux has for a key comes from a file's, which may have belonged to
-            // another key's file before: what that one has left behind goes first.
+            // Linux makes the number of a key from the number of a file, which another key's file
+            // may have had before. What that key has left behind is removed first.
             if (memory.attach())
                 memory.detach();
             if (!memory.create(1, QSharedMemory::ReadWrite))

@@ -262,7 +262,7 @@ void WidgetTest::tunesTheEngineAndSwitchesTheLogOff()
     QCOMPARE(bars.maxFrequency, 7000);
     QCOMPARE(bars.bars.size(), static_cast<std::size_t>(100));
 
-    // The log goes off after the start, the last step but the timer.
+    // The log goes off after the start, just before the timer starts.
     m_widget.reset();
     qputenv("XDG_STATE_HOME", QFile::encodeName(QDir::tempPath() + QStringLiteral("/state")));
     QFile::remove(diagnosticLogPath());
@@ -319,7 +319,7 @@ void WidgetTest::activatingTheCurrentItemRestarts()
     auto *const view = m_widget->findChild<QTextBrowser *>();
     view->append(QStringLiteral("what was there before"));
     const int before = world().calls(FakeCall::Initialize);
-    // What had been done when each line came.
+    // For each line: how many starts there had been when it came.
     QStringList steps;
     connect(view, &QTextBrowser::textChanged, this, [&] {
         const QString last = logView().constLast();
@@ -400,7 +400,7 @@ void WidgetTest::publishesOnAPreciseTimerOfTwentyMilliseconds()
     QCOMPARE(timers.first()->timerType(), Qt::PreciseTimer);
     QVERIFY(!timers.first()->isSingleShot());
     QVERIFY(timers.first()->isActive());
-    // On a loaded machine fewer come; never more, which a second timer would give.
+    // On a loaded machine fewer come. More would come only from a second timer.
     QSignalSpy sent(m_widget->findChild<CommonInterface *>(), &CommonInterface::sigMessage);
     QElapsedTimer clock;
     clock.start();

@@ -29,7 +29,7 @@ void WidgetWithoutDevicesTest::comboHoldsNoDeviceAndMessagesArePublished()
 
     Widget widget;
     widget.show();
-    // No device, only the choice to follow the default, which comes and goes with the devices.
+    // No device, only the choice to follow the default.
     QCOMPARE(widget.findChild<QComboBox *>()->count(), 1);
     QCOMPARE(widget.findChild<QComboBox *>()->itemText(0), QStringLiteral("默认输出设备"));
     QCOMPARE(s_reports, 1);

@@ -35,7 +35,7 @@ public:
         for (const QString &text : texts)
             m_texts.append(run + QStringLiteral(": ") + text);
     }
-    /// The first ones, one a line; empty when there is none.
+    /// The first complaints, one in a line; empty without complaints.
     QString summary() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

@@ -89,14 +89,15 @@ private:
         return hr;
     }
 
-    /// What follows this start of the next message; empty, and nothing taken, for another message.
+    /// Takes the next message if it begins like this, and returns the rest of it. Else returns an
+    /// empty text and takes nothing.
     QString takeMessage(const QString &start)
     {
         return m_cursor.nextIsMessage(start) ? m_cursor.take().text.mid(start.size()).trimmed()
                                              : QString();
     }
 
-    /// An empty id stands for one that is not known.
+    /// An empty id means that the id is unknown.
     HRESULT openDevice(const QString &id)
     {
         const FakeCallRecord call = m_cursor.call(FakeCall::GetDevice);

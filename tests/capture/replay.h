@@ -25,8 +25,8 @@ struct Replay {
 };
 
 /// Every call and every message of every start (from Step 1 to its end) and of every session (from
-/// GetService to its end) must be the one that the result of the call before asks for, with the
-/// prescribed pauses in between; so must the pauses before restarts, after the old client's stop
-/// and of a wait in vain be. The timeline must not end within a start. A start on an endpoint whose
-/// name is in `endpoints` (friendly names to ids) must open that one.
+/// GetService to its end) must be the one that follows from the result of the call before, after
+/// the prescribed pause. The pauses before restarts, after the old client's stop and of a wait in
+/// vain must have their length too. The timeline must not end within a start. A start on an
+/// endpoint whose name is in `endpoints` (friendly names to ids) must open that endpoint.
 Replay replay(const QList<FakeCallRecord> &timeline, const QHash<QString, QString> &endpoints = {});

@@ -46,7 +46,7 @@ private:
 
     // --- threads of the audio system ------------------------------------------------------------
 
-    /// The default changes; what is told last is what is so.
+    /// The default changes; the last notification tells the final default.
     void changeDefaults(QRandomGenerator &random);
     void announceDefault(int device, int roles);
 
@@ -69,16 +69,16 @@ private:
     /// All threads are done, and what is pending comes to rest.
     void settle();
 
-    /// The last choice is what is captured.
+    /// The device that was chosen last is captured.
     void settleByChoice();
 
     /// Once no timer is pending, a stop is for good.
     void settleByStop();
 
-    /// What is wanted comes back when the worker has ended by itself.
+    /// Wanted capture comes back after the worker has ended by itself.
     void settleByWorkerEnd();
 
-    /// Whatever is captured is what the last start chose, and that start was for the device that
+    /// The captured device is the choice of the last start, and that start was for the device that
     /// is wanted now.
     void checkState();
 

@@ -30,7 +30,7 @@ public:
     }
     bool nextIsCall(FakeCall call) const { return !atEnd() && peek().call == call; }
     const FakeCallRecord &take() { return m_entries.at(m_next++); }
-    /// Time since the call that this thread made last, when that was the wanted one; else -1.
+    /// Time since the last call of this thread if that was the wanted call; else -1.
     qint64 msSince(FakeCall call) const
     {
         const bool follows = !atEnd() && m_next > 0 && m_entries.at(m_next - 1).call == call;

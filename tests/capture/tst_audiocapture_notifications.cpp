@@ -216,8 +216,8 @@ void TestAudioCaptureNotifications::pinnedDeviceStaysPinned()
 
 void TestAudioCaptureNotifications::bareNameOfAnotherEndpointIsFollowed()
 {
-    // Two endpoints of one name: the new default carries the suffix, the other one the bare name,
-    // and it is the bare name that is found.
+    // Two endpoints have one name. The new default carries the suffix, the other endpoint the bare
+    // name, and the bare name is found.
     Scene scene;
     const QString twin = QStringLiteral("{0.0.0}.twin");
     scene.audio.add(twin, text("Headset"));

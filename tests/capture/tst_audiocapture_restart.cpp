@@ -222,7 +222,7 @@ void TestAudioCaptureRestart::invalidatedInsideTheStartDoesNot()
 
 void TestAudioCaptureRestart::stopOfATimedOutWorkerIsNotAnswered()
 {
-    // A worker that ends only after the new start has gone on is the start's doing all the same.
+    // The worker ends only after the new start has gone on, but still because of that start.
     Scene scene;
     AudioCapture &capture = scene.started();
     QVERIFY(scene.captures(kIdA));

@@ -9,8 +9,8 @@
 // timeline is replayed against the rules of starts and sessions, the device must be the wanted one,
 // and nothing may be left behind.
 //
-// CoInitializeEx is no call of the audio system's objects and has no number here; its failures are
-// those of the unit tests failedApartment and otherApartmentIsTolerated.
+// CoInitializeEx is no call of the audio system's objects and has no number here. The unit tests
+// failedApartment and otherApartmentIsTolerated make it fail.
 #include "capture/audiocapture.h"
 #include "report/deliverreport.h"
 #include "tests/capture/lanes.h"
@@ -30,7 +30,7 @@ namespace {
 const QString kFollow = QStringLiteral("默认输出设备");
 const QString kPicked = QStringLiteral("Headset");
 constexpr int kSettleMs = 60; // some polls of a session
-constexpr int kRestarts = 3; // that stand for restarts without end
+constexpr int kRestarts = 3; // as many are taken for restarts without end
 
 std::atomic<int> s_reports {0};
 std::atomic<int> s_failures {0}; // calls of the failure handler
@@ -115,8 +115,8 @@ struct Scenario {
     bool wanted; ///< capture is wanted in the end
     bool picks; ///< "Headset" is wanted by name in the end, if no fault stands against it
     bool begins; ///< sessions, even without a fault
-    /// Runs that come to their fault, or next to nothing was tested: 2,000 in all scenarios. A fast
-    /// machine has more, since a session goes on polling until the faults have settled.
+    /// So many runs must come to their fault, or the scenario has tested next to nothing: 2,000 in
+    /// all scenarios. A fast machine has more, since a session polls until the faults have settled.
     int leastFaulty;
     int reports; ///< of the process: one for all its failures, none where nothing is started
 };

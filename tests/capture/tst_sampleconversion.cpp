@@ -318,7 +318,7 @@ void TestSampleConversion::stereoPacketsTruncateTheExactProduct()
     QCOMPARE(toStereo16(packet, frames, stereo), reference(packet, frames, stereo));
 }
 
-/// Whatever the kernels need to round, the rest of the program rounds as ever.
+/// The kernels change the rounding mode for themselves only; the rest of the program keeps its own.
 void TestSampleConversion::conversionLeavesTheRoundingModeAlone()
 {
     toStereo16(Bytes(8 * 480, '\x3f'), 480, {2, 32, true});

@@ -194,7 +194,7 @@ void TestStartFailure::failuresOnManyThreadsGiveOneReport()
 
 void TestStartFailure::reportIsHandedOverInTheControllersThread()
 {
-    // A callback's thread has no event loop that could show a dialog.
+    // The thread of a callback has no event loop, which a dialog needs.
     static std::atomic<Qt::HANDLE> thread {nullptr};
     Scene scene;
     AudioCapture &capture = scene.make();

@@ -15,7 +15,7 @@ class Grammar:
         self.done = dict(CORE)
 
     def pattern(self, rule):
-        """The regular expression of a rule; KeyError if the grammar has none of that name."""
+        """The regular expression of a rule; KeyError without a rule of that name."""
         name = rule.lower()
         if name not in self.done:
             parser = _Parser(self, self.rules[name])

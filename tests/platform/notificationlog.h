@@ -25,7 +25,7 @@ public:
 
     long references() const { return m_references; }
 
-    /// Whether there were notifications and none of them came on this thread.
+    /// Whether there were notifications, all of them on other threads.
     bool heardOnOtherThreads() const;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void **object) override;

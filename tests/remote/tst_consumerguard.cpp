@@ -124,7 +124,7 @@ void ConsumerGuardTest::consumersThatStopReadingAreDropped()
     QTRY_VERIFY_WITH_TIMEOUT(gone(), kPatienceMs);
     QCOMPARE(keptAtTheLimit, count);
     QVERIFY(most > count * ConsumerGuard::kLimitBytes / 2);
-    // What may come on top is what is sent until the next look, on a slow machine two seconds'.
+    // The messages that are sent until the next look come on top: two seconds on a slow machine.
     QVERIFY2(most < count * (ConsumerGuard::kLimitBytes + 2 * 50 * 21000),
              qPrintable(QString::number(most)));
     end(&stalling);

@@ -6,14 +6,14 @@
 #include <functional>
 #include <winsvc.h>
 
-/// What each call does; an empty function stands for the call's failure.
+/// What each call does; where the function is empty, the call fails.
 struct FakeHost {
     std::function<BOOL(OSVERSIONINFOEXW *)> getVersion;
     std::function<void(SYSTEM_INFO *)> getSystemInfo;
     std::function<BOOL(MEMORYSTATUSEX *)> getMemory;
     std::function<BOOL(DEVMODEW *)> getDisplay;
 
-    std::function<bool(int)> managerOpens; ///< argument: the how-manieth time, from 1
+    std::function<bool(int)> managerOpens; ///< argument: the number of this attempt, from 1
     std::function<bool(const wchar_t *)> serviceOpens;
     std::function<BOOL(const wchar_t *, SERVICE_STATUS *)> queryService;
     DWORD lastServiceAccess = 0;

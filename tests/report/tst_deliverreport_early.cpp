@@ -41,7 +41,7 @@ void TestDeliverReportEarly::overwritesAFileOfTheSameSecond()
 {
     QTemporaryDir folder;
     QVERIFY(QDir::setCurrent(folder.path()));
-    // Whichever second the second call falls into, no file has more than its own text.
+    // The second call may fall into the next second: no file has more than its own text.
     deliverReport(kReport + kReport);
     deliverReport(QStringLiteral("short"));
     const QStringList files = QDir().entryList(QDir::Files, QDir::Name);

@@ -1,4 +1,4 @@
-// Access for the tests to what the classes keep to themselves.
+// Gives the tests access to private members of the classes.
 #pragma once
 
 #include "spectrum/spectrumanalyser.h"

@@ -27,7 +27,7 @@ inline void runThere(QObject *object, const std::function<void()> &action)
 {
     const auto done = std::make_shared<std::promise<void>>();
     const std::future<void> end = done->get_future();
-    // Behind a gate, so that the call that posts has let go of the function when it runs.
+    // The gate holds the function back until the call that posts it has dropped its copy.
     Gate gate(object);
     QMetaObject::invokeMethod(
         object,

@@ -82,7 +82,7 @@ struct FakeCallRecord {
     /// Initialize: duration; Activate: class context; defaults: role; packet size, packet: frames.
     qint64 argument = 0;
     const WAVEFORMATEX *format = nullptr; ///< Initialize: as passed; not to be read
-    bool argumentsRight = true; ///< Initialize: the other arguments are those of shared loopback
+    bool argumentsRight = true; ///< Initialize: the other arguments ask for shared loopback
     QString text; ///< of a message
 };
 

@@ -1,4 +1,4 @@
-// Task memory of the fakes, counted: what they give out must be given back exactly once.
+// Counts the task memory of the fakes: the product must free every block exactly once.
 #pragma once
 
 #include <cstddef>

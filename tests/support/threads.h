@@ -1,4 +1,4 @@
-// What a test says about threads.
+// The threads of this process, for tests.
 #pragma once
 
 /// Threads of this process.

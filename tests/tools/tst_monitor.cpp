@@ -238,7 +238,7 @@ void MonitorTest::aStrangerThatLeavesIsForgotten()
     node.reset();
     output.clear();
     QTRY_VERIFY_WITH_TIMEOUT(shows("waiting for the service"), kPatienceMs);
-    // It is not taken for gone while it is there, nor for there once it is gone.
+    // The monitor tells at each time whether the service is there.
     output.clear();
     QTest::qWait(2500);
     QVERIFY(shows("waiting for the service"));
@@ -289,7 +289,7 @@ void MonitorTest::recordsEveryMessage()
             while (bars.at(++place).toInt() != 400) { }
         else
             place = (place + 1) % 100;
-        QCOMPARE(bars.at(place).toInt(), 400); // none is missing, none is twice
+        QCOMPARE(bars.at(place).toInt(), 400); // nothing is missing, nothing is there twice
         ++lines;
     }
     QVERIFY(lines > 0);

@@ -20,8 +20,8 @@ public:
     /// For DBUS_SYSTEM_BUS_ADDRESS.
     QString address() const { return m_address; }
 
-    /// Adds a session of the user; its object path, empty on failure. An empty class or remote
-    /// false leave what logind has for a graphical session.
+    /// Adds a session of the user; its object path, empty on failure. With an
+    /// empty class, or remote false, the session has logind's values for a graphical session.
     QString addSession(const QString &id, uint user, bool remote = false,
                        const QString &sessionClass = {}) const;
     /// Takes the session's seat away, as if it had never had one.

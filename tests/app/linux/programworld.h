@@ -14,7 +14,7 @@ public:
     ProgramWorld();
 
     QProcessEnvironment environment;
-    int descriptorLimit = 0; ///< of the copies; 0 leaves them the test's own
+    int descriptorLimit = 0; ///< descriptors of each copy; 0 for the limit of the test
 
     /// The file of the program's socket.
     QString socket() const;
@@ -24,7 +24,8 @@ public:
     /// Starts a copy and waits until its socket is there; null if it does not come.
     std::unique_ptr<QProcess> startAndWait() const;
 
-    /// Lets a consumer receive the given number of messages; what it printed, empty on failure.
+    /// Lets a consumer receive the given number of messages. Returns what it printed; empty on
+    /// failure.
     QString receive(int messages) const;
 
 private:

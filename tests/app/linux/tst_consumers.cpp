@@ -1,4 +1,4 @@
-// The program against consumers that mean it no good.
+// The program with consumers that misbehave.
 #include "tests/app/linux/programworld.h"
 #include "tools/monitor/messagesource.h"
 #include "tools/monitor/messagestatistics.h"
@@ -87,8 +87,8 @@ QByteArray frame(const QByteArray &content)
     return bytes + content;
 }
 
-/// A call of the method with the index, as the protocol's stream has it; the argument list is given
-/// ready-made.
+/// A call of the method with that index, in the form of the protocol's stream. The caller passes
+/// the argument list ready-made.
 QByteArray callFrame(qint32 index, const QByteArray &argumentList)
 {
     const auto packet = [](quint16 kind) {
@@ -238,8 +238,8 @@ void ConsumersTest::sixtyFourStalledConsumersDelayNobody()
 #endif
     QVERIFY2(most < memoryAlone + 64 * each, qPrintable(QString::number(most)));
     QVERIFY(together.messages() > 100);
-    // As before means: not one interval between messages more. Less than that cannot be told from
-    // what the other processes of a loaded machine do to one of two runs.
+    // The delay may grow by no more than one interval between messages. On a loaded machine the
+    // other processes alone change it by less than that from run to run.
     QVERIFY2(together.gapPercentile(0.99) < alone.gapPercentile(0.99) + 20,
              "the others' messages come as before");
     stalling.kill();
@@ -317,9 +317,9 @@ void ConsumersTest::callsThatTheHostCannotStand_data()
     QTest::newRow("4 billion announced") << QByteArray("\xff\xff\xff\xf0", 4);
 }
 
-// The host library hands a call's arguments on unchecked: one that is missing or of another type
-// ends the program (docs/security.md says how far that reaches). What must hold all the same is
-// that the next start runs and publishes.
+// The host library hands a call's arguments on unchecked: a missing argument, or one of another
+// type, ends the program (docs/security.md says how far that reaches). But the next start must run
+// and publish.
 void ConsumersTest::callsThatTheHostCannotStand()
 {
     QFETCH(QByteArray, arguments);

@@ -85,7 +85,7 @@ private Q_SLOTS:
 
 private:
     void start(bool withLogind = true);
-    /// Everything that was sent so far has arrived when a final disconnect has. Once a test.
+    /// Waits for a final disconnect: everything sent before has arrived then. Once in a test.
     bool settle(Window *window, const QString &id);
 
     std::unique_ptr<MockLogind> m_logind;
@@ -199,7 +199,7 @@ void LogindTest::lockedHintBecomesMessagesOnce()
     QVERIFY(window.registerForSession());
     QVERIFY(m_logind->changeProperty(QStringLiteral("1"), "LockedHint", true));
     QVERIFY(m_logind->changeProperty(QStringLiteral("1"), "LockedHint", false));
-    // A locker that follows the request says so by the hint: no second message.
+    // A locker that obeys the request sets the hint as well: that is no second message.
     QVERIFY(m_logind->callSession(QStringLiteral("1"), "Lock"));
     QVERIFY(m_logind->changeProperty(QStringLiteral("1"), "LockedHint", true));
     QVERIFY(m_logind->callSession(QStringLiteral("1"), "Unlock"));
@@ -214,13 +214,13 @@ void LogindTest::aNewSessionOfThisUserIsALogOn()
 {
     start();
     Window window;
-    // None of this user's yet: registered all the same.
+    // This user has no session yet, and the window is registered all the same.
     QVERIFY(window.registerForSession());
     QVERIFY(!m_logind->addSession(QStringLiteral("c3"), getuid()).isEmpty());
     QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("c3")));
     QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, kPatienceMs);
     QCOMPARE(window.sessions, QVector<int> {0});
-    // It is the one that is followed from now on.
+    // From now on the notifier follows this session.
     QVERIFY(m_logind->callSession(QStringLiteral("c3"), "Unlock"));
     QTRY_COMPARE_WITH_TIMEOUT(window.codes.size(), 2, kPatienceMs);
     QCOMPARE(window.codes.last(), static_cast<int>(WTS_SESSION_UNLOCK));

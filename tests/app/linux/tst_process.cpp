@@ -120,7 +120,7 @@ void ProcessTest::asksToEnd_data()
     QTest::newRow("SIGHUP") << SIGHUP;
 }
 
-// The report's dialog is open all the while: nested loops have to end too.
+// The report's dialog is open meanwhile: its nested loop has to end too.
 void ProcessTest::asksToEnd()
 {
     QFETCH(int, signal);
@@ -176,7 +176,7 @@ void ProcessTest::runsWithoutADisplay()
     QCOMPARE(copy->exitStatus(), QProcess::NormalExit);
 }
 
-// Whoever holds the segment of the program's key is taken for a running copy.
+// The program takes any holder of its key's segment for a running copy.
 void ProcessTest::aHeldSegmentKeepsTheProgramFromRunning()
 {
     const ProgramWorld world;
@@ -203,7 +203,7 @@ void ProcessTest::aHeldSegmentKeepsTheProgramFromRunning()
     QVERIFY(next->waitForFinished(kPatienceMs));
 }
 
-// A link to nowhere in the place of the key's file: the key names no segment then.
+// A link to nowhere takes the place of the key's file: the key then names no segment.
 void ProcessTest::runsOnWhenTheSegmentCannotBeMade()
 {
     const ProgramWorld world;
@@ -241,7 +241,7 @@ void ProcessTest::reportNamesTheProgram()
              qPrintable(errors));
 }
 
-// Where one is blocked, the kernel ends the process at a fault and nothing is reported.
+// Where such a signal is blocked, the kernel ends the process at a fault without a report.
 void ProcessTest::noThreadBlocksTheSignalsOfFaults()
 {
     const ProgramWorld world;

@@ -69,7 +69,7 @@ void AudioSystemTest::init()
                             .arg(enumerate(eAll).join(QLatin1String(", ")), defaultId(),
                                  QString::fromUtf8(m_server.defaultSink()))));
     QVERIFY(waitUntilKnown(QStringLiteral("b")));
-    // Whatever led here is told before the test begins.
+    // All notifications of the preparation come before the test begins.
     QTest::qWait(400);
     m_log.clear();
 }

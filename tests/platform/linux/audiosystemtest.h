@@ -37,9 +37,8 @@ protected:
     QStringList enumerate(EDataFlow flow, DWORD mask = DEVICE_STATE_ACTIVE);
     IMMDevice *device(const QString &id);
 
-    /// Whether a third of a second comes in which every channel has just that tone. On a machine
-    /// under load the player, not the recorder, is late at times, so the first one need not be
-    /// good.
+    /// Waits for a third of a second in which every channel has just that tone. On a loaded machine
+    /// the player is late at times, so the first third of a second need not be good.
     bool hears(LoopbackRecorder *recorder, double frequency, const std::vector<double> &amplitudes);
 
     QString m_heard; ///< the last that hears() did

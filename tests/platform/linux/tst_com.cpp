@@ -132,7 +132,7 @@ void ComTest::anotherThreadsMultithreadedApartmentServesAll()
         QCOMPARE(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
         onFreshThread([create] { QCOMPARE(create(), REGDB_E_CLASSNOTREG); });
     });
-    // It ended with the last of its threads.
+    // The multithreaded apartment ended with its last thread.
     onFreshThread([create] { QCOMPARE(create(), CO_E_NOTINITIALIZED); });
 }
 

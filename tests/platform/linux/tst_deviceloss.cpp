@@ -160,7 +160,7 @@ void DeviceLossTest::hungServerBlocksNothing()
     QCOMPARE(survivor.record(300), S_OK);
     QVERIFY(survivor.frames() > 0);
     survivor.close();
-    // Nothing is left of the one that was given up before the server could make it.
+    // Nothing is left of the stream that was given up before the server could make it.
     QByteArray output;
     QVERIFY(QTest::qWaitFor(
         [&] {

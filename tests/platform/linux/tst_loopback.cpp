@@ -304,7 +304,7 @@ void LoopbackTest::microphoneIsNeverHeard()
     QVERIFY(recorder.frames() > 0);
     QCOMPARE(recorder.peak(0), 0.0);
 
-    // The sound is there to be heard, where it is played.
+    // The monitor of the sink that plays the sound does hear it.
     LoopbackRecorder control;
     QCOMPARE(control.open(m_enumerator, QStringLiteral("mic_feed")), S_OK);
     QCOMPARE(control.client()->Start(), S_OK);

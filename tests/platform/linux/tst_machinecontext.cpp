@@ -1,4 +1,4 @@
-// What a signal says, in the words of an exception record and a context.
+// From a signal to an exception record and a context.
 #include "platform/linux/process/machinecontext.h"
 
 #include <cstring>

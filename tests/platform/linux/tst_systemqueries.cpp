@@ -1,4 +1,5 @@
-// What this host answers about itself, beside where it says so; what it cannot answer fails.
+// What this host answers about itself, compared with the files of its kernel. Queries that it
+// cannot answer fail.
 #include "platform/display.h"
 
 #include <windows.h>

@@ -1,5 +1,5 @@
-// dbghelp.dll as the report uses it: loaded at run time, its walk beside the stack that the program
-// itself can tell, its modules beside those of the loader.
+// dbghelp.dll as the report uses it: loaded at run time. Compares its walk with the system's own
+// capture of the same stack, and its modules with the loader's.
 #include <windows.h>
 #include <dbghelp.h>
 #include <QtTest>

@@ -1,4 +1,4 @@
-// What Windows answers about itself, beside where else it says so.
+// What Windows answers about itself, compared with another place where it says the same.
 #include "platform/display.h"
 
 #include <windows.h>
@@ -78,7 +78,7 @@ void TestSystemQueries::serviceManager()
 {
     const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
     QVERIFY(manager);
-    // One that every system has, and one that none has.
+    // A service that every system has, and a service that no system has.
     const SC_HANDLE service = OpenServiceW(manager, L"RpcSs", SERVICE_QUERY_STATUS);
     QVERIFY2(service, qPrintable(QString::number(GetLastError())));
     SERVICE_STATUS status {};

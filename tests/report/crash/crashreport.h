@@ -3,7 +3,7 @@
 
 #include <QString>
 
-/// The value of a line of the report, empty if there is none of that name.
+/// The value of a line of the report; empty without a line of that name.
 QString field(const QString &report, const QString &name);
 
 /// Holds the report's registers against those of faults.h at that instruction, 16 hexadecimal

@@ -1,4 +1,4 @@
-// Calls of the host go through pointers, __imp_<name>; the linker takes those of here instead.
+// Calls of the host go through pointers, __imp_<name>; the linker takes the pointers of this file.
 #include <objbase.h>
 
 extern "C" {

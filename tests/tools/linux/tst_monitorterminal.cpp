@@ -248,7 +248,7 @@ void MonitorTerminalTest::isGivenBackByASecondInterrupt()
             spectrumMessage(0.25, 0.5, 0.125, bars.data(), static_cast<int>(bars.size())));
     });
     timer.start(20);
-    // A record that nobody reads holds the monitor up, so that it cannot answer the first one.
+    // Nobody reads the record: the monitor waits there, and cannot answer the first signal.
     const QByteArray pipe = QFile::encodeName(m_folder->filePath(QStringLiteral("pipe")));
     QCOMPARE(mkfifo(pipe.constData(), 0600), 0);
     const int reader = open(pipe.constData(), O_RDONLY | O_NONBLOCK);

@@ -1,5 +1,5 @@
-// See faults.h. As those of the other host, with the calling convention's unwind tables: the frames
-// keep RSP and RBP, so that the stack can be walked from the fault.
+// See faults.h. Like the functions of the other host, with unwind tables as well: the frames keep
+// RSP and RBP, so that the stack can be walked from the fault.
 
 .macro BEGIN name
     .text
