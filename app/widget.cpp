@@ -1,6 +1,7 @@
 #include "app/widget.h"
 
 #include "capture/audiocapture.h"
+#include "platform/backgroundwindow.h"
 #include "platform/privatefiles.h"
 #include "remote/commoninterface.h"
 #include "remote/consumerguard.h"
@@ -34,6 +35,7 @@ Widget::Widget(QWidget *parent)
     QGuiApplication::setQuitOnLastWindowClosed(false);
     resize(1, 1);
     move(-100, -100);
+    keepInBackground(this);
 
     registerSessionNotification();
     setupRemote();

@@ -164,6 +164,35 @@ class World:
             return subprocess.Popen(command, env=self.environment, stdin=subprocess.DEVNULL,
                                     stdout=log, stderr=log)
 
+    def ask(self, *command):
+        """What a command prints, on the display if one was started."""
+        return subprocess.run(command, env=self.environment, check=True, timeout=20,
+                              stdout=subprocess.PIPE).stdout.decode()
+
+    def start_display(self):
+        """An X server of its own; the program's windows are on it from now on."""
+        read_end, write_end = os.pipe()
+        with self.log("display") as log:
+            server = subprocess.Popen(
+                # A busy machine must not look like a key that is held down: no repetition.
+                ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1280x1024x24",
+                 "-nolisten", "tcp", "-noreset", "-r"],
+                pass_fds=[write_end], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+        self.others.append(server)
+        os.close(write_end)
+        with os.fdopen(read_end) as display:
+            self.environment["DISPLAY"] = ":" + display.readline().strip()
+
+    def start_bus(self):
+        """The session's bus, unless it runs."""
+        address = "unix:path=" + os.path.join(self.runtime, "bus")
+        if "DBUS_SESSION_BUS_ADDRESS" not in self.environment:
+            self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
+            bus = self.start("bus", "dbus-daemon", "--session", "--nofork", "--nopidfile",
+                             "--address=" + address)
+            self.others.append(bus)
+            wait_until(lambda: os.path.exists(os.path.join(self.runtime, "bus")), 5, "the bus")
+
     # The sound server
 
     def start_server(self):

@@ -1,6 +1,5 @@
 """No sound server at all: the report, once, where somebody can read it, and the program runs on."""
 import os
-import subprocess
 import unittest
 
 import harness
@@ -34,43 +33,26 @@ class StartFailure(unittest.TestCase):
         self.addCleanup(self.world.close)
         self.world.stop_server()
 
-    def start_display(self):
-        """An X server of its own; the program's windows are on it from now on."""
-        read_end, write_end = os.pipe()
-        with self.world.log("display") as log:
-            server = subprocess.Popen(
-                ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1280x1024x24",
-                 "-nolisten", "tcp", "-noreset"],
-                pass_fds=[write_end], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
-        self.world.others.append(server)
-        os.close(write_end)
-        with os.fdopen(read_end) as display:
-            self.world.environment["DISPLAY"] = ":" + display.readline().strip()
-
-    def on_display(self, *command):
-        return subprocess.run(command, env=self.world.environment, check=True, timeout=10,
-                              stdout=subprocess.PIPE).stdout.decode()
-
     def windows(self, title):
-        return self.on_display("xwininfo", "-root", "-tree").count(f'"{title}"')
+        return self.world.ask("xwininfo", "-root", "-tree").count(f'"{title}"')
 
     def dialogs(self):
         return self.windows(TITLE)
 
     def window(self, title):
-        return self.on_display("xdotool", "search", "--onlyvisible", "--name", f"^{title}$").strip()
+        return self.world.ask("xdotool", "search", "--onlyvisible", "--name", f"^{title}$").strip()
 
     def copied_report(self):
         """Presses the dialog's first button and confirms the box; what is on the clipboard then."""
         dialog = self.window(TITLE)
-        geometry = dict(line.split("=") for line in self.on_display(
+        geometry = dict(line.split("=") for line in self.world.ask(
             "xdotool", "getwindowgeometry", "--shell", dialog).splitlines())
-        self.on_display("xdotool", "mousemove", "--sync", "--window", dialog, "60",
-                        str(int(geometry["HEIGHT"]) - 25), "click", "1")
+        self.world.ask("xdotool", "mousemove", "--sync", "--window", dialog, "60",
+                       str(int(geometry["HEIGHT"]) - 25), "click", "1")
         harness.wait_until(lambda: self.windows(BOX_TITLE) == 1, 5, "the box after the copy")
-        text = self.on_display("xclip", "-o", "-selection", "clipboard", "-t", "UTF8_STRING")
+        text = self.world.ask("xclip", "-o", "-selection", "clipboard", "-t", "UTF8_STRING")
         # No window manager gives the box the keyboard.
-        self.on_display("xdotool", "windowfocus", "--sync", self.window(BOX_TITLE), "key", "Return")
+        self.world.ask("xdotool", "windowfocus", "--sync", self.window(BOX_TITLE), "key", "Return")
         harness.wait_until(lambda: self.windows(BOX_TITLE) == 0, 5, "the end of the box")
         return text
 
@@ -109,7 +91,7 @@ class StartFailure(unittest.TestCase):
         client.wait_for(lambda message: message.levels[0] >= 60, 15, "the tone")
 
     def test_dialog_opens_once(self):
-        self.start_display()
+        self.world.start_display()
         self.world.start_program()
         client = self.world.connect()
         harness.wait_until(lambda: self.dialogs() == 1, 10, "the dialog")
