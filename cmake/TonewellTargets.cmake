@@ -56,7 +56,7 @@ endfunction()
 
 # tonewell_test(<name> SOURCES ... LINK ... [SERVER] [TIMEOUT seconds] [RUN_SERIAL] [XVFB size])
 #
-# One QtTest program, bin/<name>, and the CTest entry of the same name, which is that of its file:
+# One QtTest program, bin/<name>, and the CTest entry of the same name, after its file:
 # tst_peakhold for tst_peakhold.cpp, tst_loopback.pulseaudio for a variant of tst_loopback.cpp. It
 # runs on Qt's offscreen platform unless the test asks for another one, in a folder of its own for
 # temporary files, so that sockets and shared-memory keys of parallel tests never meet. With XVFB it
@@ -92,8 +92,8 @@ function(tonewell_test name)
         set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
             "DBUS_SESSION_BUS_ADDRESS=disabled:"
             "ASAN_OPTIONS=detect_stack_use_after_return=1:detect_leaks=0")
-        # The threads of such a test are those of Qt's X plugin, of Mesa and of the file dialog, which
-        # are not instrumented; what they hand to each other looks like races.
+        # Qt's X plugin, Mesa and the file dialog start the threads of such a test, and they are not
+        # instrumented; what they hand to each other looks like races.
         if(TONEWELL_SANITIZER STREQUAL "thread")
             set_tests_properties(${name} PROPERTIES DISABLED TRUE)
         endif()

@@ -1,4 +1,4 @@
-// What the program is compared with as a process: a widgets application with the same timers and
+// The process that the program is compared with: a widgets application with the same timers and
 // the same host, a fixed text of a message's length, a second thread that wakes every 5 ms, and no
 // audio at all.
 #include "remote/commoninterface.h"

@@ -1,8 +1,8 @@
 """The program as a process beside others: processor time, memory, latency, many consumers.
 
-Servers, tone and consumers are those of the end-to-end tests. Processor time is what the kernel
-counted for all threads (/proc/PID/task/*/schedstat), measured at the same time for everything that
-is compared, so that what else the machine does hits all alike.
+It uses the servers, the tone and the consumers of the end-to-end tests. Processor time is what the
+kernel counted for all threads (/proc/PID/task/*/schedstat). Everything that is compared is measured
+at the same time, so that the machine's other work hits all alike.
 """
 import contextlib
 import os

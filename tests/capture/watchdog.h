@@ -8,8 +8,8 @@
 #include <mutex>
 #include <thread>
 
-/// Tells a call that hangs from one that waits its turn: nothing at all has happened in its world,
-/// but for the worker's polls, for 5 s. Then it prints what had happened, and aborts. Any thread.
+/// Tells a call that hangs from a call that waits for its turn: for 5 s nothing but the worker's
+/// polls has happened in its world. Then it prints what had happened, and aborts. Any thread.
 class Watchdog {
 public:
     Watchdog();
