@@ -1,5 +1,6 @@
 """Every script explains itself and refuses what it does not know, before it does anything."""
 import os
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -70,6 +71,31 @@ class Options(unittest.TestCase):
     def test_an_option_is_no_preset(self):
         self.assert_refused("build", "--no-such-option", "release")
         self.assert_refused("build", "-DBUILD_TESTING=ON", "--no-such-option")
+
+    def run_without_apt(self, **environment):
+        """scripts/setup on a system that has no packages of this kind, nor what installs them."""
+        bare = os.path.join(os.path.dirname(self.called), "bare")
+        os.makedirs(bare, exist_ok=True)
+        for name in ("awk", "bash", "dirname", "env", "nproc"):
+            if not os.path.lexists(os.path.join(bare, name)):
+                os.symlink(shutil.which(name), os.path.join(bare, name))
+        return subprocess.run([os.path.join(SOURCE, "scripts/setup"), "build", "run"], check=False,
+                              env={**self.environment, "PATH": bare, **environment}, timeout=60, text=True,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def test_without_apt_the_packages_are_listed(self):
+        done = self.run_without_apt()
+        self.assertEqual(done.returncode, 1, done.stderr)
+        self.assertEqual(done.stdout, "")
+        self.assertIn("installed by hand", done.stderr)
+        self.assertNotIn("not found", done.stderr)
+        listed = [line.strip() for line in done.stderr.splitlines() if line.startswith("    ")]
+        for package in ("cmake", "qtbase5-dev", "libpulse-dev", "pulseaudio-utils"):
+            self.assertIn(package, listed)
+
+    def test_packages_that_were_installed_by_hand_are_believed(self):
+        done = self.run_without_apt(TONEWELL_PACKAGES="by-hand")
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
 
     def test_surplus_arguments_are_refused(self):
         for name, arguments in (("package", ("folder", "surplus")), ("format", ("surplus",)),

@@ -41,14 +41,31 @@ class Run(unittest.TestCase):
     def started(self):
         return self.mark.processes()
 
-    def start(self, *options):
+    def start_display(self):
+        """An X server, on which the window is to be shown; it does not carry the mark."""
+        read_end, write_end = os.pipe()
+        server = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"],
+            pass_fds=[write_end], env={**os.environ, self.mark.name: ""}, stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+        def end():
+            server.terminate()
+            server.wait()
+
+        self.addCleanup(end)
+        os.close(write_end)
+        with os.fdopen(read_end) as display:
+            self.environment["DISPLAY"] = ":" + display.readline().strip()
+
+    def start(self, *options, text=True):
         def defaults():
             for number in (signal.SIGINT, signal.SIGTERM):
                 signal.signal(number, signal.SIG_DFL)
 
         with open(self.log, "wb") as log:
             process = subprocess.Popen(
-                [os.path.join(SOURCE, "scripts/run"), "--text", *options], env=self.environment,
+                [os.path.join(SOURCE, "scripts/run"), *(["--text"] if text else []), *options], env=self.environment,
                 cwd=self.folder, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                 start_new_session=True, preexec_fn=defaults)
 
@@ -90,6 +107,12 @@ class Run(unittest.TestCase):
         self.wait_for_bars(process)
         self.assertIn("Starting a private sound server with a tune.", self.output())
         self.assertEqual(process.wait(60), 0, self.output())
+        self.expect_nothing_left()
+
+    def test_a_window_without_a_session_bus_leaves_none(self):
+        self.start_display()
+        process = self.start("--private", "--seconds", "4", text=False)
+        self.assertEqual(process.wait(90), 0, self.output())
         self.expect_nothing_left()
 
     def test_interrupt_leaves_nothing(self):
