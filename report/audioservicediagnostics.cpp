@@ -168,7 +168,7 @@ QString defaultDevice(IMMDeviceEnumerator *enumerator, EDataFlow flow, const QSt
     if (FAILED(enumerator->GetDefaultAudioEndpoint(flow, eConsole, &device)) || !device)
         return QStringLiteral("  Default %1 Device (Console): Not found\n").arg(flowName);
 
-    const QString text = QStringLiteral("  Default %1 Device (Console): Found\n").arg(flowName)
+    QString text = QStringLiteral("  Default %1 Device (Console): Found\n").arg(flowName)
         + deviceDetails(device, QStringLiteral("  "));
     device->Release();
     return text;

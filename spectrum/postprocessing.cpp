@@ -28,9 +28,11 @@ public:
         , m_last(static_cast<double>(band.bars.size()) - 1.0)
     {
         const auto bars = static_cast<qint64>(band.bars.size());
-        if (bars > 0)
-            m_step = static_cast<double>(
-                (static_cast<qint64>(band.maxFrequency) - band.minFrequency) / bars);
+        if (bars > 0) {
+            // Whole hertz: the rest is dropped.
+            const qint64 step = (static_cast<qint64>(band.maxFrequency) - band.minFrequency) / bars;
+            m_step = static_cast<double>(step);
+        }
     }
 
     int indexOf(double frequency) const

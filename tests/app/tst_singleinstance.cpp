@@ -108,7 +108,7 @@ void SingleInstanceTest::oneOfTwoStartsAtOnceRuns()
         const auto when = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
         const QStringList arguments {
             QStringLiteral("--start"), segmentKey,
-            QString::number(std::chrono::nanoseconds(when.time_since_epoch()).count())};
+            QString::number(std::chrono::nanoseconds {when.time_since_epoch()}.count())};
         QProcess starts[2];
         int running = 0;
         for (QProcess &start : starts)

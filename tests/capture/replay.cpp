@@ -201,7 +201,7 @@ private:
 
     FakeCallRecord initializeCall()
     {
-        const FakeCallRecord call = m_cursor.call(FakeCall::Initialize);
+        FakeCallRecord call = m_cursor.call(FakeCall::Initialize);
         if (!call.argumentsRight)
             m_cursor.complain(QStringLiteral("wrong arguments of Initialize"));
         return call;
