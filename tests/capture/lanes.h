@@ -15,6 +15,7 @@ inline void runInLanes(int lanes, int jobs, const std::function<void(int)> &job)
 {
     std::atomic<int> next {0};
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<std::size_t>(lanes));
     for (int i = 0; i < lanes; ++i) {
         threads.emplace_back([&] {
             const QEventLoop dispatcher; // makes this thread one with events

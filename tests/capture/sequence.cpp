@@ -151,8 +151,9 @@ void Sequence::announceDefault(int device, int roles)
 {
     m_audio.setDefault(m_ids[device]);
     for (int role = 0; role < roles; ++role) {
-        call("default change",
-             [&] { m_audio.notifyDefaultChanged(m_ids[device], eRender, ERole(role)); });
+        call("default change", [&] {
+            m_audio.notifyDefaultChanged(m_ids[device], eRender, static_cast<ERole>(role));
+        });
     }
 }
 
@@ -301,7 +302,7 @@ void Sequence::settleByChoice()
     const auto entries = m_capture->devices();
     if (entries.isEmpty())
         return;
-    const DeviceEntry entry = entries.at(static_cast<int>(m_random.bounded(entries.size())));
+    const DeviceEntry &entry = entries.at(static_cast<int>(m_random.bounded(entries.size())));
     start("last choice", [&] { m_capture->setCurrentDevice(entry.name); });
     const bool reached = waitUntil(
         [&] {

@@ -172,7 +172,7 @@ void TestAudioCaptureDevices::withoutDefaultNothingIsMarked()
     QFETCH(int, call);
     QFETCH(bool, nullSuccess);
     Scene scene;
-    scene.audio.fail(FakeCall(call), {E_FAIL, nullSuccess}, 1, 1);
+    scene.audio.fail(static_cast<FakeCall>(call), {E_FAIL, nullSuccess}, 1, 1);
     scene.make();
     QCOMPARE(names(scene.capture->devices()),
              QStringList({kFollow, text("Speakers"), text("Headset")}));
@@ -200,7 +200,7 @@ void TestAudioCaptureDevices::failedEnumerationLeavesOneEntry()
     QFETCH(bool, nullSuccess);
     QFETCH(QString, message);
     Scene scene;
-    scene.audio.fail(FakeCall(call), {E_FAIL, nullSuccess});
+    scene.audio.fail(static_cast<FakeCall>(call), {E_FAIL, nullSuccess});
     scene.make();
     QCOMPARE(names(scene.capture->devices()), QStringList({kFollow}));
     QCOMPARE(scene.log.count(message), 1);
@@ -225,7 +225,7 @@ void TestAudioCaptureDevices::unreadableItemsAreSkipped()
     QFETCH(int, nth);
     QFETCH(bool, nullSuccess);
     Scene scene;
-    scene.audio.fail(FakeCall(call), {E_FAIL, nullSuccess}, nth, 1);
+    scene.audio.fail(static_cast<FakeCall>(call), {E_FAIL, nullSuccess}, nth, 1);
     scene.make();
     QCOMPARE(names(scene.capture->devices()), QStringList({kFollow, text("Headset")}));
     VERIFY_NOTHING_LEFT(scene);
@@ -253,7 +253,7 @@ void TestAudioCaptureDevices::namesThatCannotBeRead()
     QFETCH(QString, message);
     Scene scene;
     scene.make();
-    scene.audio.fail(FakeCall(call), {E_FAIL, nullSuccess});
+    scene.audio.fail(static_cast<FakeCall>(call), {E_FAIL, nullSuccess});
     QCOMPARE(scene.capture->getDeviceName(kIdA.toStdWString().c_str()), text("已移除的设备"));
     QCOMPARE(
         scene.log.count(text("[getDeviceName] ") + message + text(" 失败, hr = ")

@@ -256,7 +256,7 @@ void TestAudioCaptureInitialize::successWithoutAnObjectFails()
     QFETCH(int, call);
     Scene scene;
     scene.make();
-    scene.audio.fail(FakeCall(call), {S_OK, true});
+    scene.audio.fail(static_cast<FakeCall>(call), {S_OK, true});
     scene.capture->startCapture();
     QCOMPARE(scene.log.count(text("引擎启动失败，错误代码 ffffffff80004003")), 1);
     scene.audio.clearFaults();

@@ -125,7 +125,8 @@ void TestAudioCaptureNotifications::everyRoleCounts()
     scene.audio.add(id, text("Monitor"));
     scene.make();
     scene.audio.setDefault(id);
-    onForeignThread([&] { scene.audio.notifyDefaultChanged(id, eRender, ERole(role)); });
+    onForeignThread(
+        [&] { scene.audio.notifyDefaultChanged(id, eRender, static_cast<ERole>(role)); });
     QCOMPARE(scene.log.count(text("[设备切换] 检测到输出设备变化: Monitor")), 1);
     QVERIFY(scene.captures(id));
     VERIFY_NOTHING_LEFT(scene);

@@ -86,7 +86,7 @@ public:
     void arm(const Run &run)
     {
         const int first = audio.totalCalls() + run.number;
-        const auto kind = FakeCall(run.number);
+        const auto kind = static_cast<FakeCall>(run.number);
         if (run.mode == Mode::SameKind)
             audio.fail(kind, run.fault, audio.calls(kind) + 1);
         else if (run.mode == Mode::Once)

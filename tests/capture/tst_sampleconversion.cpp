@@ -272,7 +272,7 @@ void TestSampleConversion::floatKernels_data()
 void TestSampleConversion::floatKernels()
 {
     QFETCH(int, unit);
-    const FloatKernel kernel = floatKernel(VectorUnit(unit));
+    const FloatKernel kernel = floatKernel(static_cast<VectorUnit>(unit));
     const SourceFormat mono {1, 32, true};
     QRandomGenerator random(7);
     for (int count = 0; count <= 70; ++count) {

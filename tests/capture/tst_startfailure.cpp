@@ -178,6 +178,7 @@ void TestStartFailure::failuresOnManyThreadsGiveOneReport()
     Scene scene;
     AudioCapture &capture = scene.make();
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&] {
             scene.audio.enter();

@@ -57,10 +57,10 @@ struct Session {
     /// Ends the session by clearing the run flag, once it runs.
     bool end()
     {
-        if (!waitUntil([this] { return worker->isRunning() || stops.size() > 0; }))
+        if (!waitUntil([this] { return worker->isRunning() || !stops.isEmpty(); }))
             return false;
         worker->clearRunning();
-        return waitUntil([this] { return stops.size() > 0; });
+        return waitUntil([this] { return !stops.isEmpty(); });
     }
     QByteArray block(int index)
     {

@@ -32,7 +32,7 @@ Block noise(unsigned seed)
 VectorUnit testedUnit()
 {
     QFETCH_GLOBAL(int, unit);
-    return VectorUnit(unit);
+    return static_cast<VectorUnit>(unit);
 }
 
 Block transformedBy(VectorUnit by, const Block &in)

@@ -32,7 +32,7 @@ QString idOf(IMMDevice *device)
     LPWSTR id = nullptr;
     if (FAILED(device->GetId(&id)))
         return QStringLiteral("(no id)");
-    const QString result = QString::fromWCharArray(id);
+    QString result = QString::fromWCharArray(id);
     CoTaskMemFree(id);
     return result;
 }
@@ -106,7 +106,7 @@ QString AudioSystemTest::defaultId()
     const HRESULT result = m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &found);
     if (FAILED(result))
         return QStringLiteral("(0x%1)").arg(static_cast<DWORD>(result), 8, 16, QLatin1Char('0'));
-    const QString id = idOf(found);
+    QString id = idOf(found);
     found->Release();
     return id;
 }

@@ -93,12 +93,14 @@ void EndpointsTest::stateMasksAndBadArguments()
 
     IMMDeviceCollection *collection = nullptr;
     IMMDevice *found = nullptr;
-    QCOMPARE(m_enumerator->EnumAudioEndpoints(EDataFlow(3), 1, &collection), E_INVALIDARG);
+    QCOMPARE(m_enumerator->EnumAudioEndpoints(static_cast<EDataFlow>(3), 1, &collection),
+             E_INVALIDARG);
     QCOMPARE(m_enumerator->EnumAudioEndpoints(eRender, 0, &collection), E_INVALIDARG);
     QCOMPARE(m_enumerator->EnumAudioEndpoints(eRender, 16, &collection), E_INVALIDARG);
     QCOMPARE(m_enumerator->EnumAudioEndpoints(eRender, 1, nullptr), E_POINTER);
     QCOMPARE(m_enumerator->GetDefaultAudioEndpoint(eAll, eConsole, &found), E_INVALIDARG);
-    QCOMPARE(m_enumerator->GetDefaultAudioEndpoint(eRender, ERole(3), &found), E_INVALIDARG);
+    QCOMPARE(m_enumerator->GetDefaultAudioEndpoint(eRender, static_cast<ERole>(3), &found),
+             E_INVALIDARG);
     QCOMPARE(m_enumerator->GetDefaultAudioEndpoint(eRender, eConsole, nullptr), E_POINTER);
     QCOMPARE(m_enumerator->GetDevice(nullptr, &found), E_POINTER);
     QCOMPARE(m_enumerator->GetDevice(L"a", nullptr), E_POINTER);
