@@ -36,7 +36,7 @@ void AudioCapture::handleThreadStopped()
         bool wanted = false;
         {
             const QMutexLocker lock(&m_mutex);
-            wanted = m_autoRestart; // NOLINT(clang-analyzer-core.NullDereference): the lambda has its this
+            wanted = m_autoRestart; // NOLINT(clang-analyzer-core.NullDereference)
         }
         if (wanted) {
             qDebug() << "[handleThreadStopped] 正在执行自动重启...";
