@@ -17,8 +17,9 @@ class Terminal:
     def __init__(self, screen, name):
         self.path = os.path.join(screen.world.folder, name + ".typed")
         command = 'stty raw -echo && exec cat >"$1"'
-        screen.world.others.append(screen.world.start(
-            name, "xterm", "-fa", "monospace", "-T", name, "-e", "sh", "-c", command, "sh", self.path))
+        self.process = screen.world.start(
+            name, "xterm", "-fa", "monospace", "-T", name, "-e", "sh", "-c", command, "sh", self.path)
+        screen.world.others.append(self.process)
         harness.wait_until(lambda: os.path.exists(self.path), PATIENCE, f"the terminal {name}")
         self.window = harness.wait_until(lambda: screen.visible(name), PATIENCE, "its window")[0]
 
@@ -89,6 +90,20 @@ class Desktop(Screen):
     def wait_until_active(self, window):
         harness.wait_until(lambda: self.active() == [window], PATIENCE, f"window {window} active")
 
-    def switch(self, steps):
-        """Alt held down while Tab is pressed so many times."""
-        self.world.ask("xdotool", "keydown", "alt", *["key", "Tab"] * steps, "keyup", "alt")
+    def is_above(self, window):
+        return "_NET_WM_STATE_ABOVE" in self.world.ask("xprop", "-id", str(window), "_NET_WM_STATE")
+
+    def settle(self, window):
+        """Returns when the window manager has handled all that came before: it answers a request about
+        one of its windows, and takes one thing after the other."""
+        before = self.is_above(window)
+        self.world.ask("wmctrl", "-i", "-r", str(window), "-b", "toggle,above")
+        harness.wait_until(lambda: self.is_above(window) != before, PATIENCE, "the manager's answer")
+
+    def switch(self, window):
+        """Alt+Tab, once; `window` is any one that is managed."""
+        self.world.ask("xdotool", "keydown", "alt", "key", "Tab")
+        # Alt that is let go before the manager looks ends the switching before it begins.
+        self.settle(window)
+        self.world.ask("xdotool", "keyup", "alt")
+        self.settle(window)
