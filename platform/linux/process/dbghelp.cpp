@@ -1,4 +1,5 @@
 #include "platform/linux/process/machinecontext.h"
+#include "platform/linux/process/memory.h"
 
 #include <atomic>
 #include <cstdio>
@@ -6,7 +7,6 @@
 #include <dbghelp.h>
 #include <libunwind.h>
 #include <link.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 namespace {
@@ -75,13 +75,8 @@ bool isCode(DWORD64 address)
 bool returnFromNowhere(CONTEXT *context)
 {
     DWORD64 address = 0;
-    iovec local {&address, sizeof(address)};
-    iovec remote {reinterpret_cast<void *>(context->Rsp), sizeof(address)};
-    if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0)
-            != static_cast<ssize_t>(sizeof(address))
-        || !isCode(address)) {
+    if (readMemory(context->Rsp, &address, sizeof(address)) != sizeof(address) || !isCode(address))
         return false;
-    }
     context->Rip = address;
     context->Rsp += sizeof(address);
     return true;

@@ -1,6 +1,7 @@
 #include "platform/linux/process/lastreport.h"
 
 #include "platform/lastreport.h"
+#include "platform/linux/process/threadstack.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -11,10 +12,12 @@
 namespace {
 
 constexpr unsigned kTimeLimitSeconds = 5; // that a report has
-constexpr char kNoReport[] = "Program crash: the report could not be finished\n";
+constexpr char kNoReport[] = "Program crash: the report could not be finished";
 
 std::atomic<pid_t> s_reporter {0}; // the thread that reports, 0 before any has failed
 std::atomic<int> s_signal {0}; // what ends the process, 0 for exit code 1
+std::atomic<std::uintptr_t> s_address {0};
+std::atomic<std::uintptr_t> s_instruction {0};
 std::atomic<bool> s_printed {false};
 
 pid_t threadId()
@@ -45,6 +48,63 @@ void setBlocked(int signal, bool blocked)
     std::_Exit(128 + signal);
 }
 
+// A text in a fixed place, put together without the library's help: its locks and its memory may be
+// what has failed.
+class LastLine {
+public:
+    void append(const char *text)
+    {
+        while (*text != '\0')
+            append(*text++);
+    }
+
+    void appendDecimal(unsigned number)
+    {
+        if (number >= 10)
+            appendDecimal(number / 10);
+        append(static_cast<char>('0' + number % 10));
+    }
+
+    void appendAddress(std::uintptr_t address)
+    {
+        append("0x");
+        for (int shift = 60; shift >= 0; shift -= 4)
+            append("0123456789abcdef"[(address >> shift) & 0xF]);
+    }
+
+    void write() const
+    {
+        [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, m_text, m_length);
+    }
+
+private:
+    void append(char character)
+    {
+        if (m_length < sizeof(m_text))
+            m_text[m_length++] = character;
+    }
+
+    char m_text[192];
+    std::size_t m_length = 0;
+};
+
+void sayThatThereIsNoReport()
+{
+    LastLine line;
+    line.append(kNoReport);
+    if (const int signal = s_signal) {
+        line.append(" (signal ");
+        line.appendDecimal(static_cast<unsigned>(signal));
+        line.append(", address ");
+        line.appendAddress(s_address);
+        line.append(", instruction ");
+        line.appendAddress(s_instruction);
+        line.append(")");
+    }
+    line.append("\n");
+    line.write();
+}
+
 void handleTimeout(int)
 {
     endNow();
@@ -62,7 +122,7 @@ void startTimeLimit()
 
 } // namespace
 
-void claimLastReport(int signal)
+void claimLastReport(const FaultFacts &facts)
 {
     const pid_t self = threadId();
     pid_t reporter = 0;
@@ -72,19 +132,22 @@ void claimLastReport(int signal)
         while (true) // another thread is reporting; it ends the process
             pause();
     }
-    s_signal = signal;
+    s_signal = facts.signal;
+    s_address = facts.address;
+    s_instruction = facts.instruction;
     startTimeLimit();
 }
 
 void endNow()
 {
+    for (const int signal : kFaultSignals)
+        restoreDefault(signal);
     // The reader of standard error may have stopped, and the report may hang for that very reason.
     // Then nothing is printed.
     pollfd errors {STDERR_FILENO, POLLOUT, 0};
     if (!s_printed && poll(&errors, 1, 0) == 1 && (errors.revents & POLLOUT) != 0) {
         setBlocked(SIGPIPE, true); // nobody may be reading standard error any more
-        [[maybe_unused]] const ssize_t written =
-            write(STDERR_FILENO, kNoReport, sizeof(kNoReport) - 1);
+        sayThatThereIsNoReport();
     }
     if (const int signal = s_signal)
         endBy(signal);
@@ -103,7 +166,7 @@ void reserveCrashStack() { }
 
 void beginLastReport()
 {
-    claimLastReport(0);
+    claimLastReport({0, 0, 0});
 }
 
 void setLastReportPrinted()

@@ -1,5 +1,7 @@
 #include "platform/linux/process/machinecontext.h"
 
+#include "platform/linux/process/instruction.h"
+
 #include <cstring>
 
 #if !defined(__x86_64__)
@@ -9,6 +11,8 @@
 namespace {
 
 // Trap numbers and page-fault error bits of the processor.
+constexpr greg_t kBreakpoint = 3;
+constexpr greg_t kGeneralProtection = 13;
 constexpr greg_t kPageFault = 14;
 constexpr greg_t kPageFaultWrite = 0x2;
 constexpr greg_t kPageFaultFetch = 0x10;
@@ -54,11 +58,26 @@ void describeAccess(const siginfo_t &info, const ucontext_t &machine, const Stac
         record->ExceptionCode = EXCEPTION_STACK_OVERFLOW;
 }
 
-DWORD arithmeticCode(int code)
+std::uintptr_t programCounter(const ucontext_t &machine)
+{
+    return static_cast<std::uintptr_t>(machine.uc_mcontext.gregs[REG_RIP]);
+}
+
+// A quotient that does not fit raises the same trap as a division by zero.
+DWORD integerDivisionCode(const ucontext_t &machine)
+{
+    CONTEXT context;
+    toContext(machine, &context);
+    return divisorOf(instructionAt(programCounter(machine)), context) == Divisor::Other
+        ? EXCEPTION_INT_OVERFLOW
+        : EXCEPTION_INT_DIVIDE_BY_ZERO;
+}
+
+DWORD arithmeticCode(int code, const ucontext_t &machine)
 {
     switch (code) {
     case FPE_INTDIV:
-        return EXCEPTION_INT_DIVIDE_BY_ZERO;
+        return integerDivisionCode(machine);
     case FPE_INTOVF:
         return EXCEPTION_INT_OVERFLOW;
     case FPE_FLTDIV:
@@ -141,11 +160,15 @@ void toExceptionRecord(const siginfo_t &info, const ucontext_t &machine, const S
                        EXCEPTION_RECORD *record)
 {
     *record = EXCEPTION_RECORD {};
-    record->ExceptionAddress =
-        reinterpret_cast<PVOID>(static_cast<std::uintptr_t>(machine.uc_mcontext.gregs[REG_RIP]));
+    const std::uintptr_t instruction = programCounter(machine);
+    const greg_t trap = machine.uc_mcontext.gregs[REG_TRAPNO];
+    record->ExceptionAddress = reinterpret_cast<PVOID>(instruction);
     switch (info.si_signo) {
     case SIGSEGV:
-        describeAccess(info, machine, stack, record);
+        if (trap == kGeneralProtection && isPrivileged(instructionAt(instruction)))
+            record->ExceptionCode = EXCEPTION_PRIV_INSTRUCTION;
+        else
+            describeAccess(info, machine, stack, record);
         break;
     case SIGBUS:
         if (info.si_code == BUS_ADRALN)
@@ -154,7 +177,7 @@ void toExceptionRecord(const siginfo_t &info, const ucontext_t &machine, const S
             describeAccess(info, machine, stack, record);
         break;
     case SIGFPE:
-        record->ExceptionCode = arithmeticCode(info.si_code);
+        record->ExceptionCode = arithmeticCode(info.si_code, machine);
         break;
     case SIGILL:
         record->ExceptionCode = info.si_code == ILL_PRVOPC || info.si_code == ILL_PRVREG
@@ -164,6 +187,8 @@ void toExceptionRecord(const siginfo_t &info, const ucontext_t &machine, const S
     case SIGTRAP:
         record->ExceptionCode =
             info.si_code == TRAP_TRACE ? EXCEPTION_SINGLE_STEP : EXCEPTION_BREAKPOINT;
+        if (trap == kBreakpoint) // which has been run: the processor names what follows it
+            record->ExceptionAddress = reinterpret_cast<PVOID>(instruction - 1);
         break;
     default: // abort(), which ends a process of the API by this code
         record->ExceptionCode = STATUS_STACK_BUFFER_OVERRUN;

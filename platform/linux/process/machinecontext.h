@@ -18,7 +18,7 @@ void toContext(const ucontext_t &machine, CONTEXT *context);
 void fromContext(const CONTEXT &context, ucontext_t *machine);
 
 /// What a fault is called, where it happened and, for an access violation, on what data. An
-/// access outside of the stack's limits but close to the stack pointer is a stack overflow. Takes
-/// no lock.
+/// access outside of the stack's limits but close to the stack pointer is a stack overflow. Where
+/// the processor raises one trap for two faults, the instruction tells which. Takes no lock.
 void toExceptionRecord(const siginfo_t &info, const ucontext_t &machine, const StackLimits &stack,
                        EXCEPTION_RECORD *record);

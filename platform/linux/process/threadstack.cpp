@@ -24,13 +24,10 @@ public:
                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (m_memory == MAP_FAILED)
             return;
-        char *start = static_cast<char *>(m_memory) + kGuardBytes;
-        mprotect(start, kHandlerStackBytes, PROT_READ | PROT_WRITE);
-        stack_t stack {};
-        stack.ss_sp = start;
-        stack.ss_size = kHandlerStackBytes;
-        sigaltstack(&stack, &m_previous);
-
+        if (!use(static_cast<char *>(m_memory) + kGuardBytes)) {
+            giveBack();
+            return;
+        }
         pthread_attr_t attributes;
         void *low = nullptr;
         std::size_t size = 0;
@@ -48,14 +45,30 @@ public:
         if (m_memory == MAP_FAILED)
             return;
         t_limits = {0, 0};
-        sigaltstack(&m_previous, nullptr);
-        munmap(m_memory, kGuardBytes + kHandlerStackBytes);
+        // Where the old one cannot be set again, the kernel goes on using this one.
+        if (sigaltstack(&m_previous, nullptr) == 0)
+            giveBack();
     }
 
     HandlerStack(const HandlerStack &) = delete;
     HandlerStack &operator=(const HandlerStack &) = delete;
 
 private:
+    bool use(char *start)
+    {
+        stack_t stack {};
+        stack.ss_sp = start;
+        stack.ss_size = kHandlerStackBytes;
+        return mprotect(start, kHandlerStackBytes, PROT_READ | PROT_WRITE) == 0
+            && sigaltstack(&stack, &m_previous) == 0;
+    }
+
+    void giveBack()
+    {
+        munmap(m_memory, kGuardBytes + kHandlerStackBytes);
+        m_memory = MAP_FAILED;
+    }
+
     void *m_memory = MAP_FAILED;
     stack_t m_previous {};
 };

@@ -9,7 +9,8 @@
 constexpr int kFaultSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT};
 
 /// Gives the calling thread, for the rest of its life, a stack for signal handlers, and from then
-/// on every thread that the process starts for the rest of theirs. Idempotent.
+/// on every thread that the process starts for the rest of theirs. A thread for which the memory
+/// cannot be had handles its faults on its own stack. Idempotent.
 void useHandlerStacks();
 
 /// Lets the signals of faults and of abort() reach the calling thread. Where such a signal is

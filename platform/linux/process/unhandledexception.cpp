@@ -4,6 +4,7 @@
 
 #include <windows.h>
 #include <atomic>
+#include <cstdint>
 #include <unistd.h>
 
 namespace {
@@ -19,19 +20,30 @@ bool isFault(const siginfo_t &info)
     return info.si_code > 0;
 }
 
+// A handler starts with the interrupted thread's flags. With this one set, every access that is not
+// aligned faults, the compiler's own and the library's included.
+void permitUnalignedAccess()
+{
+    constexpr unsigned long long kAlignmentCheck = 1ULL << 18;
+    __builtin_ia32_writeeflags_u64(__builtin_ia32_readeflags_u64() & ~kAlignmentCheck);
+}
+
 void handleFault(int signal, siginfo_t *info, void *machineContext)
 {
+    permitUnalignedAccess();
     if (!isFault(*info)) {
         endAfterReturn(info);
         return;
     }
-    claimLastReport(signal);
-
     const auto &machine = *static_cast<const ucontext_t *>(machineContext);
+    const auto instruction = static_cast<std::uintptr_t>(machine.uc_mcontext.gregs[REG_RIP]);
+    claimLastReport({signal, reinterpret_cast<std::uintptr_t>(info->si_addr), instruction});
+
     CONTEXT context;
     toContext(machine, &context);
     EXCEPTION_RECORD record;
     toExceptionRecord(*info, machine, threadStackLimits(), &record);
+    context.Rip = reinterpret_cast<DWORD64>(record.ExceptionAddress);
     EXCEPTION_POINTERS pointers {&record, &context};
     try {
         if (const LPTOP_LEVEL_EXCEPTION_FILTER filter = s_filter)
@@ -46,8 +58,10 @@ void handleFault(int signal, siginfo_t *info, void *machineContext)
 
 LPTOP_LEVEL_EXCEPTION_FILTER SetUnhandledExceptionFilter(LPTOP_LEVEL_EXCEPTION_FILTER filter)
 {
-    if (filter)
+    if (filter) {
         useHandlerStacks();
+        unblockFaultSignals(); // the parent may have left them blocked
+    }
     const LPTOP_LEVEL_EXCEPTION_FILTER before = s_filter.exchange(filter);
 
     struct sigaction action { };

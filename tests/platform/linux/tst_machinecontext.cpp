@@ -51,6 +51,9 @@ private Q_SLOTS:
     void access_data();
     void access();
     void nonCanonicalAddressIsUnknown();
+    void instructionTellsWhatTheTrapDoesNot_data();
+    void instructionTellsWhatTheTrapDoesNot();
+    void breakpointIsWhereItStands();
     void stackOverflow_data();
     void stackOverflow();
     void busError();
@@ -127,6 +130,57 @@ void TestMachineContext::nonCanonicalAddressIsUnknown()
         QCOMPARE(static_cast<qulonglong>(record.ExceptionInformation[0]), 0ULL);
         QCOMPARE(static_cast<qulonglong>(record.ExceptionInformation[1]), ~0ULL);
     }
+}
+
+void TestMachineContext::instructionTellsWhatTheTrapDoesNot_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<int>("divisor"); // RCX
+    QTest::addColumn<uint>("exception");
+    const QByteArray privileged = QByteArray::fromHex("fa");
+    const QByteArray read = QByteArray::fromHex("8b0a");
+    const QByteArray division = QByteArray::fromHex("f7f9");
+    QTest::newRow("privileged") << privileged << SIGSEGV << static_cast<int>(SI_KERNEL) << 0
+                                << 0xC0000096U;
+    QTest::newRow("no such address")
+        << read << SIGSEGV << static_cast<int>(SI_KERNEL) << 0 << 0xC0000005U;
+    QTest::newRow("division by zero")
+        << division << SIGFPE << static_cast<int>(FPE_INTDIV) << 0 << 0xC0000094U;
+    QTest::newRow("overflow of a quotient")
+        << division << SIGFPE << static_cast<int>(FPE_INTDIV) << -1 << 0xC0000095U;
+}
+
+void TestMachineContext::instructionTellsWhatTheTrapDoesNot()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(int, signal);
+    QFETCH(int, code);
+    QFETCH(int, divisor);
+    QFETCH(uint, exception);
+    Fault fault(signal, code);
+    greg_t *registers = fault.machine.uc_mcontext.gregs;
+    registers[REG_TRAPNO] = GeneralProtection;
+    registers[REG_RIP] = reinterpret_cast<greg_t>(bytes.constData());
+    registers[REG_RCX] = divisor;
+    const EXCEPTION_RECORD record = fault.record();
+    QCOMPARE(record.ExceptionCode, exception);
+    QCOMPARE(record.ExceptionAddress, reinterpret_cast<PVOID>(registers[REG_RIP]));
+    // In place of a trap that has only one meaning, the instruction says nothing.
+    if (signal == SIGSEGV) {
+        registers[REG_TRAPNO] = PageFault;
+        QCOMPARE(fault.record().ExceptionCode, 0xC0000005U);
+    }
+}
+
+void TestMachineContext::breakpointIsWhereItStands()
+{
+    Fault fault(SIGTRAP, SI_KERNEL);
+    fault.machine.uc_mcontext.gregs[REG_TRAPNO] = 3;
+    QCOMPARE(fault.record().ExceptionAddress, reinterpret_cast<PVOID>(ULONG_PTR {0x401233}));
+    fault.machine.uc_mcontext.gregs[REG_TRAPNO] = 1; // a step, or a watched address
+    QCOMPARE(fault.record().ExceptionAddress, reinterpret_cast<PVOID>(ULONG_PTR {0x401234}));
 }
 
 void TestMachineContext::stackOverflow_data()
