@@ -161,7 +161,7 @@ void TestMachineContext::instructionTellsWhatTheTrapDoesNot()
     QFETCH(uint, exception);
     Fault fault(signal, code);
     greg_t *registers = fault.machine.uc_mcontext.gregs;
-    registers[REG_TRAPNO] = GeneralProtection;
+    registers[REG_TRAPNO] = kGeneralProtection;
     registers[REG_RIP] = reinterpret_cast<greg_t>(bytes.constData());
     registers[REG_RCX] = divisor;
     const EXCEPTION_RECORD record = fault.record();
@@ -169,7 +169,7 @@ void TestMachineContext::instructionTellsWhatTheTrapDoesNot()
     QCOMPARE(record.ExceptionAddress, reinterpret_cast<PVOID>(registers[REG_RIP]));
     // In place of a trap that has only one meaning, the instruction says nothing.
     if (signal == SIGSEGV) {
-        registers[REG_TRAPNO] = PageFault;
+        registers[REG_TRAPNO] = kPageFault;
         QCOMPARE(fault.record().ExceptionCode, 0xC0000005U);
     }
 }

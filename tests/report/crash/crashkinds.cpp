@@ -66,6 +66,16 @@ const CrashKind kCommon[] = {
          announce(faultNonCanonicalAt);
          faultNonCanonical();
      }},
+    {"breakpoint",
+     [] {
+         announce(faultBreakpointAt);
+         faultBreakpoint();
+     }},
+    {"privileged",
+     [] {
+         announce(faultPrivilegedAt);
+         faultPrivileged();
+     }},
     {"bad-call",
      [] {
          announce();

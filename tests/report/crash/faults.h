@@ -11,7 +11,11 @@ extern "C" {
 [[noreturn]] void faultIllegal(); // is no instruction
 [[noreturn]] void faultNonCanonical(); // reads an address that no page can have
 [[noreturn]] void faultBreakpoint(); // a debugger's instruction, of one byte
+[[noreturn]] void faultPrivileged(); // is for the system alone
 [[noreturn]] void faultFloatDivision(double dividend, double divisor); // divides them
+[[noreturn]] void faultAlignment(); // reads across two words while that is forbidden
+[[noreturn]] void faultQuotient(); // divides the lowest number by -1; sets RAX, RCX and RDX
+[[noreturn]] void faultLostStack(); // reads address 0; RSP is 16
 
 // The faulting instruction of each.
 extern const char faultReadAt[];
@@ -20,6 +24,10 @@ extern const char faultDivideAt[];
 extern const char faultIllegalAt[];
 extern const char faultNonCanonicalAt[];
 extern const char faultBreakpointAt[];
+extern const char faultPrivilegedAt[];
 extern const char faultFloatDivisionAt[];
+extern const char faultAlignmentAt[];
+extern const char faultQuotientAt[];
+extern const char faultLostStackAt[];
 
 } // extern "C"

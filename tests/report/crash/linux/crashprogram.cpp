@@ -3,6 +3,7 @@
 #include "report/deliverreport.h"
 #include "tests/report/crash/crashkinds.h"
 #include "tests/report/crash/faults.h"
+#include "tests/report/crash/linux/hardfaults.h"
 
 #include <atomic>
 #include <cfenv>
@@ -137,10 +138,42 @@ void overflowNow()
 }
 
 const std::vector<CrashKind> kOwn = {
-    {"breakpoint",
+    {"alignment",
      [] {
-         announce(faultBreakpointAt + 1);
-         faultBreakpoint();
+         announce(faultAlignmentAt);
+         faultAlignment();
+     }},
+    {"quotient",
+     [] {
+         announce(faultQuotientAt);
+         faultQuotient();
+     }},
+    {"lost-stack",
+     [] {
+         announce(faultLostStackAt);
+         faultLostStack();
+     }},
+    {"overwritten-stack",
+     [] {
+         announce(faultReadAt);
+         faultOnOverwrittenStack();
+     }},
+    {"no-handler-stack",
+     [] {
+         announce(faultReadAt);
+         faultWithoutHandlerStack();
+     }},
+    {"loader-locked",
+     [] {
+         holdLoaderLock();
+         announce(faultReadAt);
+         faultRead();
+     }},
+    {"errors-locked",
+     [] {
+         holdErrorsLock();
+         announce(faultReadAt);
+         faultRead();
      }},
     {"stack-overflow",
      [] {
@@ -224,6 +257,11 @@ LONG WINAPI faultingFilter(EXCEPTION_POINTERS *)
     faultDivide();
 }
 
+LONG WINAPI misalignedFilter(EXCEPTION_POINTERS *)
+{
+    faultAlignment();
+}
+
 LONG WINAPI abortingFilter(EXCEPTION_POINTERS *)
 {
     std::abort();
@@ -264,6 +302,8 @@ LPTOP_LEVEL_EXCEPTION_FILTER filterNamed(const std::string &name)
         return hangingFilter;
     if (name == "faulting")
         return faultingFilter;
+    if (name == "misaligned")
+        return misalignedFilter;
     if (name == "aborting")
         return abortingFilter;
     if (name == "throwing")
@@ -276,9 +316,17 @@ LPTOP_LEVEL_EXCEPTION_FILTER filterNamed(const std::string &name)
 } // namespace
 
 // usage: crashprogram kind [filter or sink]; a kind that begins with "early-" runs without an
-// application.
+// application, one that begins with "blocked-" with every signal blocked, as a parent may leave
+// them.
 int main(int argc, char **argv)
 {
+    constexpr char kBlocked[] = "blocked-";
+    if (argc > 1 && std::strncmp(argv[1], kBlocked, std::strlen(kBlocked)) == 0) {
+        argv[1] += std::strlen(kBlocked);
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    }
     const rlimit noCore {0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
     std::set_terminate(terminateHandler);

@@ -14,6 +14,9 @@
 .endm
 
 #include "tests/report/crash/faults.inc"
-FAULT faultFloatDivision, divsd %xmm1, %xmm0
+FAULT faultFloatDivision, "divsd %xmm1, %xmm0"
+FAULT faultAlignment, "movl 1(%rsp), %ecx", "pushfq; orl $0x40000, (%rsp); popfq"
+FAULT faultQuotient, "idivl %ecx", "movl $0x80000000, %eax; cltd; movl $-1, %ecx"
+FAULT faultLostStack, "movl (%rax), %ecx", "movl $16, %esp"
 
     .section .note.GNU-stack, "", @progbits

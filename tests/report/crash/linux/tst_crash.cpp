@@ -266,6 +266,17 @@ void TestCrash::otherFaultsAreReported_data()
                          << false;
     QTest::newRow("float-division") << 128 + SIGFPE << QStringLiteral("0xc000008e")
                                     << QStringLiteral("Division by zero .*") << true;
+    QTest::newRow("privileged") << 128 + SIGSEGV << QStringLiteral("EXCEPTION_PRIV_INSTRUCTION")
+                                << QStringLiteral("Privileged instruction .*") << true;
+    QTest::newRow("alignment") << 128 + SIGBUS << QStringLiteral("EXCEPTION_DATATYPE_MISALIGNMENT")
+                               << QStringLiteral("Data type misalignment .*") << true;
+    QTest::newRow("quotient") << 128 + SIGFPE << QStringLiteral("0xc0000095")
+                              << QStringLiteral("Unknown exception .*") << false;
+    const QString access = QStringLiteral("EXCEPTION_ACCESS_VIOLATION");
+    const QString nullRead = QStringLiteral("Memory access violation \\(Attempted read at address "
+                                            "0x0000000000000000\\) .*");
+    QTest::newRow("blocked-null-read") << 128 + SIGSEGV << access << nullRead << true;
+    QTest::newRow("no-handler-stack") << 128 + SIGSEGV << access << nullRead << true;
     QTest::newRow("two-throw") << 1 << QStringLiteral("std::terminate")
                                << QStringLiteral("Uncaught C\\+\\+ exception") << false;
     QTest::newRow("breakpoint") << 128 + SIGTRAP << QStringLiteral("0x80000003")

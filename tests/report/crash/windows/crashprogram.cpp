@@ -27,11 +27,6 @@ void printModules()
 }
 
 const std::vector<CrashKind> kOwn = {
-    {"breakpoint",
-     [] {
-         announce(faultBreakpointAt);
-         faultBreakpoint();
-     }},
     {"raised",
      [] {
          announce();

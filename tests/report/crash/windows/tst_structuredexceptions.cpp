@@ -120,6 +120,7 @@ void TestCrash::crash_data()
     row("non-canonical", 0xC0000005, access,
         "Memory access violation \\(Attempted read at address 0xffffffffffffffff\\)", true, 3);
     row("breakpoint", 0x80000003, "0x80000003", "Unknown exception", true, 3);
+    row("privileged", 0xC0000096, "EXCEPTION_PRIV_INSTRUCTION", "Privileged instruction", true, 3);
     row("bad-call", 0xC0000005, access,
         "Memory access violation \\(Attempted write at address 0x0000000000000010\\)", false, 0);
     row("raised", 0xC000008E, "0xc000008e", "Division by zero", false, 3);
