@@ -43,8 +43,8 @@ class Installed(unittest.TestCase):
         cls.addClassCleanup(cls.copy.close)
 
     def ini(self, *names):
-        # systemd repeats keys that hold lists; the files here do not.
-        parser = configparser.ConfigParser(interpolation=None)
+        # systemd repeats keys that hold lists; of those the last is seen here.
+        parser = configparser.ConfigParser(interpolation=None, strict=False)
         parser.optionxform = str
         with open(self.copy.path(*names), encoding="utf-8") as file:
             parser.read_file(file)
@@ -71,7 +71,15 @@ class Installed(unittest.TestCase):
         self.assertEqual(unit["Unit"]["PartOf"], "graphical-session.target")
         self.assertIn("graphical-session.target", unit["Unit"]["After"].split())
         self.assertEqual(unit["Install"]["WantedBy"], "graphical-session.target")
-        self.assertNotIn("PrivateTmp", unit["Service"])
+        # Consumers find the socket in the temporary folder, and reports are saved at home.
+        for name in ("PrivateTmp", "ProtectHome"):
+            self.assertNotIn(name, unit["Service"])
+
+    def test_user_service_is_confined(self):
+        shown = run("systemd-analyze", "--user", "--offline=true", "--threshold=25", "--no-pager", "security",
+                    self.copy.path("lib/systemd/user/tonewell-detection.service"),
+                    env={**os.environ, "XDG_RUNTIME_DIR": self.copy.folder, "HOME": self.copy.folder})
+        self.assertIn("Overall exposure level", shown)
 
     def test_systemd_accepts_the_user_service(self):
         runtime = os.path.join(self.copy.folder, "run")
