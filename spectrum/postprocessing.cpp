@@ -73,8 +73,9 @@ double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseS
     }
     if (count == 0)
         return 0.0;
-    const double last = count - 1;
-    int index = static_cast<int>(std::clamp(last * quantile, 0.0, last));
+    // Written so that not-a-number counts as 0.
+    const double share = quantile > 0.0 ? std::min(quantile, 1.0) : 0.0;
+    int index = static_cast<int>((count - 1) * share);
 
     std::array<int, kClasses> sizes {};
     for (int i = 0; i < count; ++i) {

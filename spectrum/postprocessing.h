@@ -20,6 +20,7 @@ struct NoiseScratch {
 
 /// The `quantile` (0.0 ... 1.0) of the amplitudes above 0.05: the entry at (count - 1) × quantile,
 /// truncated, of the sorted list; 0.0 without such an amplitude.
+/// A quantile outside of the range counts as its nearer end, not-a-number as 0.0.
 double noiseFloor(const std::vector<double> &amplitudes, double quantile, NoiseScratch &scratch);
 
 /// Moves `reference` towards the largest amplitude (up by 30 % of the way, down by 0.1 % a call,

@@ -114,18 +114,18 @@ void SpecEngine::onFormatChanged(WAVEFORMATEX format)
     m_analysisLength = 0;
     m_bufferLength = 0;
     m_levelBufferLength = 0;
-    // A format whose five seconds fit into no byte array is treated like no format.
+    // A block that fits into no byte array is no block. Where only the five seconds do not fit,
+    // nothing is recorded, but the length of a block stays: a length of 0 would hand the analyser
+    // an empty block, which keeps it busy for good.
     constexpr qint64 largest = std::numeric_limits<int>::max();
-    if (bytesPerFrame * kAnalysisFrames <= largest
-        && rate * bytesPerFrame * kBufferSeconds <= largest) {
+    if (bytesPerFrame * kAnalysisFrames <= largest)
         m_analysisLength = static_cast<int>(bytesPerFrame * kAnalysisFrames);
-        if (rate != 0 && bytesPerFrame != 0) {
-            const qint64 unit = channels * bits / 8;
-            const qint64 length = rate * bytesPerFrame * kBufferSeconds;
-            const qint64 levelLength = rate * bytesPerFrame * kLevelWindowUs / 1000000;
-            m_bufferLength = length / unit * unit;
-            m_levelBufferLength = levelLength / unit * unit;
-        }
+    if (bytesPerFrame != 0 && rate * bytesPerFrame * kBufferSeconds <= largest) {
+        const qint64 unit = channels * bits / 8;
+        const qint64 length = rate * bytesPerFrame * kBufferSeconds;
+        const qint64 levelLength = rate * bytesPerFrame * kLevelWindowUs / 1000000;
+        m_bufferLength = length / unit * unit;
+        m_levelBufferLength = levelLength / unit * unit;
     }
 
     // The fill position stays, so the bytes below it must stay readable; they are silence now.

@@ -37,8 +37,6 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
     , m_levelKernel(levelKernel(vectorUnit()))
     , m_levels(FFTRealWrapper::kLength / 2)
 {
-    // Deletes the thread object after its thread has ended, never while it runs.
-    connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
     connect(m_thread, &QThread::started, this, &reserveCrashStack, Qt::DirectConnection);
     setParent(nullptr); // an object with a parent cannot change threads
     moveToThread(m_thread);
@@ -49,7 +47,11 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
 SpectrumAnalyserThread::~SpectrumAnalyserThread()
 {
     m_fft.reset();
+    // The thread object goes when its thread has ended, never while it runs. Nobody waits for that.
+    connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
     m_thread->quit();
+    if (m_thread->isFinished()) // before this object, so that nobody hears of it any more
+        m_thread->deleteLater();
 }
 
 void SpectrumAnalyserThread::setWindowFunction(WindowFunction type)

@@ -94,6 +94,9 @@ void TestPostprocessing::noiseFloorIsTheTruncatedQuantile_data()
     QTest::newRow("highest") << 1.0 << 0.4;
     QTest::newRow("above the range") << 1.5 << 0.4;
     QTest::newRow("below the range") << -0.5 << 0.1;
+    QTest::newRow("infinite") << std::numeric_limits<double>::infinity() << 0.4;
+    QTest::newRow("infinite below") << -std::numeric_limits<double>::infinity() << 0.1;
+    QTest::newRow("no number") << std::numeric_limits<double>::quiet_NaN() << 0.1;
 }
 
 void TestPostprocessing::noiseFloorIsTheTruncatedQuantile()

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void incompleteFormatsMakeTheEngineIdle_data();
     void incompleteFormatsMakeTheEngineIdle();
     void formatTooLargeForTheBufferIsNoFormat();
+    void formatTooLargeForTheBufferLeavesTheAnalyserIdle();
     void formatClearsTheBufferAndKeepsTheFillPosition();
     void formatOfAShorterBufferLeavesSilence();
 
@@ -136,12 +137,28 @@ void TestSpecEngine::formatTooLargeForTheBufferIsNoFormat()
     SpecEnginePeer peer;
     peer.setFormat(-1); // 2^32 - 1 Hz
     QCOMPARE(peer.bufferLength(), 0LL);
-    QCOMPARE(peer.analysisLength(), 0);
+    QCOMPARE(peer.levelBufferLength(), 0LL);
+    QCOMPARE(peer.analysisLength(), 8192);
+    peer.feed(numbered(480));
+    QCOMPARE(peer.bufferPosition(), 0LL);
     peer.setFormat(48000, 65535, 65535);
     QCOMPARE(peer.bufferLength(), 0LL);
     QCOMPARE(peer.analysisLength(), 0);
     peer.feed(numbered(480));
     QCOMPARE(peer.bufferPosition(), 0LL);
+}
+
+/// An empty block would keep the analyser busy for good.
+void TestSpecEngine::formatTooLargeForTheBufferLeavesTheAnalyserIdle()
+{
+    SpecEnginePeer peer;
+    peer.setFormat(-1);
+    peer.tick();
+    QVERIFY(peer.analyser().isReady());
+    peer.setFormat(48000);
+    for (int i = 0; i < 5; ++i)
+        peer.feed(numbered(480));
+    QVERIFY(peer.tickAndWait());
 }
 
 void TestSpecEngine::formatClearsTheBufferAndKeepsTheFillPosition()
@@ -294,7 +311,9 @@ void TestSpecEngine::historyLengthOfAnyValueIsSafe()
 
 void TestSpecEngine::quantileOfAnyValueIsSafe()
 {
-    for (double quantile : {-1.0, 0.0, 0.5, 1.0, 2.0}) {
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
+    for (double quantile : {-kInfinity, -1.0, 0.0, 0.5, 1.0, 2.0, kInfinity, kNoNumber}) {
         SpecEnginePeer peer;
         peer->setQuantile(quantile);
         FrequencySpectrum spectrum(3);

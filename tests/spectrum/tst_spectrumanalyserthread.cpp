@@ -81,6 +81,7 @@ private Q_SLOTS:
     void invalidParametersAreLogged();
     void emittedSpectrumStaysWhenTheNextIsCalculated();
     void destroyingTheWorkerEndsItsThread();
+    void threadThatEndedFirstIsTheWorkersToDelete();
 };
 
 void TestSpectrumAnalyserThread::initTestCase()
@@ -452,6 +453,20 @@ void TestSpectrumAnalyserThread::destroyingTheWorkerEndsItsThread()
     QVERIFY(thread->isRunning());
     worker->deleteLater();
     QTRY_VERIFY(!thread);
+}
+
+void TestSpectrumAnalyserThread::threadThatEndedFirstIsTheWorkersToDelete()
+{
+    auto *worker = new SpectrumAnalyserThread(nullptr);
+    const QPointer<QThread> thread = worker->thread();
+    thread->quit();
+    QVERIFY(thread->wait());
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(thread); // the worker asks it to quit
+    delete worker;
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!thread);
 }
 
 QTEST_GUILESS_MAIN(TestSpectrumAnalyserThread)
