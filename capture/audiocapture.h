@@ -3,8 +3,7 @@
 
 #include "capture/captureaudiothread.h"
 #include "capture/deviceentry.h"
-#include "capture/sessionclients.h"
-
+#include "capture/capturesessions.h"
 #include <atomic>
 #include <audioclient.h>
 #include <mmdeviceapi.h>

@@ -1,4 +1,4 @@
-#include "capture/sessionclients.h"
+#include "capture/capturesessions.h"
 
 SessionClients::~SessionClients()
 {
