@@ -50,7 +50,7 @@ void AudioCapture::stopCapture()
 {
     const QMutexLocker lock(&m_mutex);
     m_autoRestart = false;
-    m_captureThread.retireSessions(m_sessionsQueued);
+    m_captureThread.sessions().retire();
     m_captureThread.clearRunning();
 }
 
@@ -82,7 +82,7 @@ void AudioCapture::waitForOldSession()
     connect(&m_captureThread, &CaptureAudioThread::stoped, &loop, &QEventLoop::quit);
     {
         const QMutexLocker lock(&m_mutex);
-        supersedeSessions();
+        m_captureThread.sessions().supersede();
         m_captureThread.clearRunning();
     }
     timer.start(3000);
@@ -97,17 +97,10 @@ void AudioCapture::waitForOldSession()
     m_autoRestart = true;
 }
 
-/// Ends every session queued so far in favour of the start that is under way.
-void AudioCapture::supersedeSessions()
-{
-    m_sessionsSuperseded = m_sessionsQueued;
-    m_captureThread.retireSessions(m_sessionsQueued);
-}
-
 /// Called with m_mutex held; lets go of it for the pause after the client's end.
 void AudioCapture::releaseOldSession()
 {
-    supersedeSessions(); // also one that was queued after the run flag was read
+    m_captureThread.sessions().supersede(); // also one that has not set the run flag yet
     if (pAudioClient) {
         pAudioClient->Stop();
         releaseClient();

@@ -3,7 +3,6 @@
 
 #include "capture/captureaudiothread.h"
 #include "capture/deviceentry.h"
-#include "capture/capturesessions.h"
 #include <atomic>
 #include <audioclient.h>
 #include <mmdeviceapi.h>
@@ -99,7 +98,6 @@ private:
 
     bool fallsBackAfterError() const;
     void waitForOldSession();
-    void supersedeSessions();
     void releaseOldSession();
     HRESULT bringUpSession();
     HRESULT openDevice(const QString &id);
@@ -132,18 +130,12 @@ private:
     WAVEFORMATEX *pwfx = nullptr;
     QList<DeviceEntry> m_deviceList;
     QString m_currentDevice;
-    SessionClients m_sessionClients; ///< outlives the worker
     CaptureAudioThread m_captureThread;
     bool m_autoRestart = false;
     mutable QMutex m_pendingMutex; ///< guards m_pendingDeviceId alone, never held for long
     QString m_pendingDeviceId;
     std::atomic<bool> m_ready {false};
     bool m_starting = false;
-
-    // Sessions are counted as the worker numbers them; all three under m_mutex.
-    quint64 m_sessionsQueued = 0;
-    quint64 m_sessionsSuperseded = 0; ///< up to this one ended because a newer start took over
-    quint64 m_sessionsEnded = 0; ///< whose stoped() has arrived
 };
 
 Q_DECLARE_METATYPE(WAVEFORMATEX)

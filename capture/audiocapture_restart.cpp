@@ -11,9 +11,8 @@
 /// choice that came after it.
 bool AudioCapture::fallsBackAfterError() const
 {
-    // The error precedes the stop of its session, which is the next one to arrive.
     const QMutexLocker lock(&m_mutex);
-    return !m_starting && m_sessionsEnded + 1 > m_sessionsSuperseded;
+    return !m_starting && !m_captureThread.sessions().nextIsSuperseded();
 }
 
 void AudioCapture::handleThreadStopped()
@@ -22,10 +21,10 @@ void AudioCapture::handleThreadStopped()
     bool restart = false;
     {
         // A start ends the session before it, and that stop may arrive here only after the start
-        // has set m_autoRestart again; the sessions' numbers tell it from a stop of its own.
+        // has set m_autoRestart again.
         const QMutexLocker lock(&m_mutex);
-        ++m_sessionsEnded;
-        restart = m_autoRestart && m_sessionsEnded > m_sessionsSuperseded;
+        const bool superseded = m_captureThread.sessions().stopArrived();
+        restart = m_autoRestart && !superseded;
     }
     if (!restart) {
         qDebug() << "[handleThreadStopped] 线程停止（不需要自动重启）";

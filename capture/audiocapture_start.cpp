@@ -346,8 +346,7 @@ void AudioCapture::startWorker(int blockAlign)
     qDebug() << "[Step 6] 调用 CaptureAudioThread::start";
     writeDiagnosticLog(
         QStringLiteral("Initialize成功, 启动采集线程 blockAlign=%1").arg(blockAlign));
-    m_sessionClients.add(pAudioClient);
-    ++m_sessionsQueued;
+    m_captureThread.sessions().queue(pAudioClient);
     QMetaObject::invokeMethod(&m_captureThread, "start", Qt::AutoConnection,
                               Q_ARG(IAudioClient *, pAudioClient), Q_ARG(int, blockAlign));
 }

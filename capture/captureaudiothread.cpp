@@ -37,6 +37,66 @@ SourceFormat sourceFormat(const WAVEFORMATEX *mix)
     return format;
 }
 
+/// Whether COM can be used on this thread; else *hr is the code.
+bool enterApartment(HRESULT *hr)
+{
+    *hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    if (FAILED(*hr)) {
+        qDebug() << "[Thread Error] CoInitializeEx 失败, hr =" << hexCode(*hr);
+        if (*hr != RPC_E_CHANGED_MODE)
+            return false;
+    }
+    qDebug() << "[Thread 2] CoInitialize 完成";
+    return true;
+}
+
+/// Starts the client and returns its capture service, to be released; null when that fails. *hr is
+/// the code of the call that failed, a success code when only its object is missing.
+IAudioCaptureClient *startClient(IAudioClient *client, HRESULT *hr)
+{
+    if (!enterApartment(hr))
+        return nullptr;
+    if (!client) {
+        qDebug() << "[Thread Error] pAudioClient 为空指针";
+        *hr = E_POINTER;
+        return nullptr;
+    }
+    qDebug() << "[Thread 3] 调用 GetService";
+    qDebug() << "[Thread 3a] IID_IAudioCaptureClient ="
+             << QString::number(IID_IAudioCaptureClient.Data1, 16);
+    void *service = nullptr;
+    *hr = client->GetService(IID_IAudioCaptureClient, &service);
+    qDebug() << "[Thread 4] GetService hr =" << hexCode(*hr);
+    if (FAILED(*hr) || !service) {
+        qDebug() << "GetService 失败，无法获取 IAudioCaptureClient";
+        return nullptr;
+    }
+    auto *capture = static_cast<IAudioCaptureClient *>(service);
+
+    qDebug() << "[Thread 5] 调用 Start";
+    *hr = client->Start();
+    qDebug() << "[Thread 6] Start hr =" << hexCode(*hr);
+    if (FAILED(*hr)) {
+        qDebug() << "Start 失败, hr =" << hexCode(*hr);
+        capture->Release();
+        return nullptr;
+    }
+    return capture;
+}
+
+/// Restarts a client that has had no packet for so many polls. False when it cannot be started.
+bool restartClient(IAudioClient *client, int emptyPolls)
+{
+    qDebug().nospace() << "[Thread] 2秒无数据(" << emptyPolls * kPollMs / 1000
+                       << "秒)，尝试 Stop/Start 恢复";
+    client->Stop();
+    QThread::msleep(kRecoveryPauseMs);
+    if (FAILED(client->Start()))
+        return false;
+    qDebug() << "[Thread] Stop/Start 恢复成功";
+    return true;
+}
+
 } // namespace
 
 CaptureAudioThread::CaptureAudioThread()
@@ -59,56 +119,28 @@ CaptureAudioThread::~CaptureAudioThread()
 
 void CaptureAudioThread::start(IAudioClient *pAudioClient, int blockAlign)
 {
-    ++m_session;
     qDebug().nospace() << "[Thread 1] start() 被调用, pAudioClient =" << pAudioClient
                        << " blockAlign =" << blockAlign;
-    if (isRetired()) {
-        Q_EMIT stoped();
-        return;
+    IAudioCaptureClient *capture = nullptr;
+    if (m_sessions.begin()) {
+        HRESULT hr = S_OK;
+        capture = startClient(pAudioClient, &hr);
+        if (capture)
+            run(pAudioClient, capture, blockAlign);
+        else if (!m_sessions.isRetired())
+            Q_EMIT error(hr);
     }
+    m_sessions.end();
+    Q_EMIT stoped();
+    if (capture)
+        qDebug() << "频谱引擎已停止采集！";
+}
 
-    HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    if (FAILED(hr)) {
-        qDebug() << "[Thread Error] CoInitializeEx 失败, hr =" << hexCode(hr);
-        if (hr != RPC_E_CHANGED_MODE) {
-            endUnstarted(hr);
-            return;
-        }
-    }
-    qDebug() << "[Thread 2] CoInitialize 完成";
-
-    if (!pAudioClient) {
-        qDebug() << "[Thread Error] pAudioClient 为空指针";
-        endUnstarted(E_POINTER);
-        return;
-    }
-
-    qDebug() << "[Thread 3] 调用 GetService";
-    qDebug() << "[Thread 3a] IID_IAudioCaptureClient ="
-             << QString::number(IID_IAudioCaptureClient.Data1, 16);
-    void *service = nullptr;
-    hr = pAudioClient->GetService(IID_IAudioCaptureClient, &service);
-    qDebug() << "[Thread 4] GetService hr =" << hexCode(hr);
-    if (FAILED(hr) || !service) {
-        qDebug() << "GetService 失败，无法获取 IAudioCaptureClient";
-        endUnstarted(hr); // a success code when only the pointer is missing
-        return;
-    }
-    auto *capture = static_cast<IAudioCaptureClient *>(service);
-
-    qDebug() << "[Thread 5] 调用 Start";
-    hr = pAudioClient->Start();
-    qDebug() << "[Thread 6] Start hr =" << hexCode(hr);
-    if (FAILED(hr)) {
-        qDebug() << "Start 失败, hr =" << hexCode(hr);
-        capture->Release();
-        endUnstarted(hr);
-        return;
-    }
-
-    m_running.store(1);
-    if (isRetired()) // between the first look and the set: the clear must win
-        m_running.store(0);
+/// A session whose client runs, to its end. Releases capture.
+void CaptureAudioThread::run(IAudioClient *pAudioClient, IAudioCaptureClient *capture,
+                             int blockAlign)
+{
+    m_sessions.setRunning();
     qDebug() << "频谱引擎已启动";
 
     WAVEFORMATEX *mix = nullptr;
@@ -123,36 +155,25 @@ void CaptureAudioThread::start(IAudioClient *pAudioClient, int blockAlign)
 
     drain(pAudioClient, capture, blockAlign, format);
 
-    if (isRetired())
-        m_running.store(0);
+    m_sessions.leaveLoop();
     CoTaskMemFree(mix);
     writeDiagnosticLog(QStringLiteral("采集线程退出循环"));
     qDebug() << "[Thread] 退出采集循环，准备停止";
     pAudioClient->Stop();
     capture->Release();
-    Q_EMIT stoped();
-    qDebug() << "频谱引擎已停止采集！";
-}
-
-void CaptureAudioThread::endUnstarted(HRESULT hr)
-{
-    if (!isRetired())
-        Q_EMIT error(hr);
-    Q_EMIT stoped();
 }
 
 /// The read loop; returns when the session is to end.
 void CaptureAudioThread::drain(IAudioClient *pAudioClient, IAudioCaptureClient *capture,
                                int blockAlign, const SourceFormat &format)
 {
-    const bool passThrough = blockAlign == kPassThroughBlockAlign;
     QByteArray raw;
     int emptyPolls = 0;
-    while (m_running.load() && !isRetired()) {
+    while (m_sessions.mayRun()) {
         QThread::msleep(kPollMs);
 
         UINT32 waiting = 0;
-        HRESULT hr = capture->GetNextPacketSize(&waiting);
+        const HRESULT hr = capture->GetNextPacketSize(&waiting);
         if (FAILED(hr)) {
             qDebug() << "[Thread Error] GetNextPacketSize 失败, hr =" << hexCode(hr);
             if (hr == AUDCLNT_E_DEVICE_INVALIDATED) {
@@ -161,46 +182,43 @@ void CaptureAudioThread::drain(IAudioClient *pAudioClient, IAudioCaptureClient *
                     QStringLiteral("采集线程: GetNextPacketSize DEVICE_INVALIDATED"));
                 return;
             }
-            continue;
-        }
-
-        if (waiting == 0) {
-            if (++emptyPolls <= kEmptyPollsBeforeRecovery)
-                continue;
-            qDebug().nospace() << "[Thread] 2秒无数据(" << emptyPolls * kPollMs / 1000
-                               << "秒)，尝试 Stop/Start 恢复";
-            pAudioClient->Stop();
-            QThread::msleep(kRecoveryPauseMs);
-            if (FAILED(pAudioClient->Start()))
+        } else if (waiting > 0) {
+            emptyPolls = 0;
+            if (takePacket(capture, raw, blockAlign, format) == AUDCLNT_E_DEVICE_INVALIDATED)
+                return;
+        } else if (++emptyPolls > kEmptyPollsBeforeRecovery) {
+            if (!restartClient(pAudioClient, emptyPolls))
                 return;
             emptyPolls = 0;
-            qDebug() << "[Thread] Stop/Start 恢复成功";
-            continue;
         }
-
-        emptyPolls = 0;
-        BYTE *data = nullptr;
-        UINT32 frames = 0;
-        DWORD flags = 0; // never examined: a silent packet is copied as it stands
-        hr = capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr);
-        if (FAILED(hr)) {
-            if (hr == AUDCLNT_E_DEVICE_INVALIDATED) {
-                qDebug() << "[Thread Error] GetBuffer 设备失效，停止采集";
-                writeDiagnosticLog(QStringLiteral("采集线程: GetBuffer DEVICE_INVALIDATED"));
-                return;
-            }
-            qDebug().nospace() << "[Thread Error] GetBuffer 瞬态错误, hr =" << hexCode(hr)
-                               << "，跳过";
-            continue;
-        }
-
-        copyPacket(raw, data, frames, blockAlign);
-        if (passThrough || frames == 0)
-            Q_EMIT notifyData(raw);
-        else
-            Q_EMIT notifyData(toStereo16(raw, frames, format));
-        capture->ReleaseBuffer(frames);
     }
+}
+
+/// Reads, converts and emits the packet that waits; raw is the memory that it is copied to. A
+/// failure other than AUDCLNT_E_DEVICE_INVALIDATED is passed over.
+HRESULT CaptureAudioThread::takePacket(IAudioCaptureClient *capture, QByteArray &raw,
+                                       int blockAlign, const SourceFormat &format)
+{
+    BYTE *data = nullptr;
+    UINT32 frames = 0;
+    DWORD flags = 0; // never examined: a silent packet is copied as it stands
+    const HRESULT hr = capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr);
+    if (hr == AUDCLNT_E_DEVICE_INVALIDATED) {
+        qDebug() << "[Thread Error] GetBuffer 设备失效，停止采集";
+        writeDiagnosticLog(QStringLiteral("采集线程: GetBuffer DEVICE_INVALIDATED"));
+        return hr;
+    }
+    if (FAILED(hr)) {
+        qDebug().nospace() << "[Thread Error] GetBuffer 瞬态错误, hr =" << hexCode(hr) << "，跳过";
+        return hr;
+    }
+    copyPacket(raw, data, frames, blockAlign);
+    if (blockAlign == kPassThroughBlockAlign || frames == 0)
+        Q_EMIT notifyData(raw);
+    else
+        Q_EMIT notifyData(toStereo16(raw, frames, format));
+    capture->ReleaseBuffer(frames);
+    return hr;
 }
 
 void CaptureAudioThread::forceStop()

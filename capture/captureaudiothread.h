@@ -1,6 +1,8 @@
 // The worker that drains one running loopback session after the other.
 #pragma once
 
+#include "capture/capturesessions.h"
+
 #include <atomic>
 #include <audioclient.h>
 #include <QByteArray>
@@ -18,20 +20,8 @@ struct SourceFormat;
 /// Ending a session. m_running is the run flag: start() sets it once the client runs, others clear
 /// it, the loop tests it before every poll (one pass is 5 ms plus the time of the audio calls).
 /// Leaving the loop because the device is gone, or because the client cannot be restarted, leaves
-/// the flag set until the next clear.
-///
-/// The flag alone cannot end a session that is queued or that has not reached its loop yet: the
-/// session would set it again. Therefore sessions are numbered from 1 in the order of their
-/// start() calls, and retireSessions(n) ends all up to n for good: one that has not begun returns
-/// with its stoped() and nothing else, one that fails to start reports no error, one in the loop
-/// leaves it as if the flag had been cleared.
-/// Who clears the flag retires first (retireSessions, then clearRunning). Then, whatever the order,
-/// a retired session never leaves the flag set behind a clear:
-///  - flag set, retired, cleared: the clear is last;
-///  - retired, flag set, cleared: the clear is last, and the session sees itself retired;
-///  - retired, cleared, flag set: the session looks at its retirement after setting the flag and
-///    takes the set back. No later session can have set it meanwhile, since sessions follow each
-///    other on one thread.
+/// the flag set until the next clear. What the flag alone cannot end is ended through sessions(),
+/// whose header tells a session's whole life.
 class CaptureAudioThread : public QObject {
     Q_OBJECT
 
@@ -43,8 +33,8 @@ public:
     ~CaptureAudioThread() override;
 
     /// Runs one capture session on the calling thread; invoked queued, so that this is the
-    /// worker's. pAudioClient is initialised for shared loopback and not started; it stays the
-    /// caller's, and must live until stoped(). blockAlign is the block align of the device's mix
+    /// worker's. pAudioClient is initialised for shared loopback and not started, and has been told
+    /// to sessions(), which keeps it alive. blockAlign is the block align of the device's mix
     /// format, in bytes; 4 passes packets through unconverted.
     Q_INVOKABLE void start(IAudioClient *pAudioClient, int blockAlign);
 
@@ -55,10 +45,12 @@ public:
 
     /// Whether the run flag is set. Callable from any thread.
     bool isRunning() const { return m_running.load() != 0; }
-    /// Clears the run flag. Callable from any thread.
+    /// Clears the run flag; sessions that are to end have been retired before. Callable from any
+    /// thread.
     void clearRunning() { m_running.store(0); }
-    /// Ends the sessions numbered up to `last`. Callable from any thread.
-    void retireSessions(quint64 last) { m_retired.store(last); }
+    /// The sessions of this worker.
+    CaptureSessions &sessions() { return m_sessions; }
+    const CaptureSessions &sessions() const { return m_sessions; }
 
 Q_SIGNALS:
     /// One captured packet: interleaved signed 16-bit little-endian stereo, 4 bytes a frame, or the
@@ -70,15 +62,15 @@ Q_SIGNALS:
     void error(HRESULT hr);
 
 private:
-    bool isRetired() const { return m_session <= m_retired.load(); }
-    void endUnstarted(HRESULT hr);
+    void run(IAudioClient *pAudioClient, IAudioCaptureClient *capture, int blockAlign);
     void drain(IAudioClient *pAudioClient, IAudioCaptureClient *capture, int blockAlign,
                const SourceFormat &format);
+    HRESULT takePacket(IAudioCaptureClient *capture, QByteArray &raw, int blockAlign,
+                       const SourceFormat &format);
 
     QThread *m_thread;
     std::atomic<qint32> m_running {0};
-    std::atomic<quint64> m_retired {0};
-    quint64 m_session = 0; ///< number of the session that begun last; the worker's thread only
+    CaptureSessions m_sessions {m_running};
 };
 
 Q_DECLARE_METATYPE(IAudioClient *)

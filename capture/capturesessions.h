@@ -1,27 +1,95 @@
-// The audio clients of the sessions that the worker still has before it.
+// The life of the worker's sessions, from the queue to the arrival of their stops.
 #pragma once
 
+#include <atomic>
 #include <audioclient.h>
 #include <QMutex>
 #include <QQueue>
 
-/// Keeps an audio client alive for as long as a queued or running session uses it, even when the
-/// controller has released its own reference meanwhile. First in, first out, as the worker runs
-/// them. Callable from any thread; never calls a client with its lock held.
-class SessionClients {
+/// A session is one run of the worker: one call of CaptureAudioThread::start. This class knows
+/// which sessions are queued, which are called off and which have ended, and holds their clients.
+///
+///     who starts (controller)          worker's thread
+///     queue()                          .
+///     .                                begin()        false: called off, goes on with end()
+///     .                                setRunning()   the client runs
+///     .                                mayRun()       before every poll
+///     .                                leaveLoop()
+///     .                                end()          then stoped() is emitted
+///     stopArrived()                    .
+///
+/// Sessions are numbered from 1 in the order of queue(). They run one after the other in that
+/// order, since each start() is queued to the one thread, and so do their stops arrive. A session
+/// that fails to start goes from begin() to end(). One whose start() the worker never comes to
+/// stays queued until the destructor.
+///
+/// The client. The controller drops its own reference whenever a newer start begins, so each
+/// session has one of its own, from queue() to end().
+///
+/// Calling a session off. The run flag ends a session that is in its loop, but not one that is
+/// queued or has not reached its loop yet: that one would set the flag again. Therefore retire()
+/// ends all sessions queued so far for good: one that has not begun does nothing but emit stoped(),
+/// one that fails to start reports no error, one in the loop leaves it as if the flag had been
+/// cleared.
+///
+/// Who clears the run flag retires first. Then, whatever the order, a retired session never leaves
+/// the flag set behind a clear:
+///  - flag set, retired, cleared: the clear is last;
+///  - retired, flag set, cleared: setRunning() sees the retirement, and the clear is last anyway;
+///  - retired, cleared, flag set: setRunning() looks at the retirement after setting the flag and
+///    takes the set back. No later session can have set it meanwhile, since one runs at a time.
+///
+/// Being taken over. A start ends the sessions before it, and their stops may arrive only after it
+/// has brought up its own. supersede() is a retire() that tells them apart: the stop of a
+/// superseded session is not answered by a restart, and a device that it found invalidated not by a
+/// change to the default device, which would undo a choice made after it. A session that is retired
+/// only ended on request; whether its stop is answered is the controller's to say.
+///
+/// Any thread may call anything, but for the worker's calls. isRetired and mayRun take no lock. No
+/// client is called with the lock held.
+class CaptureSessions {
 public:
-    SessionClients() = default;
-    SessionClients(const SessionClients &) = delete;
-    SessionClients &operator=(const SessionClients &) = delete;
-    /// Releases what is left: sessions that never ran.
-    ~SessionClients();
+    /// The run flag is the worker's: non-zero while the loop may go on. Must outlive this object.
+    explicit CaptureSessions(std::atomic<qint32> &running);
+    CaptureSessions(const CaptureSessions &) = delete;
+    CaptureSessions &operator=(const CaptureSessions &) = delete;
+    /// Drops the references of the sessions that never ran. The worker's thread has ended before.
+    ~CaptureSessions();
 
-    /// Takes a reference for a session that is about to be queued.
-    void add(IAudioClient *client);
-    /// Drops the reference of the session that has just ended; nothing when there is none.
-    void releaseFirst();
+    /// A start() with this client, which is not null, is about to be queued.
+    void queue(IAudioClient *client);
+    /// Ends every session queued so far.
+    void retire();
+    /// Ends every session queued so far in favour of a newer start.
+    void supersede();
+    /// Whether the session whose stop is the next to arrive is superseded. Its error, if there is
+    /// one, arrives before its stop.
+    bool nextIsSuperseded() const;
+    /// The stop of the oldest session has arrived. Returns whether that session was superseded.
+    bool stopArrived();
+
+    // --- the worker's thread, for the session that it runs
+    /// The next session begins. False when it is retired.
+    bool begin();
+    /// Whether the session is retired; it then reports no error.
+    bool isRetired() const { return m_begun <= m_retired.load(); }
+    /// Sets the run flag, unless the session is retired.
+    void setRunning();
+    /// Whether the loop may go on.
+    bool mayRun() const { return m_running.load() != 0 && !isRetired(); }
+    /// Clears the run flag if the session is retired. Else it stays as the loop left it: set when
+    /// the device is gone or the client cannot be restarted, until somebody clears it.
+    void leaveLoop();
+    /// The session needs its client no more.
+    void end();
 
 private:
-    QMutex m_mutex;
-    QQueue<IAudioClient *> m_clients;
+    std::atomic<qint32> &m_running;
+    mutable QMutex m_mutex; ///< guards the four below
+    quint64 m_queued = 0;
+    quint64 m_superseded = 0; ///< number of the last one that a newer start took over
+    quint64 m_stopsArrived = 0;
+    QQueue<IAudioClient *> m_clients; ///< of the sessions that have not ended, the oldest first
+    std::atomic<quint64> m_retired {0}; ///< number of the last one that is retired
+    quint64 m_begun = 0; ///< number of the session that begun last; the worker's thread only
 };

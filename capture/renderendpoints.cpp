@@ -27,9 +27,6 @@ AudioCapture::AudioCapture(QObject *parent)
     connect(&m_captureThread, &CaptureAudioThread::error, this, &AudioCapture::handleStartError);
     connect(&m_captureThread, &CaptureAudioThread::stoped, this, &AudioCapture::handleThreadStopped,
             Qt::QueuedConnection);
-    connect(
-        &m_captureThread, &CaptureAudioThread::stoped, this,
-        [this] { m_sessionClients.releaseFirst(); }, Qt::DirectConnection);
 
     hr = createDeviceEnumerator(&pOutputEnumerator);
     if (FAILED(hr) || !pOutputEnumerator) {
@@ -46,7 +43,7 @@ AudioCapture::~AudioCapture()
 {
     if (pOutputEnumerator)
         pOutputEnumerator->UnregisterEndpointNotificationCallback(this);
-    m_captureThread.retireSessions(m_sessionsQueued); // also those that have not begun
+    m_captureThread.sessions().retire(); // also those that have not begun
     m_captureThread.forceStop();
     if (pAudioClient)
         pAudioClient->Stop();

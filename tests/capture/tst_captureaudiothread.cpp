@@ -188,6 +188,7 @@ void TestCaptureAudioThread::otherApartmentIsTolerated()
             session.worker->clearRunning();
         });
         ++session.starts;
+        session.worker->sessions().queue(client);
         session.worker->start(client, 8);
         stopper.join();
         CoUninitialize();
@@ -217,12 +218,14 @@ void TestCaptureAudioThread::secondSessionRunsAfterTheFirst()
 void TestCaptureAudioThread::retiredSessionNeverBegins()
 {
     Session session;
-    session.worker->retireSessions(1);
-    session.start(session.client(), 8);
+    IAudioClient *client = session.client();
+    session.worker->sessions().queue(client);
+    session.worker->sessions().retire();
+    session.invoke(client, 8);
     QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
     QCOMPARE(session.errors.size(), 0);
     QCOMPARE(session.scene.audio.calls(FakeCall::GetService), 0);
-    session.start(session.client(), 8); // number 2 is not retired
+    session.start(session.client(), 8); // the next one is not retired
     QVERIFY(waitUntil([&] { return session.worker->isRunning(); }));
     session.stops.clear();
     QVERIFY(session.end());
@@ -234,7 +237,7 @@ void TestCaptureAudioThread::retiredSessionLeavesItsLoop()
     Session session;
     session.start(session.client(), 8);
     QVERIFY(waitUntil([&] { return session.worker->isRunning(); }));
-    session.worker->retireSessions(1);
+    session.worker->sessions().retire();
     QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
     QVERIFY(!session.worker->isRunning());
     QCOMPARE(session.errors.size(), 0);
@@ -247,7 +250,7 @@ void TestCaptureAudioThread::retiredSessionThatFailsReportsNoError()
     Session session;
     IAudioClient *client = session.client();
     session.scene.audio.fail(FakeCall::Start, {AUDCLNT_E_DEVICE_INVALIDATED});
-    session.scene.audio.setHook(FakeCall::Start, [&] { session.worker->retireSessions(1); });
+    session.scene.audio.setHook(FakeCall::Start, [&] { session.worker->sessions().retire(); });
     session.start(client, 8);
     QVERIFY(waitUntil([&] { return session.stops.size() == 1; }));
     QCOMPARE(session.errors.size(), 0);
@@ -260,7 +263,7 @@ void TestCaptureAudioThread::retirementWinsOverTheFlag()
     Session session;
     IAudioClient *client = session.client();
     session.scene.audio.setHook(FakeCall::Start, [&] {
-        session.worker->retireSessions(1);
+        session.worker->sessions().retire();
         session.worker->clearRunning();
     });
     session.start(client, 8);

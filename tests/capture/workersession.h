@@ -48,7 +48,14 @@ struct Session {
         clients.append(result);
         return result;
     }
+    /// A session as the controller makes it: told to sessions(), then invoked.
     void start(IAudioClient *client, int blockAlign)
+    {
+        if (client)
+            worker->sessions().queue(client);
+        invoke(client, blockAlign);
+    }
+    void invoke(IAudioClient *client, int blockAlign)
     {
         ++starts;
         QVERIFY(QMetaObject::invokeMethod(worker.get(), "start", Qt::AutoConnection,
