@@ -17,8 +17,8 @@ class Widget;
 /// message fifty times a second, restarts capture when the user comes back to the desktop.
 ///
 /// One pixel off the screen, in no task bar: it is there to hold the form and to receive the
-/// session's notifications. Lives on the GUI thread, for the whole run of the event loop, which
-/// does not end when windows close.
+/// notifications of log-on and unlock. Lives on the GUI thread, for the whole run of the event
+/// loop, which does not end when windows close.
 class Widget : public QWidget {
     Q_OBJECT
 
@@ -43,7 +43,7 @@ private Q_SLOTS:
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
-    /// Acts on the session's notifications; never marks a message as consumed.
+    /// Acts on the notifications of log-on and unlock; never marks a message as consumed.
     bool nativeEvent(const QByteArray &eventType, void *message, long *result) override;
 
 private:

@@ -1,4 +1,5 @@
-// The window's part in the user's session: its notifications, and what they restart.
+// The user logs on, connects or unlocks: the notifications of it, and the restart that they cause.
+// Windows calls this the user's session; here a session is one run of the capture worker.
 #include "app/widget.h"
 
 #include "spectrum/specengine.h"
