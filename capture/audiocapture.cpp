@@ -1,49 +1,121 @@
-// A start from its first step to its last, and the stop.
+// The controller's life, what it is asked, and the ways back into a start.
 #include "capture/audiocapture.h"
 
+#include "capture/comobjects.h"
 #include "capture/diagnosticlog.h"
+#include "capture/renderendpoints.h"
+#include "capture/startfailure.h"
 #include "capture/wasapierrortext.h"
+#include "platform/deviceenumerator.h"
+#include "report/deliverreport.h"
 
 #include <objbase.h>
 #include <QDebug>
-#include <QEventLoop>
-#include <QThread>
 #include <QTimer>
 
-void AudioCapture::startCapture()
+namespace {
+
+constexpr int kRestartDelayMs = 500;
+
+} // namespace
+
+AudioCapture::AudioCapture(QObject *parent)
+    : QObject(parent)
+    , m_currentDevice(followDefaultName())
 {
-    QString device;
-    {
-        const QMutexLocker lock(&m_mutex);
-        if (m_starting) {
-            qDebug() << "[startCapture] 已在执行中，跳过本次调用";
-            return;
-        }
-        m_starting = true;
-        device = m_currentDevice;
-    }
-    writeDiagnosticLog(QStringLiteral("startCapture 开始, 当前设备=") + device);
+    qRegisterMetaType<IAudioClient *>("IAudioClient*");
+    qRegisterMetaType<HRESULT>("HRESULT");
+    qRegisterMetaType<WAVEFORMATEX>("WAVEFORMATEX"); // formatChanged crosses threads
 
-    const HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     if (FAILED(hr) && hr != RPC_E_CHANGED_MODE)
-        qDebug() << "[startCapture] CoInitializeEx 失败, hr =" << hexCode(hr);
+        qDebug() << "[AudioCapture] CoInitializeEx 失败, hr =" << hexCode(hr);
 
-    bool oldSessionRuns = false;
+    connect(&m_captureThread, &CaptureAudioThread::notifyData, this,
+            [this](const QByteArray &data) { Q_EMIT notifyData(data); });
+    connect(&m_captureThread, &CaptureAudioThread::error, this, &AudioCapture::handleStartError);
+    connect(&m_captureThread, &CaptureAudioThread::stoped, this, &AudioCapture::handleThreadStopped,
+            Qt::QueuedConnection);
+
+    hr = createDeviceEnumerator(&pOutputEnumerator);
+    if (FAILED(hr) || !pOutputEnumerator) {
+        pOutputEnumerator = nullptr;
+        qDebug() << "[AudioCapture] CoCreateInstance 失败, hr =" << hexCode(hr);
+        return;
+    }
+    pOutputEnumerator->RegisterEndpointNotificationCallback(this);
+    flushDevices();
+    m_ready = true;
+}
+
+AudioCapture::~AudioCapture()
+{
+    if (pOutputEnumerator)
+        pOutputEnumerator->UnregisterEndpointNotificationCallback(this);
+    m_captureThread.sessions().retire(); // also those that have not begun
+    m_captureThread.forceStop();
+    if (pAudioClient)
+        pAudioClient->Stop();
+    releaseAndClear(pAudioClient);
+    releaseAndClear(pDevice);
+    CoTaskMemFree(pwfx);
+    pwfx = nullptr;
+    releaseAndClear(pOutputEnumerator);
+}
+
+void AudioCapture::flushDevices()
+{
+    const QMutexLocker lock(&m_mutex);
+    m_deviceList = renderEndpoints(pOutputEnumerator);
+}
+
+QList<DeviceEntry> AudioCapture::devices() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_deviceList;
+}
+
+QString AudioCapture::currentDevice() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_currentDevice;
+}
+
+bool AudioCapture::isCapturing() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_captureThread.isRunning();
+}
+
+const DeviceEntry *AudioCapture::findDevice(const QString &name) const
+{
+    const QMutexLocker lock(&m_mutex);
+    return findByName(m_deviceList, name);
+}
+
+QString AudioCapture::getDeviceName(LPCWSTR id)
+{
+    return endpointName(pOutputEnumerator, id);
+}
+
+HRESULT AudioCapture::getDefaultRenderDevice(IMMDevice **out)
+{
+    return openDefaultEndpoint(out);
+}
+
+void AudioCapture::setDiagnosticLogEnabled(bool enabled)
+{
+    enableDiagnosticLog(enabled);
+}
+
+void AudioCapture::setCurrentDevice(const QString &name)
+{
+    writeDiagnosticLog(QStringLiteral("setCurrentDevice -> ") + name);
     {
         const QMutexLocker lock(&m_mutex);
-        m_autoRestart = true;
-        oldSessionRuns = m_captureThread.isRunning();
+        m_currentDevice = name;
     }
-    if (oldSessionRuns)
-        waitForOldSession();
-
-    const QMutexLocker lock(&m_mutex);
-    releaseOldSession();
-    const HRESULT result = bringUpSession();
-    if (FAILED(result))
-        handleStartError(result);
-    // Cleared before the mutex is released: whoever waits for it finds the start finished.
-    m_starting = false;
+    startCapture();
 }
 
 void AudioCapture::stopCapture()
@@ -54,81 +126,66 @@ void AudioCapture::stopCapture()
     m_captureThread.clearRunning();
 }
 
-bool AudioCapture::isCapturing() const
+void AudioCapture::handleStartError(HRESULT hr)
 {
-    const QMutexLocker lock(&m_mutex);
-    return m_captureThread.isRunning();
-}
+    if (hr >= 0)
+        return;
+    qDebug() << "引擎启动失败，错误代码" << hexCode(hr);
 
-void AudioCapture::waitForOldSession()
-{
-    qDebug() << "[startCapture] 等待旧线程停止...";
+    QString report = startFailureReport(hr);
     {
         const QMutexLocker lock(&m_mutex);
-        m_autoRestart = false; // the stop that comes now is not to be answered by a restart
+        const QMutexLocker pendingLock(&m_pendingMutex);
+        report += deviceFormatDebugInfo({m_currentDevice, m_pendingDeviceId, m_ready,
+                                         pOutputEnumerator, pDevice, pAudioClient, pwfx});
     }
+    if (claimOnlyReport())
+        QMetaObject::invokeMethod(this,
+                                  [report] { deliverReport(report); }); // shown by a GUI thread
 
-    // The loop comes first: on a thread that is none of Qt's it makes the dispatcher that the timer
-    // needs.
-    QEventLoop loop;
-    QTimer timer;
-    bool timedOut = false;
-    timer.setSingleShot(true);
-    connect(&timer, &QTimer::timeout, &loop, [&loop, &timedOut] {
-        timedOut = true;
-        loop.quit();
-    });
-    // Queued to this thread, so that a worker that stops before exec() ends it all the same.
-    connect(&m_captureThread, &CaptureAudioThread::stoped, &loop, &QEventLoop::quit);
+    if (hr != AUDCLNT_E_DEVICE_INVALIDATED)
+        return;
+    bool fallBack = false;
+    {
+        // Not within a start, and not for a session that a newer start has taken over meanwhile:
+        // that must not undo a choice that came after it.
+        const QMutexLocker lock(&m_mutex);
+        fallBack = !m_starting && !m_captureThread.sessions().nextIsSuperseded();
+    }
+    if (fallBack)
+        setCurrentDevice(followDefaultName());
+}
+
+void AudioCapture::handleThreadStopped()
+{
+    writeDiagnosticLog(QStringLiteral("handleThreadStopped 触发"));
+    bool restart = false;
+    {
+        // A start ends the session before it, and that stop may arrive here only after the start
+        // has set m_autoRestart again.
+        const QMutexLocker lock(&m_mutex);
+        const bool superseded = m_captureThread.sessions().stopArrived();
+        restart = m_autoRestart && !superseded;
+    }
+    if (!restart) {
+        qDebug() << "[handleThreadStopped] 线程停止（不需要自动重启）";
+        return;
+    }
+    qDebug() << "[handleThreadStopped] 检测到线程停止，需要自动重启，延迟500ms...";
+    QTimer::singleShot(kRestartDelayMs, this, &AudioCapture::restartAfterStop);
+}
+
+void AudioCapture::restartAfterStop()
+{
+    bool wanted = false;
     {
         const QMutexLocker lock(&m_mutex);
-        m_captureThread.sessions().supersede();
-        m_captureThread.clearRunning();
+        wanted = m_autoRestart;
     }
-    timer.start(3000);
-    loop.exec();
-
-    // A worker that does not stop is left alone: it ends when it can, and the new session waits for
-    // its turn on the same thread.
-    if (timedOut)
-        qDebug() << "[startCapture] 线程停止超时，强制终止";
-    qDebug() << "[startCapture] 旧线程已停止";
-    const QMutexLocker lock(&m_mutex);
-    m_autoRestart = true;
-}
-
-/// Called with m_mutex held; lets go of it for the pause after the client's end.
-void AudioCapture::releaseOldSession()
-{
-    m_captureThread.sessions().supersede(); // also one that has not set the run flag yet
-    if (pAudioClient) {
-        pAudioClient->Stop();
-        releaseClient();
-        m_mutex.unlock();
-        QThread::msleep(500);
-        m_mutex.lock();
+    if (wanted) {
+        qDebug() << "[handleThreadStopped] 正在执行自动重启...";
+        startCapture();
+    } else {
+        qDebug() << "[handleThreadStopped] 自动重启已取消（用户可能已手动停止）";
     }
-    releaseDevice();
-    freeFormat();
-}
-
-void AudioCapture::releaseClient()
-{
-    if (pAudioClient)
-        pAudioClient->Release();
-    pAudioClient = nullptr;
-}
-
-void AudioCapture::releaseDevice()
-{
-    if (pDevice)
-        pDevice->Release();
-    pDevice = nullptr;
-}
-
-void AudioCapture::freeFormat()
-{
-    if (pwfx)
-        CoTaskMemFree(pwfx);
-    pwfx = nullptr;
 }

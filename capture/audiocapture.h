@@ -3,6 +3,7 @@
 
 #include "capture/captureaudiothread.h"
 #include "capture/deviceentry.h"
+
 #include <atomic>
 #include <audioclient.h>
 #include <mmdeviceapi.h>
@@ -13,7 +14,8 @@
 #include <QString>
 
 /// Owns the COM objects of one capture session and the worker that drains it, keeps the catalogue
-/// of render endpoints, and is itself the audio system's notification client.
+/// of render endpoints, and is itself the audio system's notification client. A session is one run
+/// of the worker (capturesessions.h).
 ///
 /// Life: constructed in the thread that becomes "the controller's thread" (the GUI thread);
 /// registered for notifications from the end of the constructor to the first step of the
@@ -24,9 +26,11 @@
 /// m_mutex, recursive, makes these calls exclusive; it is held during Steps 1 to 6 of a start, so a
 /// caller may wait for seconds. handleThreadStopped and all timers run in the controller's thread.
 ///
-/// A start that overlaps another one returns at once (m_starting). Nothing is lost by that: until
-/// Step 1 the running start has not looked at the wanted device yet, and from Step 1 to the end it
-/// holds m_mutex, which setCurrentDevice and the callbacks need first.
+/// Overlapping starts. Before Step 1, while the running start waits for the old session or pauses
+/// after its end, another start returns at once (m_starting); so does one from within the start
+/// itself, on its own thread. From Step 1 on the running start holds m_mutex to its end: a start on
+/// another thread waits for it and then starts again. No choice is lost by that: before Step 1 the
+/// running start has not looked at the wanted device yet, and after it the later start does.
 class AudioCapture : public QObject, public IMMNotificationClient {
     Q_OBJECT
 
@@ -65,11 +69,9 @@ public:
     /// First entry with exactly this display text, or null. The caller holds m_mutex, or knows that
     /// no other thread rebuilds the catalogue while it uses the entry.
     const DeviceEntry *findDevice(const QString &name) const;
-    /// Friendly name of an endpoint; "未知设备" for a null id, "已移除的设备" when it cannot be
-    /// read.
+    /// endpointName() by the controller's enumerator.
     QString getDeviceName(LPCWSTR id);
-    /// Default render endpoint by an enumerator of its own: the console role, else multimedia.
-    /// *out is null on failure; success with a null device counts as E_POINTER.
+    /// openDefaultEndpoint().
     static HRESULT getDefaultRenderDevice(IMMDevice **out);
 
     /// Switches the capture diagnostic log of the process.
@@ -94,33 +96,24 @@ Q_SIGNALS:
     void deviceChanged(const QString &newDevice);
 
 private:
-    static QString followDefaultName();
+    /// The wanted device and whether capture runs, looked at together.
+    struct InUse {
+        QString device; ///< display text
+        bool running;
+    };
+    InUse inUse() const;
+    QString followTarget(const QString &newDefault);
+    void restartAfterStop();
+    void restartAfterDeviceReturn(const QString &armedFor);
 
-    bool fallsBackAfterError() const;
     void waitForOldSession();
     void releaseOldSession();
     HRESULT bringUpSession();
-    HRESULT openDevice(const QString &id);
     HRESULT chooseDevice();
-    HRESULT checkDeviceState();
-    HRESULT tryActivate(DWORD context);
-    HRESULT activateClient();
-    HRESULT fetchMixFormat();
-    HRESULT readMixFormat(int *blockAlign);
-    HRESULT tryInitialize(REFERENCE_TIME duration);
-    HRESULT initializeAligned();
-    HRESULT initializeWithRetries();
-    HRESULT recoverOnDefaultDevice(int *blockAlign);
-    HRESULT initializeClient(int *blockAlign);
+    HRESULT initializeClient();
+    HRESULT recoverOnDefaultDevice();
     void announceFormat();
     void startWorker(int blockAlign);
-    void releaseClient();
-    void releaseDevice();
-    void freeFormat();
-    QString takePendingDeviceId();
-    QString defaultDeviceId();
-    QString deviceFormatDebugInfo() const;
-    void restartAfterDeviceReturn(const QString &armedFor);
 
     LONG m_refCount = 1;
     mutable QRecursiveMutex m_mutex;

@@ -2,6 +2,7 @@
 #include "capture/audiocapture.h"
 
 #include "capture/diagnosticlog.h"
+#include "capture/renderendpoints.h"
 
 #include <windows.h>
 #include <QDebug>
@@ -9,6 +10,10 @@
 #include <QTimer>
 
 namespace {
+
+constexpr int kReturnDelayMs = 500; // from a device's return to the restart
+constexpr int kLeaveLoopMs = 100; // for the worker to leave its loop
+constexpr ULONGLONG kSameDefaultMs = 500;
 
 const char *stateText(DWORD state)
 {
@@ -32,8 +37,8 @@ bool concerns(const QString &name, const QString &current)
     return name.contains(current) || current.contains(name);
 }
 
-/// Whether this id is new or 500 ms old, over all controllers of the process: one change of the
-/// default is announced once for each role.
+/// Whether this id is new or kSameDefaultMs old, over all controllers of the process: one change of
+/// the default is announced once for each role.
 bool isNewDefault(const QString &id)
 {
     static QMutex mutex;
@@ -41,7 +46,7 @@ bool isNewDefault(const QString &id)
     static ULONGLONG lastTick = 0;
     const QMutexLocker lock(&mutex);
     const ULONGLONG now = GetTickCount64(); // with the lock held, or it may lie before lastTick
-    if (id == lastId && now - lastTick < 500)
+    if (id == lastId && now - lastTick < kSameDefaultMs)
         return false;
     lastId = id;
     lastTick = now;
@@ -50,6 +55,38 @@ bool isNewDefault(const QString &id)
 
 } // namespace
 
+HRESULT AudioCapture::QueryInterface(REFIID riid, void **ppv)
+{
+    if (!ppv)
+        return E_POINTER;
+    if (riid == IID_IUnknown || riid == IID_IMMNotificationClient) {
+        *ppv = static_cast<IMMNotificationClient *>(this);
+        AddRef();
+        return S_OK;
+    }
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+}
+
+ULONG AudioCapture::AddRef()
+{
+    return static_cast<ULONG>(InterlockedIncrement(&m_refCount));
+}
+
+ULONG AudioCapture::Release()
+{
+    const LONG count = InterlockedDecrement(&m_refCount);
+    if (count == 0)
+        deleteLater();
+    return static_cast<ULONG>(count);
+}
+
+AudioCapture::InUse AudioCapture::inUse() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return {m_currentDevice, m_captureThread.isRunning()};
+}
+
 HRESULT AudioCapture::OnDeviceStateChanged(LPCWSTR id, DWORD newState)
 {
     if (!id)
@@ -57,14 +94,8 @@ HRESULT AudioCapture::OnDeviceStateChanged(LPCWSTR id, DWORD newState)
     const QString name = getDeviceName(id);
     qDebug() << "[设备状态变化] 设备:" << name << " 状态:" << stateText(newState);
 
-    QString current;
-    bool wasRunning = false;
-    {
-        const QMutexLocker lock(&m_mutex);
-        current = m_currentDevice;
-        wasRunning = m_captureThread.isRunning();
-    }
-    if (current != followDefaultName() && !concerns(name, current))
+    const InUse before = inUse();
+    if (before.device != followDefaultName() && !concerns(name, before.device))
         return S_OK;
 
     if (newState == DEVICE_STATE_ACTIVE) {
@@ -72,17 +103,30 @@ HRESULT AudioCapture::OnDeviceStateChanged(LPCWSTR id, DWORD newState)
         // This thread has no event loop, so the timer is armed in the controller's.
         QMetaObject::invokeMethod(
             this,
-            [this, current] {
-                QTimer::singleShot(500, Qt::PreciseTimer, this,
+            [this, current = before.device] {
+                QTimer::singleShot(kReturnDelayMs, Qt::PreciseTimer, this,
                                    [this, current] { restartAfterDeviceReturn(current); });
             },
             Qt::QueuedConnection);
     } else {
         qDebug() << "[设备状态] 当前使用的设备变为非活动状态，停止采集";
-        if (wasRunning)
+        if (before.running)
             stopCapture();
     }
     return S_OK;
+}
+
+/// Runs kReturnDelayMs after the device in use came back, whatever m_autoRestart says: a device
+/// that returns restarts capture even after a deliberate stop.
+void AudioCapture::restartAfterDeviceReturn(const QString &armedFor)
+{
+    const QMutexLocker lock(&m_mutex);
+    if (m_currentDevice == armedFor) {
+        qDebug() << "[设备状态] 正在重启采集...";
+        startCapture();
+    } else {
+        qDebug() << "[设备状态] 当前设备已变更，取消重启";
+    }
 }
 
 HRESULT AudioCapture::OnDeviceAdded(LPCWSTR id)
@@ -97,21 +141,15 @@ HRESULT AudioCapture::OnDeviceRemoved(LPCWSTR id)
     const QString name = getDeviceName(id);
     qDebug() << "[设备移除] 被移除的设备名称:" << name;
 
-    QString current;
-    bool wasRunning = false;
-    {
-        const QMutexLocker lock(&m_mutex);
-        current = m_currentDevice;
-        wasRunning = m_captureThread.isRunning();
-    }
-    qDebug() << "[设备移除] 当前使用的设备:" << current;
-    if (current == followDefaultName() || !concerns(name, current))
+    const InUse before = inUse();
+    qDebug() << "[设备移除] 当前使用的设备:" << before.device;
+    if (before.device == followDefaultName() || !concerns(name, before.device))
         return S_OK; // a removed default is announced as a change of the default
 
     qDebug() << "[设备移除] 当前使用的设备被移除，切换到默认设备";
-    if (wasRunning) {
+    if (before.running) {
         stopCapture();
-        QThread::msleep(100); // for the worker to leave its loop
+        QThread::msleep(kLeaveLoopMs);
     }
     setCurrentDevice(followDefaultName());
     flushDevices();
@@ -134,35 +172,29 @@ HRESULT AudioCapture::OnDefaultDeviceChanged(EDataFlow flow, ERole, LPCWSTR id)
     qDebug() << "[设备切换] 检测到输出设备变化:" << name;
     writeDiagnosticLog(QStringLiteral("OnDefaultDeviceChanged -> ") + name);
 
-    QString current;
-    bool wasRunning = false;
-    {
-        const QMutexLocker lock(&m_mutex);
-        current = m_currentDevice;
-        wasRunning = m_captureThread.isRunning();
-    }
-    const bool follow = current == followDefaultName();
-    qDebug() << "[设备切换] 用户之前选择的设备:" << current << ", 是否跟随:" << follow;
-    qDebug() << "[设备切换] 之前是否在运行:" << wasRunning;
+    const InUse before = inUse();
+    const bool follow = before.device == followDefaultName();
+    qDebug() << "[设备切换] 用户之前选择的设备:" << before.device << ", 是否跟随:" << follow;
+    qDebug() << "[设备切换] 之前是否在运行:" << before.running;
     if (!follow)
         return S_OK;
 
-    flushDevices();
-    QString target;
-    {
-        // The new default is listed with a suffix: its bare name is found only when another
-        // endpoint carries exactly that name.
-        const QMutexLocker lock(&m_mutex);
-        if (findDevice(name)) {
-            target = name;
-            qDebug() << "[设备切换] 已自动跟随到:" << name;
-        } else {
-            target = followDefaultName();
-            qDebug() << "[设备切换] 未找到设备，切换到默认设备";
-        }
-    }
-    setCurrentDevice(target);
+    setCurrentDevice(followTarget(name));
     return S_OK;
+}
+
+/// What is wanted from now on, the default being another endpoint. The new default is listed with a
+/// suffix: its bare name is found only when another endpoint carries exactly that name.
+QString AudioCapture::followTarget(const QString &newDefault)
+{
+    flushDevices();
+    const QMutexLocker lock(&m_mutex);
+    if (findDevice(newDefault)) {
+        qDebug() << "[设备切换] 已自动跟随到:" << newDefault;
+        return newDefault;
+    }
+    qDebug() << "[设备切换] 未找到设备，切换到默认设备";
+    return followDefaultName();
 }
 
 HRESULT AudioCapture::OnPropertyValueChanged(LPCWSTR, const PROPERTYKEY)

@@ -1,131 +1,158 @@
-// Steps 1 to 6 of a start. All of this runs with m_mutex held, on the thread that starts.
+// A start, from its first step to its last.
 #include "capture/audiocapture.h"
 
+#include "capture/comobjects.h"
 #include "capture/diagnosticlog.h"
+#include "capture/loopbackclient.h"
+#include "capture/renderendpoints.h"
 #include "capture/wasapierrortext.h"
-#include "platform/deviceenumerator.h"
 
-#include <initializer_list>
+#include <objbase.h>
 #include <QDebug>
+#include <QEventLoop>
 #include <QThread>
+#include <QTimer>
 #include <utility>
 
 namespace {
 
-constexpr REFERENCE_TIME kBufferDuration = 10'000'000; // one second
-constexpr int kTransientRetries = 3;
-constexpr int kTransientPauseMs = 200;
+constexpr int kOldSessionLimitMs = 3000; // for the old session to end by itself
+constexpr int kReleasePauseMs = 500; // after the old client's end
 constexpr int kRecoveryAttempts = 2;
-constexpr int kRecoveryPauseMs = 500;
-
-bool isTransient(HRESULT hr)
-{
-    return hr == AUDCLNT_E_EVENTHANDLE_NOT_SET || hr == AUDCLNT_E_BUFFER_OPERATION_PENDING;
-}
-
-/// What a call that may "succeed" without its object comes to.
-HRESULT resultWithObject(HRESULT hr, const void *object)
-{
-    return SUCCEEDED(hr) && !object ? E_POINTER : hr;
-}
-
-QString formatSuffix(WORD tag)
-{
-    switch (tag) {
-    case WAVE_FORMAT_EXTENSIBLE:
-        return QStringLiteral(" WAVEFORMATEXTENSIBLE");
-    case WAVE_FORMAT_PCM:
-        return QStringLiteral(" PCM");
-    case WAVE_FORMAT_IEEE_FLOAT:
-        return QStringLiteral(" IEEE_FLOAT");
-    default:
-        return {};
-    }
-}
+constexpr int kRecoveryPauseMs = 500; // before each of them
 
 } // namespace
 
-/// Brings the session up and queues it to the worker. Returns the code of the call that failed;
-/// what was acquired until then stays in the members.
+void AudioCapture::startCapture()
+{
+    QString device;
+    {
+        const QMutexLocker lock(&m_mutex);
+        if (m_starting) {
+            qDebug() << "[startCapture] 已在执行中，跳过本次调用";
+            return;
+        }
+        m_starting = true;
+        device = m_currentDevice;
+    }
+    writeDiagnosticLog(QStringLiteral("startCapture 开始, 当前设备=") + device);
+
+    const HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    if (FAILED(hr) && hr != RPC_E_CHANGED_MODE)
+        qDebug() << "[startCapture] CoInitializeEx 失败, hr =" << hexCode(hr);
+
+    bool oldSessionRuns = false;
+    {
+        const QMutexLocker lock(&m_mutex);
+        m_autoRestart = true;
+        oldSessionRuns = m_captureThread.isRunning();
+    }
+    if (oldSessionRuns)
+        waitForOldSession();
+
+    const QMutexLocker lock(&m_mutex);
+    releaseOldSession();
+    const HRESULT result = bringUpSession();
+    if (FAILED(result))
+        handleStartError(result);
+    // Cleared before the mutex is released: whoever waits for it finds the start finished.
+    m_starting = false;
+}
+
+void AudioCapture::waitForOldSession()
+{
+    qDebug() << "[startCapture] 等待旧线程停止...";
+    {
+        const QMutexLocker lock(&m_mutex);
+        m_autoRestart = false; // the stop that comes now is not to be answered by a restart
+    }
+
+    // The loop comes first: on a thread that is none of Qt's it makes the dispatcher that the timer
+    // needs.
+    QEventLoop loop;
+    QTimer timer;
+    bool timedOut = false;
+    timer.setSingleShot(true);
+    connect(&timer, &QTimer::timeout, &loop, [&loop, &timedOut] {
+        timedOut = true;
+        loop.quit();
+    });
+    // Queued to this thread, so that a worker that stops before exec() ends it all the same.
+    connect(&m_captureThread, &CaptureAudioThread::stoped, &loop, &QEventLoop::quit);
+    {
+        const QMutexLocker lock(&m_mutex);
+        m_captureThread.sessions().supersede();
+        m_captureThread.clearRunning();
+    }
+    timer.start(kOldSessionLimitMs);
+    loop.exec();
+
+    // A worker that does not stop is left alone: it ends when it can, and the new session waits for
+    // its turn on the same thread.
+    if (timedOut)
+        qDebug() << "[startCapture] 线程停止超时，强制终止";
+    qDebug() << "[startCapture] 旧线程已停止";
+    const QMutexLocker lock(&m_mutex);
+    m_autoRestart = true;
+}
+
+/// Called with m_mutex held, which is unlocked during the pause after the client's end. Who holds
+/// it around the whole start (restartAfterDeviceReturn) holds it during the pause as well.
+void AudioCapture::releaseOldSession()
+{
+    m_captureThread.sessions().supersede(); // also one that has not set the run flag yet
+    if (pAudioClient) {
+        pAudioClient->Stop();
+        releaseAndClear(pAudioClient);
+        m_mutex.unlock();
+        QThread::msleep(kReleasePauseMs);
+        m_mutex.lock();
+    }
+    releaseAndClear(pDevice);
+    CoTaskMemFree(pwfx);
+    pwfx = nullptr;
+}
+
+/// Steps 1 to 6: brings the session up and queues it to the worker. Called with m_mutex held, as
+/// all that follows. Returns the code of the call that failed; what was acquired until then stays
+/// in the members.
 HRESULT AudioCapture::bringUpSession()
 {
     HRESULT hr = chooseDevice();
     if (FAILED(hr))
         return hr;
-    hr = activateClient();
+    hr = activateClient(pDevice, &pAudioClient);
     if (FAILED(hr))
         return hr;
-    int blockAlign = 0;
-    hr = readMixFormat(&blockAlign);
+    hr = readMixFormat(pAudioClient, m_currentDevice, &pwfx);
     if (FAILED(hr))
         return hr;
-    hr = initializeClient(&blockAlign);
+    hr = initializeClient();
     if (FAILED(hr))
         return hr;
+    const int blockAlign = pwfx->nBlockAlign; // the device's, which is rewritten now
     announceFormat();
-
-    qDebug() << "[Step 5] GetBufferSize";
-    UINT32 frames = 0;
-    hr = pAudioClient->GetBufferSize(&frames);
-    if (FAILED(hr)) {
-        qDebug() << "GetBufferSize 失败" << hexCode(hr);
+    hr = readBufferSize(pAudioClient);
+    if (FAILED(hr))
         return hr;
-    }
-    qDebug() << "[Step 5a] Buffer 大小:" << frames << "帧";
-
     startWorker(blockAlign);
     return hr;
-}
-
-HRESULT AudioCapture::getDefaultRenderDevice(IMMDevice **out)
-{
-    *out = nullptr;
-    IMMDeviceEnumerator *enumerator = nullptr;
-    HRESULT hr = createDeviceEnumerator(&enumerator);
-    hr = resultWithObject(hr, enumerator);
-    if (FAILED(hr))
-        return hr;
-    for (const ERole role : {eConsole, eMultimedia}) {
-        IMMDevice *device = nullptr;
-        hr = enumerator->GetDefaultAudioEndpoint(eRender, role, &device);
-        hr = resultWithObject(hr, device);
-        if (SUCCEEDED(hr)) {
-            *out = device;
-            break;
-        }
-    }
-    enumerator->Release();
-    return hr;
-}
-
-HRESULT AudioCapture::openDevice(const QString &id)
-{
-    if (!pOutputEnumerator)
-        return E_POINTER;
-    IMMDevice *device = nullptr;
-    HRESULT hr = pOutputEnumerator->GetDevice(id.toStdWString().c_str(), &device);
-    hr = resultWithObject(hr, device);
-    if (SUCCEEDED(hr))
-        pDevice = device;
-    return hr;
-}
-
-QString AudioCapture::takePendingDeviceId()
-{
-    const QMutexLocker lock(&m_pendingMutex);
-    return std::exchange(m_pendingDeviceId, QString());
 }
 
 HRESULT AudioCapture::chooseDevice()
 {
     const DeviceEntry *entry = findDevice(m_currentDevice);
-    const QString pendingId = takePendingDeviceId();
+    QString pendingId;
+    {
+        const QMutexLocker lock(&m_pendingMutex);
+        pendingId = std::exchange(m_pendingDeviceId, QString());
+    }
     if (!pendingId.isEmpty())
         qDebug() << "[Step 1] 使用回调指定的设备ID:" << pendingId;
 
     if (entry && entry->name != followDefaultName() && !entry->id.isEmpty()) {
         qDebug() << "[Step 1] 使用指定输出设备:" << entry->name;
-        const HRESULT hr = openDevice(entry->id);
+        const HRESULT hr = openEndpoint(pOutputEnumerator, entry->id, &pDevice);
         if (FAILED(hr))
             qDebug() << "GetDevice 失败" << hexCode(hr);
         return hr;
@@ -133,7 +160,7 @@ HRESULT AudioCapture::chooseDevice()
 
     if (!pendingId.isEmpty()) {
         qDebug() << "[Step 1] 根据回调ID获取设备";
-        if (SUCCEEDED(openDevice(pendingId)))
+        if (SUCCEEDED(openEndpoint(pOutputEnumerator, pendingId, &pDevice)))
             return S_OK;
         qDebug() << "GetDevice(回调ID) 失败，回退到默认设备";
     } else {
@@ -145,173 +172,9 @@ HRESULT AudioCapture::chooseDevice()
     return hr;
 }
 
-/// Logs the endpoint's state; only an endpoint that is known to be absent fails here.
-HRESULT AudioCapture::checkDeviceState()
+HRESULT AudioCapture::initializeClient()
 {
-    DWORD state = 0;
-    if (FAILED(pDevice->GetState(&state)))
-        return S_OK;
-    qDebug() << "[Step 2a] 设备状态 =" << state
-             << "(1=ACTIVE, 2=DISABLED, 3=NOTPRESENT, 4=UNPLUGGED)";
-    if (state != DEVICE_STATE_ACTIVE)
-        qDebug() << "[Step 2a] 警告: 设备未激活，状态 =" << state;
-    if (state == DEVICE_STATE_NOTPRESENT) {
-        qDebug() << "[Step 2a] 错误: 设备不存在";
-        return AUDCLNT_E_DEVICE_INVALIDATED;
-    }
-    if (state == DEVICE_STATE_UNPLUGGED) {
-        qDebug() << "[Step 2a] 错误: 设备已拔出";
-        return AUDCLNT_E_DEVICE_INVALIDATED;
-    }
-    return S_OK;
-}
-
-HRESULT AudioCapture::tryActivate(DWORD context)
-{
-    void *client = nullptr;
-    HRESULT hr = pDevice->Activate(IID_IAudioClient, context, nullptr, &client);
-    hr = resultWithObject(hr, client);
-    if (SUCCEEDED(hr))
-        pAudioClient = static_cast<IAudioClient *>(client);
-    return hr;
-}
-
-HRESULT AudioCapture::activateClient()
-{
-    qDebug() << "[Step 2] Activate IAudioClient";
-    HRESULT hr = checkDeviceState();
-    if (FAILED(hr))
-        return hr;
-    qDebug() << "[Step 2b] IID_IAudioClient =" << QString::number(IID_IAudioClient.Data1, 16);
-
-    hr = tryActivate(CLSCTX_INPROC_SERVER);
-    if (FAILED(hr)) {
-        qDebug() << "CLSCTX_INPROC_SERVER 失败，再试 CLSCTX_ALL";
-        hr = tryActivate(CLSCTX_ALL);
-    }
-    if (FAILED(hr)) {
-        qDebug() << "Activate 失败" << hexCode(hr);
-        writeDiagnosticLog(QStringLiteral("Activate 失败, hr=0x") + hexCode(hr));
-        if (hr == E_NOINTERFACE)
-            qDebug() << "错误: 不支持此接口，可能是驱动不支持 WASAPI";
-        else if (hr == AUDCLNT_E_DEVICE_INVALIDATED)
-            qDebug() << "错误: 设备无效";
-        else if (hr == CO_E_NOTINITIALIZED)
-            qDebug() << "错误: COM 未初始化";
-    }
-    return hr;
-}
-
-/// Takes the client's mix format into pwfx, which is null before.
-HRESULT AudioCapture::fetchMixFormat()
-{
-    WAVEFORMATEX *format = nullptr;
-    HRESULT hr = pAudioClient->GetMixFormat(&format);
-    hr = resultWithObject(hr, format);
-    if (SUCCEEDED(hr))
-        pwfx = format;
-    return hr;
-}
-
-HRESULT AudioCapture::readMixFormat(int *blockAlign)
-{
-    qDebug() << "[Step 3] GetMixFormat";
-    const HRESULT hr = fetchMixFormat();
-    if (FAILED(hr)) {
-        qDebug() << "GetMixFormat 失败" << hexCode(hr);
-        writeDiagnosticLog(QStringLiteral("GetMixFormat 失败, hr=0x") + hexCode(hr));
-        return hr;
-    }
-    const WAVEFORMATEX &mix = *pwfx;
-    qDebug().nospace() << "[Step 3a] 原始格式: 通道=" << mix.nChannels
-                       << " 采样率=" << mix.nSamplesPerSec << " 位深=" << mix.wBitsPerSample
-                       << " 格式标签=" << mix.wFormatTag;
-    qDebug() << "------运行状态:------";
-    qDebug().noquote() << QStringLiteral("音频设备——（") + m_currentDevice
-            + QStringLiteral("）已就绪！");
-    qDebug().nospace() << "通道数 : " << mix.nChannels;
-    qDebug().nospace() << "采样率 : " << mix.nSamplesPerSec;
-    qDebug().nospace() << "位深  : " << mix.wBitsPerSample;
-    writeDiagnosticLog(QStringLiteral("当前设备: %1 | %2ch %3bit %4Hz blockAlign=%5")
-                           .arg(m_currentDevice, QString::number(mix.nChannels),
-                                QString::number(mix.wBitsPerSample),
-                                QString::number(mix.nSamplesPerSec),
-                                QString::number(mix.nBlockAlign))
-                       + formatSuffix(mix.wFormatTag));
-    *blockAlign = mix.nBlockAlign;
-    return hr;
-}
-
-HRESULT AudioCapture::tryInitialize(REFERENCE_TIME duration)
-{
-    return pAudioClient->Initialize(AUDCLNT_SHAREMODE_SHARED, AUDCLNT_STREAMFLAGS_LOOPBACK,
-                                    duration, 0, pwfx, nullptr);
-}
-
-/// Initialises once more with the duration of a whole number of frames. Without a buffer size, or
-/// a rate to divide by, nothing is tried and AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED or the code of
-/// GetBufferSize stands.
-HRESULT AudioCapture::initializeAligned()
-{
-    qDebug() << "[Step 4c] Buffer 对齐问题，尝试调整...";
-    UINT32 frames = 0;
-    const HRESULT hr = pAudioClient->GetBufferSize(&frames);
-    if (FAILED(hr))
-        return hr;
-    if (pwfx->nSamplesPerSec == 0)
-        return AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED;
-    // NOLINTNEXTLINE(bugprone-incorrect-roundings): neither number is below 0
-    return tryInitialize(static_cast<REFERENCE_TIME>(
-        static_cast<double>(kBufferDuration) * frames / pwfx->nSamplesPerSec + 0.5));
-}
-
-HRESULT AudioCapture::initializeWithRetries()
-{
-    for (int retry = 1;; ++retry) {
-        HRESULT hr = tryInitialize(kBufferDuration);
-        if (hr == AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED)
-            hr = initializeAligned();
-        if (SUCCEEDED(hr))
-            return hr;
-        if (!isTransient(hr)) {
-            qDebug().noquote() << QStringLiteral("[Step 4d] 非瞬态错误: 0x") + hexCode(hr);
-            return hr;
-        }
-        if (retry > kTransientRetries)
-            return hr;
-        qDebug().noquote() << QStringLiteral("[Step 4d] 瞬态错误 0x%1，第%2次重试...")
-                                  .arg(hexCode(hr), QString::number(retry));
-        QThread::msleep(kTransientPauseMs);
-    }
-}
-
-/// One attempt to come up on the default endpoint, whatever device is wanted. Every step that fails
-/// ends the attempt with its code.
-HRESULT AudioCapture::recoverOnDefaultDevice(int *blockAlign)
-{
-    releaseClient();
-    releaseDevice();
-    HRESULT hr = getDefaultRenderDevice(&pDevice);
-    if (FAILED(hr))
-        return hr;
-    hr = tryActivate(CLSCTX_INPROC_SERVER);
-    if (FAILED(hr))
-        return hr;
-    freeFormat();
-    hr = fetchMixFormat();
-    if (FAILED(hr))
-        return hr;
-    *blockAlign = pwfx->nBlockAlign;
-    return tryInitialize(kBufferDuration);
-}
-
-HRESULT AudioCapture::initializeClient(int *blockAlign)
-{
-    qDebug() << "[Step 4] Initialize (使用原始混音格式)";
-    qDebug().nospace() << "[Step 4a] 原始格式（通道=" << pwfx->nChannels
-                       << " 位深=" << pwfx->wBitsPerSample << " 采样率=" << pwfx->nSamplesPerSec
-                       << "）";
-    HRESULT hr = initializeWithRetries();
+    HRESULT hr = initializeWithRetries(pAudioClient, pwfx);
     if (SUCCEEDED(hr))
         return hr;
 
@@ -320,22 +183,37 @@ HRESULT AudioCapture::initializeClient(int *blockAlign)
     for (int attempt = 1; attempt <= kRecoveryAttempts && FAILED(hr); ++attempt) {
         QThread::msleep(kRecoveryPauseMs);
         writeDiagnosticLog(QStringLiteral("Initialize 重试 #%1").arg(attempt));
-        hr = recoverOnDefaultDevice(blockAlign);
+        hr = recoverOnDefaultDevice();
     }
     if (SUCCEEDED(hr))
         writeDiagnosticLog(QStringLiteral("Initialize 重试成功"));
     return hr;
 }
 
+/// One attempt to come up on the default endpoint, whatever device is wanted. Every step that fails
+/// ends the attempt with its code.
+HRESULT AudioCapture::recoverOnDefaultDevice()
+{
+    releaseAndClear(pAudioClient);
+    releaseAndClear(pDevice);
+    HRESULT hr = getDefaultRenderDevice(&pDevice);
+    if (FAILED(hr))
+        return hr;
+    hr = tryActivate(pDevice, CLSCTX_INPROC_SERVER, &pAudioClient);
+    if (FAILED(hr))
+        return hr;
+    CoTaskMemFree(pwfx);
+    pwfx = nullptr;
+    hr = fetchMixFormat(pAudioClient, &pwfx);
+    if (FAILED(hr))
+        return hr;
+    return tryInitialize(pAudioClient, pwfx);
+}
+
 /// Rewrites pwfx to the format of the converted data and tells it.
 void AudioCapture::announceFormat()
 {
-    pwfx->wFormatTag = WAVE_FORMAT_PCM;
-    pwfx->nChannels = 2;
-    pwfx->nBlockAlign = 4;
-    pwfx->wBitsPerSample = 16;
-    pwfx->nAvgBytesPerSec = pwfx->nSamplesPerSec * 4;
-    pwfx->cbSize = 0;
+    makeDownstream(pwfx);
     Q_EMIT formatChanged(*pwfx);
     qDebug() << "[Step 4f] Initialize成功，已通知下游16bit PCM";
 }

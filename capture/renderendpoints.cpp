@@ -1,157 +1,81 @@
-// Construction, the device catalogue and IUnknown.
-#include "capture/audiocapture.h"
+#include "capture/renderendpoints.h"
 
-#include "capture/diagnosticlog.h"
+#include "capture/comobjects.h"
 #include "capture/wasapierrortext.h"
 #include "platform/deviceenumerator.h"
 
 #include <windows.h>
 #include <functiondiscoverykeys_devpkey.h>
+#include <initializer_list>
 #include <objbase.h>
 #include <QDebug>
 
-AudioCapture::AudioCapture(QObject *parent)
-    : QObject(parent)
-    , m_currentDevice(followDefaultName())
+namespace {
+
+/// The friendly name in a property store; *hr is the code when it cannot be read.
+QString friendlyName(IPropertyStore *store, HRESULT *hr)
 {
-    qRegisterMetaType<IAudioClient *>("IAudioClient*");
-    qRegisterMetaType<HRESULT>("HRESULT");
-    qRegisterMetaType<WAVEFORMATEX>("WAVEFORMATEX"); // formatChanged crosses threads
+    PROPVARIANT value;
+    PropVariantInit(&value);
+    *hr = store->GetValue(PKEY_Device_FriendlyName, &value);
+    QString name;
+    if (SUCCEEDED(*hr) && value.pwszVal)
+        name = QString::fromWCharArray(value.pwszVal);
+    PropVariantClear(&value);
+    return name;
+}
 
-    HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    if (FAILED(hr) && hr != RPC_E_CHANGED_MODE)
-        qDebug() << "[AudioCapture] CoInitializeEx 失败, hr =" << hexCode(hr);
-
-    connect(&m_captureThread, &CaptureAudioThread::notifyData, this,
-            [this](const QByteArray &data) { Q_EMIT notifyData(data); });
-    connect(&m_captureThread, &CaptureAudioThread::error, this, &AudioCapture::handleStartError);
-    connect(&m_captureThread, &CaptureAudioThread::stoped, this, &AudioCapture::handleThreadStopped,
-            Qt::QueuedConnection);
-
-    hr = createDeviceEnumerator(&pOutputEnumerator);
-    if (FAILED(hr) || !pOutputEnumerator) {
-        pOutputEnumerator = nullptr;
-        qDebug() << "[AudioCapture] CoCreateInstance 失败, hr =" << hexCode(hr);
+/// The device's line of the catalogue; nothing when its id cannot be read.
+void appendEntry(QList<DeviceEntry> &entries, IMMDeviceEnumerator *enumerator, IMMDevice *device,
+                 const QString &defaultId)
+{
+    LPWSTR id = nullptr;
+    if (FAILED(device->GetId(&id)) || !id)
         return;
-    }
-    pOutputEnumerator->RegisterEndpointNotificationCallback(this);
-    flushDevices();
-    m_ready = true;
+    const QString idText = QString::fromWCharArray(id);
+    QString name = endpointName(enumerator, id);
+    if (idText == defaultId)
+        name += QStringLiteral(" (当前默认)");
+    entries.append({name, idText});
+    CoTaskMemFree(id);
 }
 
-AudioCapture::~AudioCapture()
+/// The active render endpoints, to be released, and their number; null without them.
+IMMDeviceCollection *activeEndpoints(IMMDeviceEnumerator *enumerator, UINT *count)
 {
-    if (pOutputEnumerator)
-        pOutputEnumerator->UnregisterEndpointNotificationCallback(this);
-    m_captureThread.sessions().retire(); // also those that have not begun
-    m_captureThread.forceStop();
-    if (pAudioClient)
-        pAudioClient->Stop();
-    releaseClient();
-    releaseDevice();
-    freeFormat();
-    if (pOutputEnumerator)
-        pOutputEnumerator->Release();
-    pOutputEnumerator = nullptr;
+    IMMDeviceCollection *collection = nullptr;
+    HRESULT hr = enumerator
+        ? enumerator->EnumAudioEndpoints(eRender, DEVICE_STATE_ACTIVE, &collection)
+        : E_POINTER;
+    if (FAILED(hr) || !collection) {
+        qDebug() << "[flushDevices] EnumAudioEndpoints 失败, hr =" << hexCode(hr);
+        return nullptr;
+    }
+    hr = collection->GetCount(count);
+    if (FAILED(hr)) {
+        qDebug() << "[flushDevices] GetCount 失败, hr =" << hexCode(hr);
+        collection->Release();
+        return nullptr;
+    }
+    qDebug() << "[flushDevices] 发现" << *count << "个输出设备";
+    return collection;
 }
 
-QString AudioCapture::followDefaultName()
+} // namespace
+
+QString followDefaultName()
 {
     return QStringLiteral("默认输出设备");
 }
 
-void AudioCapture::setDiagnosticLogEnabled(bool enabled)
-{
-    enableDiagnosticLog(enabled);
-}
-
-/// Id of the default render endpoint; empty when there is none. Called with m_mutex held.
-QString AudioCapture::defaultDeviceId()
-{
-    IMMDevice *device = nullptr;
-    if (FAILED(pOutputEnumerator->GetDefaultAudioEndpoint(eRender, eConsole, &device)) || !device)
-        return {};
-    QString result;
-    LPWSTR id = nullptr;
-    if (SUCCEEDED(device->GetId(&id)) && id) {
-        result = QString::fromWCharArray(id);
-        CoTaskMemFree(id);
-    }
-    device->Release();
-    return result;
-}
-
-void AudioCapture::flushDevices()
-{
-    const QMutexLocker lock(&m_mutex);
-    m_deviceList.clear();
-    const QString defaultId = pOutputEnumerator ? defaultDeviceId() : QString();
-    m_deviceList.append({followDefaultName(), QString()});
-
-    IMMDeviceCollection *collection = nullptr;
-    HRESULT hr = pOutputEnumerator
-        ? pOutputEnumerator->EnumAudioEndpoints(eRender, DEVICE_STATE_ACTIVE, &collection)
-        : E_POINTER;
-    if (FAILED(hr) || !collection) {
-        qDebug() << "[flushDevices] EnumAudioEndpoints 失败, hr =" << hexCode(hr);
-        return;
-    }
-    UINT count = 0;
-    hr = collection->GetCount(&count);
-    if (FAILED(hr)) {
-        qDebug() << "[flushDevices] GetCount 失败, hr =" << hexCode(hr);
-        collection->Release();
-        return;
-    }
-    qDebug() << "[flushDevices] 发现" << count << "个输出设备";
-    for (UINT i = 0; i < count; ++i) {
-        IMMDevice *device = nullptr;
-        if (FAILED(collection->Item(i, &device)) || !device)
-            continue;
-        LPWSTR id = nullptr;
-        if (SUCCEEDED(device->GetId(&id)) && id) {
-            const QString idText = QString::fromWCharArray(id);
-            QString name = getDeviceName(id);
-            if (idText == defaultId)
-                name += QStringLiteral(" (当前默认)");
-            m_deviceList.append({name, idText});
-            CoTaskMemFree(id);
-        }
-        device->Release();
-    }
-    collection->Release();
-}
-
-QList<DeviceEntry> AudioCapture::devices() const
-{
-    const QMutexLocker lock(&m_mutex);
-    return m_deviceList;
-}
-
-QString AudioCapture::currentDevice() const
-{
-    const QMutexLocker lock(&m_mutex);
-    return m_currentDevice;
-}
-
-const DeviceEntry *AudioCapture::findDevice(const QString &name) const
-{
-    const QMutexLocker lock(&m_mutex);
-    for (const DeviceEntry &entry : m_deviceList) {
-        if (entry.name == name)
-            return &entry;
-    }
-    return nullptr;
-}
-
-QString AudioCapture::getDeviceName(LPCWSTR id)
+QString endpointName(IMMDeviceEnumerator *enumerator, LPCWSTR id)
 {
     if (!id)
         return QStringLiteral("未知设备");
     QString removed = QStringLiteral("已移除的设备");
 
     IMMDevice *device = nullptr;
-    HRESULT hr = pOutputEnumerator ? pOutputEnumerator->GetDevice(id, &device) : E_POINTER;
+    HRESULT hr = enumerator ? enumerator->GetDevice(id, &device) : E_POINTER;
     if (FAILED(hr) || !device) {
         qDebug() << "[getDeviceName] GetDevice 失败, hr =" << hexCode(hr);
         return removed;
@@ -163,42 +87,87 @@ QString AudioCapture::getDeviceName(LPCWSTR id)
         device->Release();
         return removed;
     }
-    PROPVARIANT value;
-    PropVariantInit(&value);
-    hr = store->GetValue(PKEY_Device_FriendlyName, &value);
-    QString name = removed;
-    if (SUCCEEDED(hr))
-        name = value.pwszVal ? QString::fromWCharArray(value.pwszVal) : QString();
-    else
+    const QString name = friendlyName(store, &hr);
+    if (FAILED(hr))
         qDebug() << "[getDeviceName] GetValue 失败, hr =" << hexCode(hr);
-    PropVariantClear(&value);
     store->Release();
     device->Release();
-    return name;
+    return SUCCEEDED(hr) ? name : removed;
 }
 
-HRESULT AudioCapture::QueryInterface(REFIID riid, void **ppv)
+QString defaultEndpointId(IMMDeviceEnumerator *enumerator)
 {
-    if (!ppv)
-        return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IMMNotificationClient) {
-        *ppv = static_cast<IMMNotificationClient *>(this);
-        AddRef();
-        return S_OK;
+    IMMDevice *device = nullptr;
+    if (!enumerator || FAILED(enumerator->GetDefaultAudioEndpoint(eRender, eConsole, &device))
+        || !device)
+        return {};
+    QString result;
+    LPWSTR id = nullptr;
+    if (SUCCEEDED(device->GetId(&id)) && id) {
+        result = QString::fromWCharArray(id);
+        CoTaskMemFree(id);
     }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
+    device->Release();
+    return result;
 }
 
-ULONG AudioCapture::AddRef()
+QList<DeviceEntry> renderEndpoints(IMMDeviceEnumerator *enumerator)
 {
-    return static_cast<ULONG>(InterlockedIncrement(&m_refCount));
+    const QString defaultId = defaultEndpointId(enumerator);
+    QList<DeviceEntry> entries {{followDefaultName(), QString()}};
+    UINT count = 0;
+    IMMDeviceCollection *collection = activeEndpoints(enumerator, &count);
+    if (!collection)
+        return entries;
+    for (UINT i = 0; i < count; ++i) {
+        IMMDevice *device = nullptr;
+        if (FAILED(collection->Item(i, &device)) || !device)
+            continue;
+        appendEntry(entries, enumerator, device, defaultId);
+        device->Release();
+    }
+    collection->Release();
+    return entries;
 }
 
-ULONG AudioCapture::Release()
+const DeviceEntry *findByName(const QList<DeviceEntry> &entries, const QString &name)
 {
-    const LONG count = InterlockedDecrement(&m_refCount);
-    if (count == 0)
-        deleteLater();
-    return static_cast<ULONG>(count);
+    for (const DeviceEntry &entry : entries) {
+        if (entry.name == name)
+            return &entry;
+    }
+    return nullptr;
+}
+
+HRESULT openEndpoint(IMMDeviceEnumerator *enumerator, const QString &id, IMMDevice **out)
+{
+    if (!enumerator)
+        return E_POINTER;
+    IMMDevice *device = nullptr;
+    HRESULT hr = enumerator->GetDevice(id.toStdWString().c_str(), &device);
+    hr = resultWithObject(hr, device);
+    if (SUCCEEDED(hr))
+        *out = device;
+    return hr;
+}
+
+HRESULT openDefaultEndpoint(IMMDevice **out)
+{
+    *out = nullptr;
+    IMMDeviceEnumerator *enumerator = nullptr;
+    HRESULT hr = createDeviceEnumerator(&enumerator);
+    hr = resultWithObject(hr, enumerator);
+    if (FAILED(hr))
+        return hr;
+    for (const ERole role : {eConsole, eMultimedia}) {
+        IMMDevice *device = nullptr;
+        hr = enumerator->GetDefaultAudioEndpoint(eRender, role, &device);
+        hr = resultWithObject(hr, device);
+        if (SUCCEEDED(hr)) {
+            *out = device;
+            break;
+        }
+    }
+    enumerator->Release();
+    return hr;
 }

@@ -1,14 +1,11 @@
-// What becomes of a start that failed.
-#include "capture/audiocapture.h"
+#include "capture/startfailure.h"
 
 #include "capture/wasapierrortext.h"
 #include "report/audioservicediagnostics.h"
-#include "report/deliverreport.h"
 #include "report/errorreport.h"
 #include "report/hextext.h"
 
 #include <atomic>
-#include <QDebug>
 
 namespace {
 
@@ -48,47 +45,35 @@ QString formatLines(const WAVEFORMATEX &format)
 
 } // namespace
 
-QString AudioCapture::deviceFormatDebugInfo() const
+QString startFailureReport(HRESULT hr)
 {
-    const QMutexLocker lock(&m_mutex);
-    QString pendingId;
-    {
-        const QMutexLocker pendingLock(&m_pendingMutex);
-        pendingId = m_pendingDeviceId;
-    }
+    const QString message = QStringLiteral("WASAPI Error: %1\nError Code: 0x%2")
+                                .arg(wasapiErrorText(hr), hexText(hr, 8));
+    QString report = buildErrorReport(QStringLiteral("Audio Service Error"), message);
+    report += QLatin1Char('\n') + audioServiceDiagnostics();
+    return report;
+}
+
+QString deviceFormatDebugInfo(const StartState &state)
+{
     QString text = QStringLiteral("\n[Device Format Debug Info]\n");
-    text += QStringLiteral("  Current Device: %1\n").arg(m_currentDevice);
+    text += QStringLiteral("  Current Device: %1\n").arg(state.wantedDevice);
     text += QStringLiteral("  pOutputEnumerator: %1\n")
-                .arg(pOutputEnumerator ? QStringLiteral("valid") : QStringLiteral("NULL!"));
-    text += QStringLiteral("  m_pendingDeviceId: '%1'\n").arg(pendingId);
+                .arg(state.enumerator ? QStringLiteral("valid") : QStringLiteral("NULL!"));
+    text += QStringLiteral("  m_pendingDeviceId: '%1'\n").arg(state.pendingDeviceId);
     text += QStringLiteral("  m_ready: %1\n")
-                .arg(m_ready ? QStringLiteral("true") : QStringLiteral("false"));
-    text += QStringLiteral("  pDevice: %1\n").arg(validOrNull(pDevice));
-    text += QStringLiteral("  pAudioClient: %1\n").arg(validOrNull(pAudioClient));
-    if (pwfx)
-        text += formatLines(*pwfx);
+                .arg(state.ready ? QStringLiteral("true") : QStringLiteral("false"));
+    text += QStringLiteral("  pDevice: %1\n").arg(validOrNull(state.device));
+    text += QStringLiteral("  pAudioClient: %1\n").arg(validOrNull(state.client));
+    if (state.format)
+        text += formatLines(*state.format);
     else
         text += QStringLiteral("  pwfx = null (device not initialized)\n");
     return text;
 }
 
-void AudioCapture::handleStartError(HRESULT hr)
+bool claimOnlyReport()
 {
-    if (hr >= 0)
-        return;
-    qDebug() << "引擎启动失败，错误代码" << hexCode(hr);
-
-    const QString message = QStringLiteral("WASAPI Error: %1\nError Code: 0x%2")
-                                .arg(wasapiErrorText(hr), hexText(hr, 8));
-    QString report = buildErrorReport(QStringLiteral("Audio Service Error"), message);
-    report += QLatin1Char('\n') + audioServiceDiagnostics();
-    report += deviceFormatDebugInfo();
-
     int notYet = 0;
-    if (s_reported.compare_exchange_strong(notYet, 1))
-        QMetaObject::invokeMethod(this,
-                                  [report] { deliverReport(report); }); // shown by a GUI thread
-
-    if (hr == AUDCLNT_E_DEVICE_INVALIDATED && fallsBackAfterError())
-        setCurrentDevice(followDefaultName());
+    return s_reported.compare_exchange_strong(notYet, 1);
 }
