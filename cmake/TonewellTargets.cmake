@@ -127,3 +127,20 @@ function(tonewell_test_environment name)
         endif()
     endif()
 endfunction()
+
+# tonewell_window_test(<name>): the Python test <name>.py of this folder, which starts the program
+# on an X server and an accessibility bus of its own.
+function(tonewell_window_test name)
+    find_program(TONEWELL_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH REQUIRED)
+    add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/support/linux/with_xvfb -s 1280x1024
+        ${TONEWELL_PYTHON} ${CMAKE_CURRENT_SOURCE_DIR}/${name}.py)
+    tonewell_test_environment(${name})
+    set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
+        "TONEWELL_PROGRAM=$<TARGET_FILE:TonewellDetection>"
+        "PYTHONDONTWRITEBYTECODE=1"
+        "ASAN_OPTIONS=detect_stack_use_after_return=1:detect_leaks=0")
+    set_tests_properties(${name} PROPERTIES LABELS server TIMEOUT 300)
+    if(TONEWELL_SANITIZER STREQUAL "thread") # see tonewell_test
+        set_tests_properties(${name} PROPERTIES DISABLED TRUE)
+    endif()
+endfunction()

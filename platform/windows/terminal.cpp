@@ -38,6 +38,30 @@ void giveTerminalBack()
     s_leave = nullptr;
 }
 
+bool terminalShowsUtf8()
+{
+    return GetConsoleOutputCP() == CP_UTF8;
+}
+
+QByteArray readTypedBytes()
+{
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD waiting = 0; // only a console has any
+    if (!s_leave || !GetNumberOfConsoleInputEvents(input, &waiting))
+        return {};
+    QByteArray typed;
+    for (INPUT_RECORD event {}; waiting > 0; --waiting) {
+        DWORD read = 0;
+        if (!ReadConsoleInputW(input, &event, 1, &read) || read == 0)
+            break;
+        const KEY_EVENT_RECORD &key = event.Event.KeyEvent;
+        if (event.EventType == KEY_EVENT && key.bKeyDown && key.uChar.UnicodeChar != 0
+            && key.uChar.UnicodeChar < 0x80)
+            typed.append(static_cast<char>(key.uChar.UnicodeChar));
+    }
+    return typed;
+}
+
 TerminalSize terminalSize()
 {
     CONSOLE_SCREEN_BUFFER_INFO info {};

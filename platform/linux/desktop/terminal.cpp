@@ -2,11 +2,14 @@
 
 #include <array>
 #include <cerrno>
+#include <clocale>
 #include <csignal>
 #include <cstring>
+#include <langinfo.h>
 #include <poll.h>
 #include <QByteArray>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -34,13 +37,17 @@ bool isInBackground()
     return foreground != -1 && foreground != getpgrp(); // -1: not the terminal of our session
 }
 
-void setEcho(bool on)
+/// As it was before, or so that keys come one by one and are not shown.
+void setLineInput(bool on)
 {
     if (isInBackground()) // where it would stop the process; the shell has its own settings
         return;
     termios now = s_before;
-    if (!on)
-        now.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    if (!on) {
+        now.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON);
+        now.c_cc[VMIN] = 1;
+        now.c_cc[VTIME] = 0;
+    }
     tcsetattr(STDOUT_FILENO, TCSANOW, &now);
 }
 
@@ -63,7 +70,7 @@ void giveBackInHandler()
     if (!s_taken)
         return;
     s_taken = 0;
-    setEcho(true);
+    setLineInput(true);
     pollfd output {STDOUT_FILENO, POLLOUT, 0};
     if (poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0) // nobody may be reading
         print(s_leave);
@@ -137,6 +144,14 @@ void installHandlers()
     install(SIGTSTP, handleStop); // which the last stop has removed
 }
 
+bool isSameTerminal(int a, int b)
+{
+    struct stat first = {};
+    struct stat second = {};
+    return isatty(a) == 1 && isatty(b) == 1 && fstat(a, &first) == 0 && fstat(b, &second) == 0
+        && first.st_rdev == second.st_rdev;
+}
+
 } // namespace
 
 bool standardOutputIsTerminal()
@@ -157,7 +172,7 @@ bool takeTerminal(const char *enter, const char *leave)
     if (!s_taken && tcgetattr(STDOUT_FILENO, &s_before) != 0)
         return false;
     s_taken = 1;
-    setEcho(false);
+    setLineInput(false);
     print(s_enter);
     installHandlers();
     return true;
@@ -168,8 +183,32 @@ void giveTerminalBack()
     if (!s_taken)
         return;
     s_taken = 0;
-    setEcho(true);
+    setLineInput(true);
     print(s_leave);
+}
+
+bool terminalShowsUtf8()
+{
+    // A locale of its own: nobody has to call setlocale first. One that is not installed is C's.
+    const locale_t locale = newlocale(LC_CTYPE_MASK, "", nullptr);
+    if (!locale)
+        return false;
+    const QByteArray codeset = nl_langinfo_l(CODESET, locale);
+    freelocale(locale);
+    return codeset == "UTF-8";
+}
+
+QByteArray readTypedBytes()
+{
+    // In the background a read would stop the process.
+    if (!s_taken || isInBackground() || !isSameTerminal(STDIN_FILENO, STDOUT_FILENO))
+        return {};
+    pollfd input {STDIN_FILENO, POLLIN, 0};
+    if (poll(&input, 1, 0) != 1 || (input.revents & POLLIN) == 0)
+        return {};
+    char bytes[256];
+    const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
+    return count > 0 ? QByteArray(bytes, static_cast<int>(count)) : QByteArray();
 }
 
 TerminalSize terminalSize()

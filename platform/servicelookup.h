@@ -1,0 +1,27 @@
+// What the host knows of the program that publishes the spectrum, for one who waits for it.
+#pragma once
+
+#include <QCoreApplication>
+#include <QString>
+#include <QStringList>
+
+struct ServiceLookup {
+    /// Copies that this user runs, each by its temporary folder, in which its socket is. Those of
+    /// another session's run-time folder are left out. Empty where the host does not say.
+    QStringList runningIn;
+
+    /// The user that the socket belongs to, if that is another one; else empty.
+    QString foreignOwner;
+
+    /// Where this process looks for the socket; empty where the host gives it no place.
+    QString socket;
+
+    /// Starts it: a program and its arguments. The unit of the user's service manager, where there
+    /// are both, else the program beside this one or in PATH. Empty: it is not installed.
+    QStringList startCommand;
+};
+
+/// Looks for it now; takes some milliseconds. processes: the system's list of processes. beside:
+/// the folder in which the program is looked for before PATH.
+ServiceLookup lookForService(const QString &processes = QStringLiteral("/proc"),
+                             const QString &beside = QCoreApplication::applicationDirPath());
