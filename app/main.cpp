@@ -9,12 +9,28 @@
 #include <windows.h>
 #include <exception>
 #include <QApplication>
+#include <QLibraryInfo>
+#include <QLocale>
 #include <QSharedMemory>
+#include <QTranslator>
 
 namespace {
 
 /// All debug output of the program stays in the source and is thrown away here.
 void emptyMessageHandler(QtMsgType, const QMessageLogContext &, const QString &) { }
+
+/// Only what Qt itself says, such as the buttons of message boxes and of file dialogs, is in the
+/// user's language. On Windows Qt's catalogues are one file.
+void translateQt(QTranslator *translator)
+{
+    const QString folder = QLibraryInfo::location(QLibraryInfo::TranslationsPath);
+    for (const char *const name : {"qtbase", "qt"}) {
+        if (translator->load(QLocale(), QLatin1String(name), QStringLiteral("_"), folder)) {
+            QCoreApplication::installTranslator(translator);
+            return;
+        }
+    }
+}
 
 } // namespace
 
@@ -37,6 +53,8 @@ int main(int argc, char *argv[])
         return 0;
     sharedMemory.create(1, QSharedMemory::ReadWrite);
 
+    QTranslator translator;
+    translateQt(&translator);
     endEventLoopOnTermination();
     Widget widget;
     widget.show();
