@@ -58,7 +58,7 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The TonewellDetection authors <maintainers@
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pipewire-pulse | pulseaudio")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pipewire-pulse | pulseaudio, qttranslations5-l10n")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS
     "qtwayland5, libqt5remoteobjects5-dev, python3-pyqt5.qtremoteobjects")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

@@ -11,7 +11,7 @@ find_program(WINDEPLOYQT_EXECUTABLE windeployqt HINTS "${qt_bin}" NO_CMAKE_FIND_
 if(WINDEPLOYQT_EXECUTABLE)
     install(CODE "
         execute_process(
-            COMMAND \"${WINDEPLOYQT_EXECUTABLE}\" --release --compiler-runtime --no-translations
+            COMMAND \"${WINDEPLOYQT_EXECUTABLE}\" --release --compiler-runtime
                 TonewellDetection.exe tonewell-monitor.exe
             WORKING_DIRECTORY \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\"
             COMMAND_ERROR_IS_FATAL ANY)")

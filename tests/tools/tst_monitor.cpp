@@ -50,6 +50,9 @@ private Q_SLOTS:
     void wrongOptions_data();
     void wrongOptions();
     void withoutTheServiceItWaitsAndSaysSo();
+    void whyItWaitsIsSaid();
+    void aHostWithoutTheObjectIsTold();
+    void thePictureIsNotWaitedForForEver();
     void showsLinesAndStatistics();
     void badMessagesAreCounted();
     void sourceOfAnotherTypeIsSaid();
@@ -75,6 +78,9 @@ void MonitorTest::init()
     m_folder = std::make_unique<QTemporaryDir>();
     m_folderBefore = qgetenv("TMPDIR");
     qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+    // A session of its own, in which no other test's service is, and of which Qt has nothing to
+    // say.
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_folder->path()));
 }
 
 void MonitorTest::cleanup()
@@ -129,8 +135,13 @@ void MonitorTest::wrongOptions()
     const auto process = monitor(arguments);
     QVERIFY(process->waitForFinished(kPatienceMs));
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
-    QCOMPARE(process->exitCode(), 1);
-    QVERIFY(!process->readAllStandardError().isEmpty());
+    QCOMPARE(process->exitCode(), 2);
+    // One line, so that nothing scrolls it away.
+    const QByteArray error = process->readAllStandardError();
+    QCOMPARE(error.count('\n'), 1);
+    QVERIFY2(error.startsWith("tonewell-monitor: ") && error.endsWith("; see --help\n"),
+             error.constData());
+    QVERIFY(process->readAllStandardOutput().isEmpty());
 }
 
 void MonitorTest::withoutTheServiceItWaitsAndSaysSo()
@@ -140,6 +151,46 @@ void MonitorTest::withoutTheServiceItWaitsAndSaysSo()
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 2);
     QVERIFY(process->readAllStandardOutput().contains("waiting for the service"));
+}
+
+void MonitorTest::whyItWaitsIsSaid()
+{
+    const auto process = monitor({QStringLiteral("--seconds"), QStringLiteral("6")});
+    QVERIFY(process->waitForFinished(kPatienceMs));
+    QCOMPARE(process->exitCode(), 2);
+    const QByteArray output = process->readAllStandardOutput();
+    // The first seconds need no explanation; then it is the program beside the monitor that lacks.
+    QVERIFY(output.split('\n').first().contains("waiting for the service  RMS"));
+    const QByteArray why = "waiting for the service: it is not running; this starts it: ";
+    QVERIFY2(output.contains(why), output.constData());
+    QVERIFY2(process->readAllStandardError().contains("no message came: " + why), "at the end");
+}
+
+void MonitorTest::aHostWithoutTheObjectIsTold()
+{
+    // What introduces itself in this generation's way, and has nothing of that name.
+    QRemoteObjectHost host(QUrl(QStringLiteral("local:tonewell")));
+    const auto process = monitor({});
+    QByteArray output;
+    const auto shows = [&](const char *text) {
+        output += process->readAllStandardOutput();
+        return output.contains(text);
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(shows("what answers at its socket publishes nothing named Tonewell"),
+                             kPatienceMs);
+    process->terminate();
+    QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
+}
+
+void MonitorTest::thePictureIsNotWaitedForForEver()
+{
+    const QString name = m_folder->filePath(QStringLiteral("picture.png"));
+    const auto process = monitor({QStringLiteral("--png"), name});
+    QVERIFY(process->waitForFinished(kPatienceMs));
+    QCOMPARE(process->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process->exitCode(), 2);
+    QVERIFY(process->readAllStandardError().contains("no message came: waiting for the service: "));
+    QVERIFY(!QFile::exists(name));
 }
 
 void MonitorTest::showsLinesAndStatistics()

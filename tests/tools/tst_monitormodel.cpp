@@ -42,6 +42,10 @@ private Q_SLOTS:
     void badMessagesAreCountedAndChangeNothing();
     void withoutTheServiceNothingIsLeft();
     void sourcesOfAnotherTypeAreCountedOnce();
+    void whyItWaitsIsSaid();
+    void silenceIsExplained_data();
+    void silenceIsExplained();
+    void soundEndsSilence();
     void heldLevelStaysThenFalls();
     void heldLevelIsNeverBelowTheLevel();
     void meterScaleIsInDecibels_data();
@@ -149,6 +153,80 @@ void MonitorModelTest::sourcesOfAnotherTypeAreCountedOnce()
     model.setState(ServiceState::OtherType);
     QCOMPARE(model.statistics().refusedSources(), 2);
     QVERIFY(model.statistics().report().contains(QStringLiteral("2 of another type")));
+}
+
+void MonitorModelTest::whyItWaitsIsSaid()
+{
+    MonitorModel model;
+    model.setWaitReason(WaitReason::explain({}, {}));
+    const QString text = QStringLiteral("waiting for the service: it is not installed");
+    QCOMPARE(model.notice(1000), text);
+    QCOMPARE(model.status(1000), text);
+    model.setState(ServiceState::Connected);
+    QCOMPARE(model.notice(1000), QStringLiteral("connected, no message yet"));
+    // An answer that comes late is about the past.
+    model.setWaitReason(WaitReason::explain({}, {}));
+    model.setState(ServiceState::Missing);
+    QCOMPARE(model.notice(1000), QStringLiteral("waiting for the service"));
+}
+
+void MonitorModelTest::silenceIsExplained_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("unknown") << int {SoundOutputState::Unknown}
+                             << QStringLiteral("nothing is playing");
+    QTest::newRow("no server") << int {SoundOutputState::NoServer}
+                               << QStringLiteral("no sound server");
+    QTest::newRow("no device") << int {SoundOutputState::NoDevice}
+                               << QStringLiteral("no output device");
+    QTest::newRow("idle") << int {SoundOutputState::Idle}
+                          << QStringLiteral("nothing is playing on The 100%1 Box");
+    QTest::newRow("playing") << int {SoundOutputState::Playing}
+                             << QStringLiteral(
+                                    "a program plays on The 100%1 Box, but only silence arrives");
+}
+
+void MonitorModelTest::silenceIsExplained()
+{
+    QFETCH(int, kind);
+    QFETCH(QString, text);
+    MonitorModel model;
+    model.setState(ServiceState::Connected);
+    model.setSoundOutput(
+        {static_cast<SoundOutputState::Kind>(kind), QStringLiteral("The 100%1 Box")});
+    for (int time = 1000; time <= 4000; time += 20) {
+        model.addMessage(message(0, 0), time);
+        QCOMPARE(model.isSilent(time), time >= 4000);
+    }
+    QCOMPARE(model.notice(4000), text);
+    // The rate stays to be seen.
+    QCOMPARE(model.status(4000), QStringLiteral("50.0 a second, newest 0 ms old  ") + text);
+    model.setState(ServiceState::Missing);
+    QVERIFY(!model.isSilent(4001));
+}
+
+void MonitorModelTest::soundEndsSilence()
+{
+    MonitorModel model;
+    model.setState(ServiceState::Connected);
+    double now = 0;
+    const auto send = [&](const QString &text, int count) {
+        for (int i = 0; i < count; ++i)
+            model.addMessage(text, now += 20);
+    };
+    send(message(0, 0), 200);
+    QVERIFY(model.isSilent(now));
+    send(message(0, 1), 1); // one bar is enough
+    QVERIFY(!model.isSilent(now));
+    send(message(0, 0), 149);
+    QVERIFY(!model.isSilent(now));
+    send(message(0, 0), 1);
+    QVERIFY(model.isSilent(now));
+    send(message(0.2, 0), 1); // a level that is shown
+    QVERIFY(!model.isSilent(now));
+    send(message(0.19, -3), 150); // what is shown as 0
+    QVERIFY(model.isSilent(now));
 }
 
 void MonitorModelTest::heldLevelStaysThenFalls()

@@ -21,6 +21,16 @@ QStringList levels(const char *rms, const char *peak, const char *dynamic)
     return {QLatin1String(rms), QLatin1String(peak), QLatin1String(dynamic)};
 }
 
+TerminalFrame frameOf(const SpectrumReading &reading, const Levels &held = {},
+                      const QString &status = QStringLiteral("s"))
+{
+    TerminalFrame frame;
+    frame.reading = reading;
+    frame.held = held;
+    frame.status = status;
+    return frame;
+}
+
 SpectrumReading fullAt(int index)
 {
     SpectrumReading reading;
@@ -44,6 +54,13 @@ private Q_SLOTS:
     void pictureFitsTheTerminal_data();
     void pictureFitsTheTerminal();
     void barsStandWhereTheyBelong();
+    void everyColumnIsUsed_data();
+    void everyColumnIsUsed();
+    void theScaleReachesTheTop();
+    void channelsAndScaleAreNamed_data();
+    void channelsAndScaleAreNamed();
+    void aNoticeStandsInTheMiddle();
+    void plainIsAsciiOnly();
     void valuesBeyondTheScaleStayInside();
     void axisSaysTrueFrequencies();
     void heldLevelsAreMarked();
@@ -156,18 +173,18 @@ void MonitorPartsTest::pictureFitsTheTerminal()
     QFETCH(int, rows);
     const TerminalView view(false, TerminalView::Unicode);
     const QStringList picture =
-        view.picture(fullAt(35), {}, QString(200, QLatin1Char('s')), columns, rows);
+        view.picture(frameOf(fullAt(35), {}, QString(200, QLatin1Char('s'))), columns, rows);
     QVERIFY(picture.size() <= qMax(rows, 4));
     for (const QString &row : picture)
-        QVERIFY2(row.size() <= columns, qPrintable(row));
+        QCOMPARE(row.size(), columns);
 }
 
 void MonitorPartsTest::barsStandWhereTheyBelong()
 {
     const TerminalView view(false, TerminalView::Plain);
-    const QStringList picture = view.picture(fullAt(35), {}, QStringLiteral("s"), 100, 24);
+    const QStringList picture = view.picture(frameOf(fullAt(35)), 100, 24);
     QCOMPARE(picture.size(), 24);
-    for (int row = 4; row < 23; ++row)
+    for (int row = 5; row < 23; ++row)
         QCOMPARE(picture.at(row),
                  QString(35, QLatin1Char(' ')) + QLatin1Char('@') + QString(64, QLatin1Char(' ')));
     QVERIFY(picture.last().startsWith(QStringLiteral("3500 Hz")));
@@ -176,10 +193,94 @@ void MonitorPartsTest::barsStandWhereTheyBelong()
     SpectrumReading half = fullAt(0);
     half.bars.fill(kFullScale / 2);
     half.peak = kFullScale;
-    const QString line = view.line(half, QStringLiteral("s"), 50);
+    const QString line = view.line(frameOf(half), 50);
     QVERIFY2(line.endsWith(QLatin1Char('|') + QString(50, QLatin1Char('=')) + QLatin1Char('|')),
              qPrintable(line));
     QVERIFY(line.contains(QStringLiteral("peak 1.000")));
+}
+
+void MonitorPartsTest::everyColumnIsUsed_data()
+{
+    QTest::addColumn<int>("columns");
+    for (const int columns : {20, 50, 79, 80, 99, 100, 101, 150, 237})
+        QTest::addRow("%d", columns) << columns;
+}
+
+void MonitorPartsTest::everyColumnIsUsed()
+{
+    QFETCH(int, columns);
+    const TerminalView view(false, TerminalView::Plain);
+    SpectrumReading reading = fullAt(0);
+    reading.bars.fill(kFullScale);
+    QCOMPARE(view.picture(frameOf(reading), columns, 24).at(6), QString(columns, QLatin1Char('@')));
+    // Each channel in its half.
+    for (int i = 0; i < kBarCount; ++i)
+        reading.bars[i] = i < kBarCount / 2 ? kFullScale : 0;
+    QCOMPARE(view.picture(frameOf(reading), columns, 24).at(6),
+             QString(columns / 2, QLatin1Char('@'))
+                 + QString(columns - columns / 2, QLatin1Char(' ')));
+}
+
+void MonitorPartsTest::theScaleReachesTheTop()
+{
+    const TerminalView view(false, TerminalView::Plain);
+    SpectrumReading reading = fullAt(0);
+    reading.bars.fill(100);
+    TerminalFrame frame = frameOf(reading);
+    QCOMPARE(view.picture(frame, 100, 24).at(5), QString(100, QLatin1Char(' ')));
+    frame.top = 100;
+    QCOMPARE(view.picture(frame, 100, 24).at(5), QString(100, QLatin1Char('@')));
+}
+
+void MonitorPartsTest::channelsAndScaleAreNamed_data()
+{
+    QTest::addColumn<int>("columns");
+    QTest::addColumn<QStringList>("texts");
+    const QString left = QStringLiteral("left channel");
+    const QString right = QStringLiteral("right channel");
+    QTest::newRow("wide") << 100 << QStringList {QStringLiteral("fits music: 400"), left, right};
+    QTest::newRow("80") << 80 << QStringList {QStringLiteral("fit 400"), left, right};
+    QTest::newRow("20") << 20 << QStringList {QStringLiteral("L"), QStringLiteral("R")};
+    QTest::newRow("2") << 2 << QStringList {};
+}
+
+void MonitorPartsTest::channelsAndScaleAreNamed()
+{
+    QFETCH(int, columns);
+    QFETCH(QStringList, texts);
+    const TerminalView view(false, TerminalView::Plain);
+    const QString row = view.picture(frameOf(fullAt(0)), columns, 24).at(4);
+    QCOMPARE(row.simplified(), texts.join(QLatin1Char(' ')));
+    if (texts.isEmpty())
+        return;
+    // Over the middle of its half.
+    const int start = row.indexOf(texts.last());
+    QVERIFY(qAbs(start + texts.last().size() / 2 - columns * 3 / 4) <= 1);
+}
+
+void MonitorPartsTest::aNoticeStandsInTheMiddle()
+{
+    const TerminalView view(false, TerminalView::Unicode);
+    TerminalFrame frame = frameOf(fullAt(0));
+    frame.notice = QStringLiteral("waiting for the service: it is not running");
+    const QStringList picture = view.picture(frame, 30, 24);
+    const int first = picture.indexOf(QStringLiteral("   waiting for the service:   "));
+    QVERIFY2(first > 8 && first < 18, qPrintable(picture.join(QLatin1Char('\n'))));
+    QCOMPARE(picture.at(first + 1).trimmed(), QStringLiteral("it is not running"));
+    // Where there is no room for it, the bars stay.
+    QVERIFY(view.picture(frame, 30, 6).at(4).contains(QChar(0x2588)));
+}
+
+void MonitorPartsTest::plainIsAsciiOnly()
+{
+    const TerminalView view(false, TerminalView::Plain);
+    TerminalFrame frame = frameOf(fullAt(35), {}, QString::fromUtf8("nothing on 扬声器"));
+    frame.notice = frame.status;
+    QString all = view.picture(frame, 100, 24).join(QString()) + view.line(frame, 50);
+    QVERIFY(all.contains(QStringLiteral("nothing on ???")));
+    QCOMPARE(QString::fromLatin1(all.toLatin1()), all);
+    for (const QChar character : all)
+        QVERIFY(character.unicode() < 0x7f);
 }
 
 void MonitorPartsTest::valuesBeyondTheScaleStayInside()
@@ -190,9 +291,9 @@ void MonitorPartsTest::valuesBeyondTheScaleStayInside()
     reading.bars[0] = -999;
     reading.rms = -1e300;
     reading.peak = 1e300;
-    const QStringList picture = view.picture(reading, {}, QString(), 100, 8);
+    const QStringList picture = view.picture(frameOf(reading), 100, 8);
     QCOMPARE(picture.at(4), QLatin1Char(' ') + QString(99, QLatin1Char('@')));
-    const QString line = view.line(reading, QString(), 100);
+    const QString line = view.line(frameOf(reading, {}, QString()), 100);
     QVERIFY(line.contains(QString(99, QLatin1Char('@'))));
     QVERIFY2(line.contains(QStringLiteral("RMS -99.000  peak 99.000  ")), qPrintable(line));
 }
@@ -200,7 +301,7 @@ void MonitorPartsTest::valuesBeyondTheScaleStayInside()
 void MonitorPartsTest::axisSaysTrueFrequencies()
 {
     const TerminalView view(false, TerminalView::Plain);
-    const QString axis = view.picture(fullAt(0), {}, QStringLiteral("s"), 100, 24).last();
+    const QString axis = view.picture(frameOf(fullAt(0)), 100, 24).last();
     // 100 columns of 70 Hz: 1000 Hz are 14 columns from the middle on either side.
     for (const int column : {50 - 15, 50 + 14}) {
         const int start = axis.indexOf(QStringLiteral("1000"), column - 4);
@@ -217,14 +318,14 @@ void MonitorPartsTest::heldLevelsAreMarked()
     reading.peak = 40; // -20 dB
     Levels held;
     held.peak = 200; // -6 dB
-    const QString row = view.picture(reading, held, QString(), 115, 24).at(2);
+    const QString row = view.picture(frameOf(reading, held), 115, 24).at(2);
     const int width = 115 - 15; // behind the name and the number
     QCOMPARE(row.left(15), QStringLiteral("peak     0.100 "));
     QCOMPARE(row.count(QLatin1Char('@')), static_cast<int>(width * (1 - 20 / 60.0)));
     QCOMPARE(row.indexOf(QLatin1Char('|')), 15 + static_cast<int>(width * (1 - 6.0206 / 60)));
     held.peak = 40;
-    QVERIFY(view.picture(reading, held, QString(), 115, 24).at(2).size() <= 115);
-    QVERIFY(!view.picture(reading, {}, QString(), 115, 24).at(1).contains(QLatin1Char('|')));
+    QVERIFY(view.picture(frameOf(reading, held), 115, 24).at(2).size() <= 115);
+    QVERIFY(!view.picture(frameOf(reading), 115, 24).at(1).contains(QLatin1Char('|')));
 }
 
 void MonitorPartsTest::noMinusBeforeZero()
@@ -232,7 +333,7 @@ void MonitorPartsTest::noMinusBeforeZero()
     const TerminalView view(false, TerminalView::Plain);
     SpectrumReading reading = fullAt(0);
     reading.dynamic = -1e-14;
-    const QString line = view.line(reading, QString(), 50);
+    const QString line = view.line(frameOf(reading, {}, QString()), 50);
     QVERIFY2(line.contains(QStringLiteral("dynamic 0.000 ")), qPrintable(line));
 }
 

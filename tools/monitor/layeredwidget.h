@@ -24,6 +24,9 @@ protected:
     /// Copies the part of a layer that is under the rectangle.
     void copy(QPainter *painter, const QRect &part, Layer layer);
 
+    /// Arranges and paints everything anew.
+    void startAnew();
+
     void resizeEvent(QResizeEvent *event) override;
     void changeEvent(QEvent *event) override;
 
@@ -31,7 +34,5 @@ protected:
     bool isDark() const;
 
 private:
-    void startAnew();
-
     QPixmap m_layers[2];
 };

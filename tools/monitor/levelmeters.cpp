@@ -17,13 +17,6 @@ std::array<double, LevelMeters::kCount> list(const Levels &levels)
     return {levels.rms, levels.peak, levels.dynamic};
 }
 
-QString name(int meter)
-{
-    static const QString names[] = {QStringLiteral("RMS"), QStringLiteral("peak"),
-                                    QStringLiteral("dynamic")};
-    return names[meter];
-}
-
 } // namespace
 
 LevelMeters::LevelMeters(QWidget *parent)
@@ -48,11 +41,43 @@ QSize LevelMeters::minimumSizeHint() const
 void LevelMeters::arrange()
 {
     const QFontMetrics metrics = fontMetrics();
-    const int left = metrics.horizontalAdvance(name(kCount - 1)) + 2 * kGapPixels;
-    const int right = metrics.horizontalAdvance(QStringLiteral("0.000")) + 2 * kGapPixels;
+    int left = 0;
+    for (int i = 0; i < kCount; ++i)
+        left = std::max(left, metrics.horizontalAdvance(levelName(i)) + 2 * kGapPixels);
+    const int right = metrics.horizontalAdvance(QStringLiteral("00.000")) + 2 * kGapPixels;
     m_first = {left, kGapPixels, std::max(width() - left - right, 0), metrics.height()};
     for (Meter &meter : m_meters)
         place(&meter);
+    arrangeScale();
+}
+
+void LevelMeters::arrangeScale()
+{
+    const QFontMetrics metrics = fontMetrics();
+    const QRect scale = meterArea(kCount - 1);
+    const int room = metrics.horizontalAdvance(QStringLiteral("-60 dB")) + kGapPixels;
+    const int floor = static_cast<int>(kMeterFloorDecibels);
+    const int steps[] = {10, 20, 30, 60};
+    const int *const step = std::find_if(std::begin(steps), std::end(steps) - 1, [&](int decibels) {
+        return decibels * scale.width() / -floor > room;
+    });
+    m_labels.clear();
+    for (int decibels = floor; decibels <= 0; decibels += *step) {
+        const int x =
+            scale.left() + static_cast<int>((1 - decibels / kMeterFloorDecibels) * scale.width());
+        const QString text = decibels == 0 ? QStringLiteral("0 dB") : QString::number(decibels);
+        const int width = metrics.horizontalAdvance(text);
+        m_labels.append(
+            {{x - width / 2, scale.bottom() + kGapPixels - 1, width, metrics.height()}, text, x});
+    }
+}
+
+QVector<QRect> LevelMeters::labelAreas() const
+{
+    QVector<QRect> areas;
+    for (const Label &label : m_labels)
+        areas.append(label.area);
+    return areas;
 }
 
 QRect LevelMeters::meterArea(int meter) const
@@ -125,7 +150,7 @@ void LevelMeters::paintLayer(QPainter *painter, Layer layer)
     for (int i = 0; i < kCount; ++i) {
         const QRect area = meterArea(i);
         painter->drawText(QRect(0, area.top(), area.left(), area.height()),
-                          Qt::AlignVCenter | Qt::AlignLeft, name(i));
+                          Qt::AlignVCenter | Qt::AlignLeft, levelName(i));
         painter->fillRect(area, palette().base());
         if (layer == Empty)
             continue;
@@ -144,18 +169,10 @@ void LevelMeters::paintLayer(QPainter *painter, Layer layer)
         painter->fillRect(area, gradient);
     }
 
-    const QRect scale = meterArea(kCount - 1);
-    const int height = fontMetrics().height();
-    const int widest = fontMetrics().horizontalAdvance(QStringLiteral("-60 dB"));
-    const int step = scale.width() / 6 > widest * 3 / 2 ? 10 : 20;
-    for (int decibels = static_cast<int>(kMeterFloorDecibels); decibels <= 0; decibels += step) {
-        const int x =
-            scale.left() + static_cast<int>((1 - decibels / kMeterFloorDecibels) * scale.width());
-        painter->fillRect(x, scale.bottom() + 1, 1, kGapPixels - 2,
+    for (const Label &label : m_labels) {
+        painter->fillRect(label.x, meterArea(kCount - 1).bottom() + 1, 1, kGapPixels - 2,
                           palette().color(QPalette::WindowText));
-        const QString text = decibels == 0 ? QStringLiteral("0 dB") : QString::number(decibels);
-        painter->drawText(QRect(x - widest, scale.bottom() + kGapPixels - 1, 2 * widest, height),
-                          Qt::AlignCenter, text);
+        painter->drawText(label.area, Qt::AlignCenter | Qt::TextDontClip, label.text);
     }
 }
 

@@ -25,6 +25,12 @@ public:
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
 
+    /// The number beside a meter.
+    QString number(int meter) const { return m_meters.at(static_cast<std::size_t>(meter)).number; }
+
+    /// The places of the scale's numbers.
+    QVector<QRect> labelAreas() const;
+
     /// A meter's place, from its floor to full scale; 0 RMS, 1 peak, 2 dynamic.
     QRect meterArea(int meter) const;
 
@@ -41,10 +47,17 @@ private:
         int mark = 0;
         QString number;
     };
+    struct Label {
+        QRect area;
+        QString text;
+        int x; ///< of its mark
+    };
     void place(Meter *meter) const;
+    void arrangeScale();
     QRect numberArea(int meter) const;
     QRect markArea(int meter) const;
 
     std::array<Meter, kCount> m_meters;
+    QVector<Label> m_labels;
     QRect m_first; ///< the first meter's place; the others are below
 };

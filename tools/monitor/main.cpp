@@ -2,23 +2,28 @@
 #include "platform/display.h"
 #include "platform/terminal.h"
 #include "platform/termination.h"
+#include "tools/monitor/accessiblewidgets.h"
 #include "tools/monitor/monitor.h"
 #include "tools/monitor/monitoroptions.h"
 #include "tools/monitor/monitorwindow.h"
-#include "tools/monitor/terminalview.h"
+#include "tools/monitor/picturefile.h"
+#include "tools/monitor/terminalsession.h"
+#include "tools/monitor/translation.h"
 
 #include <cmath>
 #include <cstdio>
 #include <memory>
 #include <QApplication>
-#include <QTextCodec>
 #include <QTimer>
 
 namespace {
 
-constexpr int kTerminalIntervalMs = 40;
-constexpr int kLineIntervalMs = 250;
 constexpr int kPictureDelayMs = 2000; // from the first message
+constexpr int kPicturePatienceMs = 10000; // until the first message
+
+struct Main {
+    Q_DECLARE_TR_FUNCTIONS(Main)
+};
 
 void say(const QString &text)
 {
@@ -30,7 +35,7 @@ bool standardOutputIsWritten()
 {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
         return true;
-    say(QStringLiteral("standard output cannot be written"));
+    say(Main::tr("standard output cannot be written"));
     return false;
 }
 
@@ -52,55 +57,77 @@ std::unique_ptr<QCoreApplication> makeApplication(int &argc, char **argv, bool w
 
 bool hasDisplay()
 {
-    return qApp && QGuiApplication::platformName() != QStringLiteral("offscreen");
+    return qobject_cast<QApplication *>(QCoreApplication::instance())
+        && QGuiApplication::platformName() != QStringLiteral("offscreen");
 }
 
 TerminalView::Style textStyle()
 {
-    if (QTextCodec::codecForLocale()->name() != "UTF-8")
+    if (!terminalShowsUtf8())
         return TerminalView::Plain;
     return qEnvironmentVariableIsEmpty("NO_COLOR") ? TerminalView::ColouredUnicode
                                                    : TerminalView::Unicode;
 }
 
-/// Until the event loop is ended: a window, or nothing but the picture at the end.
-/// False when the picture could not be saved.
-bool runWithWindows(Monitor *monitor, const QString &pngFile)
+/// Until the event loop is ended.
+void runInWindow(Monitor *monitor)
+{
+    installAccessibleWidgets();
+    MonitorWindow window(monitor);
+    window.show();
+    QCoreApplication::exec();
+}
+
+/// Until the event loop is ended, which without --seconds the first message brings, or that none
+/// comes. False when the picture could not be saved.
+bool runForPicture(Monitor *monitor, const MonitorOptions &options)
 {
     MonitorWindow window(monitor);
-    if (pngFile.isEmpty()) {
-        window.show();
-        QCoreApplication::exec();
-        return true;
-    }
+    bool given = options.seconds > 0;
+    QTimer::singleShot(kPicturePatienceMs, &window, [&] {
+        if (!given)
+            QCoreApplication::quit();
+    });
+    QObject::connect(monitor, &Monitor::started, &window, [&] {
+        if (!given)
+            QTimer::singleShot(kPictureDelayMs, &window, &QCoreApplication::quit);
+        given = true;
+    });
     QCoreApplication::exec();
+    if (!given)
+        return true; // and no picture: nothing came that it could show
     window.refresh();
-    if (window.grab().save(pngFile, "PNG"))
+    QString error;
+    if (savePicture(window.grab().toImage(), options.pngFile, &error))
         return true;
-    say(QStringLiteral("%1 cannot be written").arg(pngFile));
+    say(QStringLiteral("%1: %2").arg(options.pngFile, error));
     return false;
 }
 
 /// Until the event loop is ended. False when standard output cannot be written.
 bool runInTerminal(Monitor *monitor)
 {
-    const bool onTerminal = standardOutputIsTerminal();
-    TerminalView view(onTerminal, textStyle());
-    const double start = Monitor::now();
-    bool written = true;
-    QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
-        MonitorModel *const model = monitor->model();
-        const double now = Monitor::now();
-        const QString status =
-            QStringLiteral("%1 s  %2").arg((now - start) / 1000, 6, 'f', 1).arg(model->status(now));
-        written = view.show(model->reading(), model->heldLevels(now), status);
-        if (!written)
-            QCoreApplication::quit();
-    });
-    timer.start(onTerminal ? kTerminalIntervalMs : kLineIntervalMs);
+    TerminalSession session(monitor, standardOutputIsTerminal(), textStyle());
+    QObject::connect(&session, &TerminalSession::ended, &session, &QCoreApplication::quit);
     QCoreApplication::exec();
-    return written;
+    return session.isWritten();
+}
+
+bool run(Monitor *monitor, const MonitorOptions &options)
+{
+    if (!options.pngFile.isEmpty())
+        return runForPicture(monitor, options);
+    if (options.text || !hasDisplay())
+        return runInTerminal(monitor);
+    runInWindow(monitor);
+    return true;
+}
+
+/// Prints the text, and nothing else happens.
+int answer(const QString &text)
+{
+    std::fputs(qPrintable(text), stdout);
+    return standardOutputIsWritten() ? MessagesCame : FileNotWritten;
 }
 
 } // namespace
@@ -109,22 +136,24 @@ int main(int argc, char **argv)
 {
     // Whether there will be windows must be known before there is an application.
     MonitorOptions options = MonitorOptions::read(asStrings(argc, argv));
-    if (options.request == MonitorOptions::Help) {
-        std::fputs(qPrintable(MonitorOptions::help()), stdout);
-        return standardOutputIsWritten() ? MessagesCame : FileNotWritten;
-    }
-    if (options.request == MonitorOptions::Version) {
-        std::puts("tonewell-monitor " TONEWELL_VERSION);
-        return standardOutputIsWritten() ? MessagesCame : FileNotWritten;
-    }
-
-    const auto application = makeApplication(argc, argv, !options.text);
+    const bool shows =
+        options.request == MonitorOptions::Run || options.request == MonitorOptions::Wrong;
+    const auto application = makeApplication(argc, argv, shows && !options.text);
     QCoreApplication::setApplicationName(QStringLiteral("tonewell-monitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TONEWELL_VERSION));
+    if (hasDisplay() || terminalShowsUtf8())
+        installTranslations();
     options = MonitorOptions::read(QCoreApplication::arguments()); // without Qt's own ones
-    if (options.request == MonitorOptions::Wrong) {
-        say(options.error + QStringLiteral("; see --help"));
+    switch (options.request) {
+    case MonitorOptions::Help:
+        return answer(MonitorOptions::help());
+    case MonitorOptions::Version:
+        return answer(QStringLiteral("tonewell-monitor " TONEWELL_VERSION "\n"));
+    case MonitorOptions::Wrong:
+        say(Main::tr("%1; see --help").arg(options.error));
         return WrongOptions;
+    case MonitorOptions::Run:
+        break;
     }
 
     MessageRecorder recorder;
@@ -144,16 +173,8 @@ int main(int argc, char **argv)
     if (options.seconds > 0)
         QTimer::singleShot(static_cast<int>(std::ceil(options.seconds * 1000)), application.get(),
                            &QCoreApplication::quit);
-    else if (!options.pngFile.isEmpty())
-        QObject::connect(&monitor, &Monitor::started, application.get(), [&] {
-            QTimer::singleShot(kPictureDelayMs, application.get(), &QCoreApplication::quit);
-        });
 
-    bool written = true;
-    if (!options.pngFile.isEmpty() || (!options.text && hasDisplay()))
-        written = runWithWindows(&monitor, options.pngFile);
-    else
-        written = runInTerminal(&monitor);
+    bool written = run(&monitor, options);
 
     const MessageStatistics &statistics = monitor.model()->statistics();
     if (options.stats)
@@ -166,5 +187,8 @@ int main(int argc, char **argv)
     }
     if (!written)
         return FileNotWritten;
-    return statistics.messages() > 0 ? MessagesCame : NoMessageCame;
+    if (statistics.messages() > 0)
+        return MessagesCame;
+    say(Main::tr("no message came: %1").arg(monitor.model()->notice(Monitor::now())));
+    return NoMessageCame;
 }

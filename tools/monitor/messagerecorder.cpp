@@ -1,5 +1,7 @@
 #include "tools/monitor/messagerecorder.h"
 
+#include "tools/monitor/writeall.h"
+
 bool MessageRecorder::open(const QString &fileName)
 {
     m_file.setFileName(fileName);
@@ -8,8 +10,7 @@ bool MessageRecorder::open(const QString &fileName)
 
 bool MessageRecorder::write(const SpectrumReading &reading, double now)
 {
-    const QByteArray text = line(reading, now);
-    return m_file.error() == QFileDevice::NoError && m_file.write(text) == text.size();
+    return m_file.error() == QFileDevice::NoError && writeAll(&m_file, line(reading, now));
 }
 
 QByteArray MessageRecorder::line(const SpectrumReading &reading, double now)

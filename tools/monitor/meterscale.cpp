@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <QCoreApplication>
 
 double meterPosition(double level)
 {
@@ -19,4 +20,12 @@ QString levelNumber(double level)
     constexpr double widest = 99;
     const double share = std::clamp(level / kFullScale, -widest, widest);
     return QString::number(std::abs(share) < smallest ? 0.0 : share, 'f', 3);
+}
+
+QString levelName(int level)
+{
+    const char *const names[] = {QT_TRANSLATE_NOOP("Levels", "RMS"),
+                                 QT_TRANSLATE_NOOP("Levels", "peak"),
+                                 QT_TRANSLATE_NOOP("Levels", "dynamic")};
+    return QCoreApplication::translate("Levels", names[level]);
 }

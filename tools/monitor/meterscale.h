@@ -13,3 +13,6 @@ double meterPosition(double level);
 /// A level as a number with three digits behind the point, 1.000 for full scale; never -0.000, and
 /// never wider than 99.000, whatever was sent.
 QString levelNumber(double level);
+
+/// What a level is called: 0 RMS, 1 peak, 2 dynamic.
+QString levelName(int level);

@@ -8,6 +8,15 @@ Monitor::Monitor(MessageRecorder *recorder, QObject *parent)
 {
     connect(&m_source, &MessageSource::messageReceived, this, &Monitor::onMessage);
     connect(&m_source, &MessageSource::stateChanged, this, &Monitor::onStateChanged);
+    connect(&m_watch, &ServiceWatch::explained, this, [this](const WaitReason &reason) {
+        m_model.setWaitReason(reason);
+        Q_EMIT changed();
+    });
+    connect(&m_output, &SoundOutput::changed, this, [this](const SoundOutputState &state) {
+        m_model.setSoundOutput(state);
+        Q_EMIT changed();
+    });
+    m_watch.setWaiting(true);
 }
 
 double Monitor::now()
@@ -26,6 +35,7 @@ void Monitor::onMessage(const QString &message)
         m_recorder = nullptr;
         Q_EMIT recordingFailed(error);
     }
+    m_output.setActive(m_model.isSilent(time));
     if (m_model.statistics().messages() == 1)
         Q_EMIT started();
     Q_EMIT changed();
@@ -34,5 +44,8 @@ void Monitor::onMessage(const QString &message)
 void Monitor::onStateChanged(ServiceState state)
 {
     m_model.setState(state);
+    m_watch.setWaiting(state == ServiceState::Missing);
+    if (state != ServiceState::Connected)
+        m_output.setActive(false);
     Q_EMIT changed();
 }

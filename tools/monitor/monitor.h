@@ -3,10 +3,12 @@
 #include "tools/monitor/messagerecorder.h"
 #include "tools/monitor/messagesource.h"
 #include "tools/monitor/monitormodel.h"
+#include "tools/monitor/servicewatch.h"
 
 #include <QObject>
 
-/// Brings the service's messages into the model, and into a recording if there is one.
+/// Brings the service's messages into the model, and into a recording if there is one; and, when
+/// there is nothing to be seen, why.
 class Monitor : public QObject {
     Q_OBJECT
 
@@ -34,4 +36,6 @@ private:
     MessageRecorder *m_recorder;
     MonitorModel m_model;
     MessageSource m_source;
+    ServiceWatch m_watch;
+    SoundOutput m_output;
 };

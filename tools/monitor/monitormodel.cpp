@@ -8,6 +8,14 @@ constexpr double kSecondMs = 1000;
 constexpr double kPatienceMs = 1000; ///< without a message that are worth a word
 constexpr std::size_t kMostArrivals = 10000; // a flood costs no more memory than this
 
+/// Whether anything is to be seen of it: what is below is shown as 0.
+bool isSound(const SpectrumReading &reading)
+{
+    constexpr double kSmallest = 0.0005 * kFullScale;
+    return reading.rms >= kSmallest || reading.peak >= kSmallest || reading.dynamic >= kSmallest
+        || *std::max_element(reading.bars.begin(), reading.bars.end()) > 0;
+}
+
 SpectrumReading nothing()
 {
     SpectrumReading reading;
@@ -28,7 +36,10 @@ bool MonitorModel::addMessage(const QString &message, double now)
         m_statistics.addBadMessage();
         return false;
     }
+    if (!m_received || isSound(m_reading))
+        m_lastSound = now;
     m_received = true;
+    m_scale.addHighest(*std::max_element(m_reading.bars.begin(), m_reading.bars.end()), now);
     m_statistics.addMessage(now);
     m_arrivals.push_back(now);
     if (m_arrivals.size() > kMostArrivals)
@@ -44,6 +55,7 @@ void MonitorModel::setState(ServiceState state)
     if (state == ServiceState::OtherType && m_state != ServiceState::OtherType)
         m_statistics.addRefusedSource();
     m_state = state;
+    m_reason = {};
     if (state == ServiceState::Connected)
         return;
     m_statistics.interrupt();
@@ -73,33 +85,70 @@ double MonitorModel::age(double now) const
     return m_statistics.messages() > 0 ? std::max(now - m_statistics.lastMessage(), 0.0) : 0;
 }
 
+void MonitorModel::setWaitReason(const WaitReason &reason)
+{
+    if (m_state == ServiceState::Missing)
+        m_reason = reason;
+}
+
+bool MonitorModel::isSilent(double now) const
+{
+    return m_received && age(now) <= kPatienceMs && now - m_lastSound >= kSilenceMs;
+}
+
 QString MonitorModel::notice(double now) const
+{
+    const QString lack = whatLacks(now);
+    return lack.isEmpty() && isSilent(now) ? whySilent() : lack;
+}
+
+QString MonitorModel::whatLacks(double now) const
 {
     switch (m_state) {
     case ServiceState::Missing:
-        return QStringLiteral("waiting for the service");
+        return m_reason.text().isEmpty() ? tr("waiting for the service")
+                                         : tr("waiting for the service: %1").arg(m_reason.text());
     case ServiceState::OtherType:
-        return QStringLiteral("what answers is of another type");
+        return tr("what answers is of another type");
     case ServiceState::Connected:
         break;
     }
     if (!m_received)
-        return QStringLiteral("connected, no message yet");
+        return tr("connected, no message yet");
     if (age(now) > kPatienceMs)
-        return QStringLiteral("no message for %1 s").arg(age(now) / 1000, 0, 'f', 1);
+        return tr("no message for %1 s").arg(age(now) / 1000, 0, 'f', 1);
     return {};
+}
+
+QString MonitorModel::whySilent() const
+{
+    switch (m_output.kind) {
+    case SoundOutputState::Unknown:
+        break;
+    case SoundOutputState::NoServer:
+        return tr("no sound server");
+    case SoundOutputState::NoDevice:
+        return tr("no output device");
+    case SoundOutputState::Idle:
+        return tr("nothing is playing on %1").arg(m_output.name);
+    case SoundOutputState::Playing:
+        return tr("a program plays on %1, but only silence arrives").arg(m_output.name);
+    }
+    return tr("nothing is playing");
 }
 
 QString MonitorModel::status(double now)
 {
-    QString text = notice(now);
-    if (text.isEmpty())
-        text = QStringLiteral("%1 a second, newest %2 ms old")
-                   .arg(rate(now), 0, 'f', 1)
-                   .arg(age(now), 0, 'f', 0);
+    QString text = whatLacks(now);
+    if (text.isEmpty()) {
+        text =
+            tr("%1 a second, newest %2 ms old").arg(rate(now), 0, 'f', 1).arg(age(now), 0, 'f', 0);
+        if (isSilent(now))
+            text += QStringLiteral("  ") + whySilent();
+    }
     if (m_statistics.badMessages() > 0)
-        text += QStringLiteral("  bad messages: %1").arg(m_statistics.badMessages());
+        text += QStringLiteral("  ") + tr("bad messages: %1").arg(m_statistics.badMessages());
     if (m_statistics.refusedSources() > 0)
-        text += QStringLiteral("  of another type: %1").arg(m_statistics.refusedSources());
+        text += QStringLiteral("  ") + tr("of another type: %1").arg(m_statistics.refusedSources());
     return text;
 }

@@ -1,9 +1,12 @@
 #pragma once
 
+#include "platform/soundoutput.h"
+#include "tools/monitor/heightscale.h"
 #include "tools/monitor/messagestatistics.h"
 #include "tools/monitor/peakhold.h"
 #include "tools/monitor/servicestate.h"
 #include "tools/monitor/spectrumreading.h"
+#include "tools/monitor/waitreason.h"
 
 #include <deque>
 
@@ -11,7 +14,11 @@
 /// wrong. Knows neither clock nor screen: every `now` is milliseconds on any clock that never runs
 /// backwards.
 class MonitorModel {
+    Q_DECLARE_TR_FUNCTIONS(MonitorModel)
+
 public:
+    static constexpr double kSilenceMs = 3000; ///< of zeros that are worth a word
+
     MonitorModel();
 
     /// Takes a message. False for one that is not understood, which is counted.
@@ -19,6 +26,19 @@ public:
 
     /// Takes the service's coming and going; without it nothing is left of the last reading.
     void setState(ServiceState state);
+
+    /// Takes why the service is not there, to be said until its state changes.
+    void setWaitReason(const WaitReason &reason);
+    const WaitReason &waitReason() const { return m_reason; }
+
+    /// Messages come, and for some seconds all that they show is zero.
+    bool isSilent(double now) const;
+
+    /// Takes what the sound system says, which explains silence.
+    void setSoundOutput(const SoundOutputState &output) { m_output = output; }
+
+    /// The height of the bars, which fits the newest ones.
+    HeightScale &scale() { return m_scale; }
 
     ServiceState state() const { return m_state; }
     const MessageStatistics &statistics() const { return m_statistics; }
@@ -38,10 +58,13 @@ public:
     /// The state or the rate and the age, and the bad messages if there are any: one line.
     QString status(double now);
 
-    /// What is to be said in place of the bars: empty while messages come.
+    /// What is to be said in place of the bars, why there are none: empty while there is sound.
     QString notice(double now) const;
 
 private:
+    QString whatLacks(double now) const; ///< empty while messages come
+    QString whySilent() const;
+
     ServiceState m_state = ServiceState::Missing;
     SpectrumReading m_reading;
     MessageStatistics m_statistics;
@@ -49,5 +72,9 @@ private:
     PeakHold m_peak;
     PeakHold m_dynamic;
     std::deque<double> m_arrivals; ///< of the last second
+    WaitReason m_reason;
+    SoundOutputState m_output;
+    HeightScale m_scale;
+    double m_lastSound = 0; ///< or the first message since the service is there
     bool m_received = false; ///< a message since the service is there
 };

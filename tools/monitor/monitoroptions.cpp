@@ -1,10 +1,14 @@
 #include "tools/monitor/monitoroptions.h"
 
+#include "tools/monitor/terminaltext.h"
+
 #include <QCommandLineParser>
 
 namespace {
 
 constexpr double kLongestSeconds = 2e6; // that a timer can count
+constexpr int kColumns = 78; // of the help
+constexpr int kOptionColumns = 15;
 
 struct Parser {
     QCommandLineParser parser;
@@ -27,6 +31,12 @@ MonitorOptions wrong(const QString &error)
     return options;
 }
 
+/// In lines, and an empty one behind it.
+QString paragraph(const QString &text)
+{
+    return wrappedToColumns(text, kColumns).join(QLatin1Char('\n')) + QStringLiteral("\n\n");
+}
+
 } // namespace
 
 MonitorOptions MonitorOptions::read(const QStringList &arguments)
@@ -46,45 +56,61 @@ MonitorOptions MonitorOptions::read(const QStringList &arguments)
         return options;
     }
     if (!parser.positionalArguments().isEmpty())
-        return wrong(
-            QStringLiteral("unexpected argument: %1").arg(parser.positionalArguments().first()));
+        return wrong(tr("unexpected argument: %1").arg(parser.positionalArguments().first()));
     options.text = parser.isSet(all.text);
     options.stats = parser.isSet(all.stats);
     options.recordFile = parser.value(all.record);
     options.pngFile = parser.value(all.png);
     if (parser.isSet(all.record) && options.recordFile.isEmpty())
-        return wrong(QStringLiteral("--record needs a file name"));
+        return wrong(tr("--record needs a file name"));
     if (parser.isSet(all.png) && options.pngFile.isEmpty())
-        return wrong(QStringLiteral("--png needs a file name"));
+        return wrong(tr("--png needs a file name"));
     if (options.text && !options.pngFile.isEmpty())
-        return wrong(QStringLiteral("--png is a picture of the window: not together with --text"));
+        return wrong(tr("--png is a picture of the window: not together with --text"));
     if (parser.isSet(all.seconds)) {
         bool ok = false;
         options.seconds = parser.value(all.seconds).toDouble(&ok);
         if (!ok || !(options.seconds > 0 && options.seconds < kLongestSeconds))
-            return wrong(QStringLiteral("--seconds needs a number above 0"));
+            return wrong(tr("--seconds needs a number above 0"));
     }
     return options;
 }
 
 QString MonitorOptions::help()
 {
-    return QStringLiteral(
-        "usage: tonewell-monitor [options]\n"
-        "\n"
-        "Shows the live sound spectrum that TonewellDetection publishes: in a window where there\n"
-        "is a display, else in the terminal. Waits for the service if it is not there, and comes\n"
-        "back when the service does.\n"
-        "\n"
-        "  --text         draw in the terminal; plain lines where output is none\n"
-        "  --seconds N    end after N seconds\n"
-        "  --record FILE  write every message to FILE, one JSON object a line\n"
-        "  --png FILE     save one picture and end: after --seconds, else two seconds after\n"
-        "                 the first message; needs no display\n"
-        "  --stats        at the end, print the rate, gaps and bad messages\n"
-        "  -h, --help     print this\n"
-        "  -v, --version  print the version\n"
-        "\n"
-        "Exit codes: 0 messages had come, 1 wrong options, 2 no message had come,\n"
-        "3 a file or standard output could not be written.\n");
+    const struct {
+        const char *option;
+        QString text;
+    } rows[] = {
+        {"--text", tr("draw in the terminal; plain lines where output is none")},
+        {"--seconds N", tr("end after N seconds")},
+        {"--record FILE", tr("write every message to FILE, one JSON object a line")},
+        {"--png FILE",
+         tr("save one picture and end: after --seconds, else two seconds after the first message, "
+            "for which it waits ten seconds; needs no display")},
+        {"--stats", tr("at the end, print the rate, gaps and bad messages")},
+        {"-h, --help", tr("print this")},
+        {"-v, --version", tr("print the version")},
+    };
+    QString help = tr("usage: tonewell-monitor [options]") + QStringLiteral("\n\n");
+    help += paragraph(tr(
+        "Shows the live sound spectrum that TonewellDetection publishes: in a window where there "
+        "is a display, else in the terminal. Waits for the service if it is not there, says why, "
+        "and comes back when the service does."));
+    for (const auto &row : rows) {
+        QString start = QStringLiteral("  %1").arg(QLatin1String(row.option), -kOptionColumns);
+        for (const QString &line : wrappedToColumns(row.text, kColumns - start.size())) {
+            help += start + line + QLatin1Char('\n');
+            start.fill(QLatin1Char(' '));
+        }
+    }
+    help += QLatin1Char('\n');
+    help += paragraph(tr("Keys: q and Esc end it, + and - make the bars higher or lower, 0 changes "
+                         "between a height that fits the music and the message's own; in the "
+                         "window also F11 full screen, s a picture, F1 all keys."));
+    return help
+        + paragraph(
+              tr("Exit codes: 0 messages had come, 2 wrong options or no message had come, 3 a "
+                 "file or standard output could not be written."))
+              .chopped(1);
 }

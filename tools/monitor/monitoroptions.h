@@ -1,10 +1,14 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QString>
 #include <QStringList>
 
 /// What the monitor is asked to do.
 struct MonitorOptions {
+    Q_DECLARE_TR_FUNCTIONS(MonitorOptions)
+
+public:
     enum Request {
         Run,
         Help,
@@ -26,5 +30,6 @@ struct MonitorOptions {
     static QString help();
 };
 
-/// The exit codes of the monitor.
-enum MonitorResult { MessagesCame = 0, WrongOptions = 1, NoMessageCame = 2, FileNotWritten = 3 };
+/// The exit codes of the monitor. Wrong options and a service that is not there are both why
+/// nothing was shown; standard error says which.
+enum MonitorResult { MessagesCame = 0, WrongOptions = 2, NoMessageCame = 2, FileNotWritten = 3 };

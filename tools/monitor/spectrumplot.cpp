@@ -1,6 +1,6 @@
 #include "tools/monitor/spectrumplot.h"
 
-#include "tools/monitor/spectrumreading.h"
+#include "tools/monitor/toplabels.h"
 
 #include <algorithm>
 #include <QPainter>
@@ -10,6 +10,7 @@ namespace {
 
 constexpr int kMarginPixels = 4;
 constexpr int kTickPixels = 4;
+constexpr int kGapPixels = 6; ///< between two labels
 constexpr int kBarsTogether = 5; ///< that are painted anew when one of them changes
 
 QColor mixed(const QColor &a, const QColor &b, double share)
@@ -18,6 +19,15 @@ QColor mixed(const QColor &a, const QColor &b, double share)
         return static_cast<int>(from + (to - from) * share);
     };
     return {mix(a.red(), b.red()), mix(a.green(), b.green()), mix(a.blue(), b.blue())};
+}
+
+/// A step for lines of which at most so many fit below the top.
+int stepOfHeights(double top, int lines)
+{
+    const int steps[] = {10, 25, 50, 100, 200, 400};
+    const int *const step = std::find_if(std::begin(steps), std::end(steps) - 1,
+                                         [&](int height) { return top <= height * lines; });
+    return *step;
 }
 
 } // namespace
@@ -39,7 +49,9 @@ QSize SpectrumPlot::sizeHint() const
 
 QSize SpectrumPlot::minimumSizeHint() const
 {
-    return {2 * kBarCount, 80};
+    const QSize end = textSize(QStringLiteral("3500 Hz"));
+    return {std::max(2 * kBarCount, 2 * end.width()) + end.width() + 2 * kMarginPixels,
+            7 * end.height()};
 }
 
 void SpectrumPlot::arrange()
@@ -54,6 +66,105 @@ void SpectrumPlot::arrange()
         m_columns[i] = {left, m_area.top(), right - left, m_area.height()};
         m_heights[i] = heightOf(m_bars.at(i));
     }
+    m_labels.clear();
+    m_lines.clear();
+    arrangeTop();
+    arrangeFrequencies();
+    arrangeHeights();
+}
+
+QSize SpectrumPlot::textSize(const QString &text) const
+{
+    return {fontMetrics().horizontalAdvance(text), fontMetrics().height()};
+}
+
+bool SpectrumPlot::addLabel(const Label &label)
+{
+    const QRect wanted = label.area.adjusted(-kGapPixels, 0, kGapPixels, 0);
+    if (std::any_of(m_labels.begin(), m_labels.end(),
+                    [&](const Label &other) { return other.area.intersects(wanted); }))
+        return false;
+    m_labels.append(label);
+    return true;
+}
+
+void SpectrumPlot::arrangeTop()
+{
+    const int height = fontMetrics().height();
+    const auto measure = [this](const QString &text) { return textSize(text).width(); };
+    for (const TopLabel &label : topLabels(m_scale, m_area.width(), 2 * kGapPixels, measure)) {
+        const QRect area(m_area.left() + label.start, m_area.top() - height - kMarginPixels / 2,
+                         label.width, height);
+        addLabel({area, label.text, QPalette::Window, 0.7});
+    }
+}
+
+void SpectrumPlot::arrangeFrequencies()
+{
+    const auto put = [this](int frequency, const QString &text) {
+        const int x = positionOf(frequency);
+        const QSize size = textSize(text);
+        const QRect area({x - size.width() / 2, m_area.bottom() + 1 + kTickPixels}, size);
+        if (addLabel({area, text, QPalette::Window, 1}))
+            m_lines.append({{x, m_area.top(), 1, m_area.height()}, frequency == 0 ? 0.48 : 0.14});
+    };
+    put(0, QStringLiteral("0"));
+    for (const int side : {-1, 1})
+        put(side * kHighestFrequencyHz, QStringLiteral("%1 Hz").arg(kHighestFrequencyHz));
+    // The finest steps that all have room.
+    const int widest = textSize(QStringLiteral("3500")).width() + 2 * kGapPixels;
+    const int steps[] = {250, 500, 1000, 2000};
+    const int *const step = std::find_if(std::begin(steps), std::end(steps) - 1, [&](int hertz) {
+        return hertz * m_area.width() / (2 * kHighestFrequencyHz) > widest;
+    });
+    for (int frequency = *step; frequency < kHighestFrequencyHz; frequency += *step) {
+        for (const int side : {-1, 1})
+            put(side * frequency, QString::number(frequency));
+    }
+}
+
+void SpectrumPlot::arrangeHeights()
+{
+    const int lines = std::max(m_area.height() / (2 * fontMetrics().height()), 1);
+    const int step = stepOfHeights(m_top, std::min(lines, 5));
+    for (int value = step; value < m_top; value += step) {
+        const int y = m_area.bottom() + 1 - heightOf(value);
+        const QString text = QString::number(value);
+        const QSize size = textSize(text);
+        m_lines.append({{m_area.left(), y, m_area.width(), 1}, 0.14});
+        if (y - size.height() >= m_area.top())
+            addLabel({{{m_area.left() + kMarginPixels, y - size.height()}, size},
+                      text,
+                      QPalette::Base,
+                      0.5});
+    }
+}
+
+QVector<QRect> SpectrumPlot::labelAreas() const
+{
+    QVector<QRect> areas;
+    for (const Label &label : m_labels)
+        areas.append(label.area);
+    return areas;
+}
+
+QString SpectrumPlot::summary() const
+{
+    if (!m_notice.isEmpty())
+        return QStringLiteral("%1; %2").arg(m_notice, tr("height %1").arg(m_scale.label()));
+    const auto middle = m_bars.begin() + kBarCount / 2;
+    const auto left = std::max_element(m_bars.begin(), middle);
+    const auto right = std::max_element(middle, m_bars.end());
+    // The middle of a bar of 70 Hz; the left channel's first bar is its highest.
+    const auto frequency = [](std::ptrdiff_t bars) {
+        return static_cast<int>((2 * bars + 1) * kHighestFrequencyHz / kBarCount);
+    };
+    return tr("highest on the left at %1 Hz: %2, on the right at %3 Hz: %4; %5")
+        .arg(frequency(middle - left - 1))
+        .arg(*left)
+        .arg(frequency(right - middle))
+        .arg(*right)
+        .arg(tr("height %1").arg(m_scale.label()));
 }
 
 QRect SpectrumPlot::barArea(int bar) const
@@ -78,7 +189,8 @@ int SpectrumPlot::positionOf(int frequency) const
 
 int SpectrumPlot::heightOf(int value) const
 {
-    return std::clamp(value, 0, kFullScale) * std::max(m_area.height(), 0) / kFullScale;
+    const int height = std::max(m_area.height(), 0);
+    return std::clamp(static_cast<int>(value * height / m_top), 0, height);
 }
 
 void SpectrumPlot::setBars(const QVector<int> &bars)
@@ -105,6 +217,15 @@ void SpectrumPlot::setBars(const QVector<int> &bars)
     }
     if (!changed.isEmpty())
         update(changed);
+}
+
+void SpectrumPlot::setScale(const HeightScale &scale, double top)
+{
+    if (qFuzzyCompare(top, m_top) && scale.hasLabelOf(m_scale))
+        return;
+    m_scale = scale;
+    m_top = top;
+    startAnew();
 }
 
 void SpectrumPlot::setNotice(const QString &notice)
@@ -137,46 +258,15 @@ void SpectrumPlot::paintLayer(QPainter *painter, Layer layer)
 void SpectrumPlot::paintAxis(QPainter *painter) const
 {
     const QColor text = palette().color(QPalette::WindowText);
-    const QColor line = mixed(palette().color(QPalette::Base), text, 0.14);
-    const int height = fontMetrics().height();
-    const QColor quiet = mixed(palette().color(QPalette::Base), text, 0.5);
-    for (int value = 100; value < kFullScale; value += 100) {
-        const int y = m_area.bottom() + 1 - heightOf(value);
-        painter->fillRect(m_area.left(), y, m_area.width(), 1, line);
-        painter->setPen(quiet);
-        painter->drawText(QRect(m_area.left() + kMarginPixels, y - height, m_area.width(), height),
-                          Qt::AlignLeft | Qt::AlignBottom, QString::number(value));
+    for (const Line &line : m_lines) {
+        painter->fillRect(line.area, mixed(palette().color(QPalette::Base), text, line.strength));
+        if (line.area.width() == 1)
+            painter->fillRect(line.area.left(), m_area.bottom() + 1, 1, kTickPixels, text);
     }
-
-    const int widest = fontMetrics().horizontalAdvance(QStringLiteral("3500 Hz"));
-    const int steps[] = {250, 500, 1000, kHighestFrequencyHz};
-    const int *const step = std::find_if(std::begin(steps), std::end(steps) - 1, [&](int hertz) {
-        return hertz * m_area.width() / (2 * kHighestFrequencyHz) > widest * 3 / 2;
-    });
-    const auto label = [&](int frequency, const QString &name) {
-        const int x = positionOf(frequency);
-        painter->fillRect(x, m_area.top(), 1, m_area.height(),
-                          frequency == 0 ? mixed(line, text, 0.4) : line);
-        painter->fillRect(x, m_area.bottom() + 1, 1, kTickPixels, text);
-        painter->setPen(text);
-        painter->drawText(QRect(x - widest, m_area.bottom() + 1 + kTickPixels, 2 * widest, height),
-                          Qt::AlignCenter, name);
-    };
-    label(0, QStringLiteral("0"));
-    for (const int side : {-1, 1}) {
-        for (int frequency = *step;
-             positionOf(kHighestFrequencyHz) - positionOf(frequency) > widest; frequency += *step)
-            label(side * frequency, QString::number(frequency));
-        label(side * kHighestFrequencyHz, QStringLiteral("%1 Hz").arg(kHighestFrequencyHz));
+    for (const Label &label : m_labels) {
+        painter->setPen(mixed(palette().color(label.ground), text, label.strength));
+        painter->drawText(label.area, Qt::AlignCenter | Qt::TextDontClip, label.text);
     }
-
-    painter->setPen(mixed(palette().color(QPalette::Window), text, 0.7));
-    const QRect names(m_area.left(), m_area.top() - height - kMarginPixels / 2, m_area.width(),
-                      height);
-    painter->drawText(names.adjusted(0, 0, -m_area.width() / 2, 0), Qt::AlignCenter,
-                      QStringLiteral("left channel"));
-    painter->drawText(names.adjusted(m_area.width() / 2, 0, 0, 0), Qt::AlignCenter,
-                      QStringLiteral("right channel"));
 }
 
 void SpectrumPlot::paintEvent(QPaintEvent *event)
@@ -193,15 +283,28 @@ void SpectrumPlot::paintEvent(QPaintEvent *event)
             copy(&painter, column.adjusted(0, column.height() - height, 0, 0) & dirty, Full);
         }
     }
-    if (m_notice.isEmpty())
-        return;
-    QFont larger = font();
-    larger.setPointSizeF(larger.pointSizeF() * 1.5);
-    painter.setFont(larger);
-    painter.setPen(palette().color(QPalette::Text));
+    if (!m_notice.isEmpty())
+        paintNotice(&painter);
+}
+
+void SpectrumPlot::paintNotice(QPainter *painter) const
+{
     const int flags = Qt::AlignCenter | Qt::TextWordWrap;
-    const QRect place = painter.boundingRect(m_area, flags, m_notice);
-    painter.fillRect(place.adjusted(-kMarginPixels, -kMarginPixels, kMarginPixels, kMarginPixels),
-                     palette().base());
-    painter.drawText(m_area, flags, m_notice);
+    const QRect room =
+        m_area.adjusted(kMarginPixels, kMarginPixels, -kMarginPixels, -kMarginPixels);
+    QRect place;
+    for (const double size : {1.5, 1.0, 0.8}) { // the largest that fits
+        QFont sized = font();
+        if (sized.pointSizeF() > 0)
+            sized.setPointSizeF(sized.pointSizeF() * size);
+        painter->setFont(sized);
+        place = painter->boundingRect(room, flags, m_notice);
+        if (room.contains(place))
+            break;
+    }
+    painter->setPen(palette().color(QPalette::Text));
+    painter->fillRect(place.adjusted(-kMarginPixels, -kMarginPixels, kMarginPixels, kMarginPixels)
+                          & m_area,
+                      palette().base());
+    painter->drawText(room, flags, m_notice);
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "tools/monitor/heightscale.h"
 #include "tools/monitor/layeredwidget.h"
+#include "tools/monitor/spectrumreading.h"
 
 #include <QVector>
 
@@ -12,12 +14,19 @@ class SpectrumPlot : public LayeredWidget {
 public:
     explicit SpectrumPlot(QWidget *parent = nullptr);
 
-    /// kBarCount heights, 0 to kFullScale; what is beyond is drawn as the nearest of these. Only
-    /// what is different is painted.
+    /// kBarCount heights; what is above the scale's top is drawn as high as that. Only what is
+    /// different is painted.
     void setBars(const QVector<int> &bars);
+
+    /// The scale of the heights, and which height is at the top now.
+    void setScale(const HeightScale &scale, double top);
 
     /// A text over the bars; empty: none.
     void setNotice(const QString &notice);
+
+    /// What the bars show, for those who cannot see them: the notice, or where each channel is
+    /// highest; and the scale.
+    QString summary() const;
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
@@ -25,6 +34,8 @@ public:
     /// Where the bars are, and one bar's place from top to bottom.
     QRect plotArea() const { return m_area; }
     QRect barArea(int bar) const;
+    /// The places of all texts except the notice.
+    QVector<QRect> labelAreas() const;
     /// Where a frequency is on the axis: Hz, negative for the left channel.
     int positionOf(int frequency) const;
 
@@ -34,7 +45,24 @@ protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    struct Label {
+        QRect area;
+        QString text;
+        QPalette::ColorRole ground; ///< Base on the bars' ground, else Window
+        double strength; ///< of the text's colour against that ground, 0 to 1
+    };
+    struct Line {
+        QRect area;
+        double strength;
+    };
+
+    void arrangeTop();
+    void arrangeFrequencies();
+    void arrangeHeights();
+    bool addLabel(const Label &label); ///< false where it would touch another one
+    QSize textSize(const QString &text) const;
     void paintAxis(QPainter *painter) const;
+    void paintNotice(QPainter *painter) const;
     int heightOf(int value) const;
     int barAt(int x) const; ///< the nearest one
 
@@ -43,4 +71,8 @@ private:
     QVector<int> m_bars; ///< as they were set
     QVector<int> m_heights; ///< the same in pixels
     QString m_notice;
+    QVector<Label> m_labels;
+    QVector<Line> m_lines;
+    HeightScale m_scale;
+    double m_top = kFullScale;
 };

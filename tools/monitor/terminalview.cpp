@@ -2,6 +2,8 @@
 
 #include "platform/terminal.h"
 #include "tools/monitor/meterscale.h"
+#include "tools/monitor/terminaltext.h"
+#include "tools/monitor/toplabels.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -11,7 +13,9 @@ namespace {
 constexpr char kEnter[] = "\x1b[?1049h\x1b[?25l";
 constexpr char kLeave[] = "\x1b[?25h\x1b[?1049l";
 constexpr int kMeterRow = 1; // the status is above
-constexpr int kBarRow = 4;
+constexpr int kMeters = 3;
+constexpr int kRowsWithLabels = 9; // of the picture, from which on it has a row for them
+constexpr int kNameColumns = 7;
 constexpr int kLineColumns = 50;
 
 bool print(const QString &text)
@@ -26,20 +30,24 @@ QString coloured(const QString &text, int colour)
     return QStringLiteral("\x1b[%1m%2\x1b[0m").arg(colour).arg(text);
 }
 
-/// One height for each column, as many as fit.
-QVector<int> columnsOf(const QVector<int> &bars, int columns)
+/// The highest bars of each of so many columns, which share them as evenly as they can.
+QVector<int> spread(const QVector<int> &bars, int columns)
 {
-    // Whole bars to a column or whole columns to a bar: every column is as wide as its neighbour.
-    const int perColumn = std::max((bars.size() + columns - 1) / std::max(columns, 1), 1);
-    const int perBar = std::max(columns / std::max(bars.size(), 1), 1);
     QVector<int> result;
-    for (int i = 0; i < bars.size(); i += perColumn) {
-        const auto first = bars.begin() + i;
-        const auto last = bars.begin() + std::min(i + perColumn, bars.size());
-        for (int n = 0; n < perBar; ++n)
-            result.append(std::clamp(*std::max_element(first, last), 0, kFullScale));
+    for (int i = 0; i < columns; ++i) {
+        const int first = i * bars.size() / columns;
+        const int last = std::max((i + 1) * bars.size() / columns, first + 1);
+        result.append(std::max(*std::max_element(bars.begin() + first, bars.begin() + last), 0));
     }
     return result;
+}
+
+/// One height for each column, the channels on either side of the middle.
+QVector<int> columnsOf(const QVector<int> &bars, int columns)
+{
+    const int half = columns / 2;
+    return spread(bars.mid(0, bars.size() / 2), half)
+        + spread(bars.mid(bars.size() / 2), columns - half);
 }
 
 /// The frequencies under a row of bars, in Hz; each label is in the middle of its place.
@@ -72,7 +80,7 @@ QString axisOf(int columns)
 
 TerminalView::TerminalView(bool onTerminal, Style style)
     : m_onTerminal(onTerminal)
-    , m_coloured(style == ColouredUnicode)
+    , m_style(style)
     , m_ramp(style == Plain ? QStringLiteral(" .:-=+*#@") : QStringLiteral(" ▁▂▃▄▅▆▇█"))
     , m_mark(style == Plain ? QLatin1Char('|') : QChar(0x2502))
 {
@@ -92,85 +100,120 @@ void TerminalView::close()
     m_onTerminal = false;
 }
 
-bool TerminalView::show(const SpectrumReading &reading, const Levels &held, const QString &status)
+bool TerminalView::show(const TerminalFrame &frame)
 {
     if (!m_onTerminal)
-        return print(line(reading, status, kLineColumns) + QLatin1Char('\n'));
+        return print(line(frame, kLineColumns) + QLatin1Char('\n'));
     if (!takeTerminal(kEnter, kLeave))
         return true;
     const TerminalSize size = terminalSize();
-    QStringList rows = picture(reading, held, status, size.columns, size.rows).mid(0, size.rows);
+    Picture picture = draw(frame, size.columns, size.rows);
     // Every cell is written anew and none is cleared before, so that nothing flickers and nothing
     // of another picture stays. (To clear the rest of a full row would clear its last cell.)
-    while (rows.size() < size.rows)
-        rows.append(QString());
-    for (QString &row : rows)
-        row = row.leftJustified(size.columns);
-    if (m_coloured)
-        colour(reading.bars, &rows);
-    return print(QStringLiteral("\x1b[H") + rows.join(QStringLiteral("\r\n")));
+    while (picture.rows.size() < size.rows)
+        picture.rows.append(QString(size.columns, QLatin1Char(' ')));
+    if (m_style == ColouredUnicode)
+        colour(size.columns, &picture);
+    return print(QStringLiteral("\x1b[H")
+                 + picture.rows.mid(0, size.rows).join(QStringLiteral("\r\n")));
 }
 
-QString TerminalView::meter(const QString &name, double level, double held, int columns) const
+QString TerminalView::meter(int which, double level, double held, int columns) const
 {
-    const QString head = QStringLiteral("%1 %2 ").arg(name, -7).arg(levelNumber(level), 6);
-    const int width = std::max(columns - head.size(), 0);
-    QString row = QString(static_cast<int>(meterPosition(level) * width), m_ramp.back());
+    const QString head = fittedToColumns(levelName(which), kNameColumns)
+        + QStringLiteral(" %1 ").arg(levelNumber(level), 6);
+    const int width = std::max(columns - terminalColumns(head), 0);
+    QString row(static_cast<int>(meterPosition(level) * width), m_ramp.back());
     const int mark = std::min(static_cast<int>(meterPosition(held) * width), width - 1);
     if (mark >= row.size() && mark > 0)
         row = row.leftJustified(mark) + m_mark;
-    return (head + row).left(columns);
+    return head + row;
 }
 
-QStringList TerminalView::picture(const SpectrumReading &reading, const Levels &held,
-                                  const QString &status, int columns, int rows) const
+QStringList TerminalView::picture(const TerminalFrame &frame, int columns, int rows) const
 {
-    QStringList result {status.left(columns)};
-    result.append(meter(QStringLiteral("RMS"), reading.rms, held.rms, columns));
-    result.append(meter(QStringLiteral("peak"), reading.peak, held.peak, columns));
-    result.append(meter(QStringLiteral("dynamic"), reading.dynamic, held.dynamic, columns));
+    return draw(frame, columns, rows).rows;
+}
 
-    const QVector<int> heights = columnsOf(reading.bars, columns);
+TerminalView::Picture TerminalView::draw(const TerminalFrame &frame, int columns, int rows) const
+{
+    const SpectrumReading &reading = frame.reading;
+    Picture picture;
+    picture.rows = QStringList {frame.status, meter(0, reading.rms, frame.held.rms, columns),
+                                meter(1, reading.peak, frame.held.peak, columns),
+                                meter(2, reading.dynamic, frame.held.dynamic, columns)};
+    if (rows >= kRowsWithLabels) {
+        QString labels;
+        for (const TopLabel &label : topLabels(frame.scale, columns, 2, terminalColumns))
+            labels = fittedToColumns(labels, label.start) + label.text;
+        picture.rows.append(labels);
+    }
+    drawBars(frame, columns, rows - picture.rows.size() - 1, &picture);
+    drawNotice(frame.notice, columns, &picture);
+    for (QString &row : picture.rows)
+        row = fittedToColumns(m_style == Plain ? asciiOnly(row) : row, columns);
+    return picture;
+}
+
+void TerminalView::drawBars(const TerminalFrame &frame, int columns, int rows,
+                            Picture *picture) const
+{
+    if (rows <= 0)
+        return;
+    const QVector<int> heights = columnsOf(frame.reading.bars, columns);
     const int steps = m_ramp.size() - 1;
-    const int barRows = rows - result.size() - 1;
-    for (int row = barRows - 1; row >= 0; --row) {
+    for (int row = rows - 1; row >= 0; --row) {
         QString text;
         for (const int height : heights) {
-            const int filled = height * barRows * steps / kFullScale - row * steps;
+            const double share = std::min(height / frame.top, 1.0);
+            const int filled = static_cast<int>(share * rows * steps) - row * steps;
             text += m_ramp.at(std::clamp(filled, 0, steps));
         }
-        result.append(text);
+        picture->barRows.append(picture->rows.size());
+        picture->rows.append(text);
     }
-    if (barRows > 0)
-        result.append(axisOf(heights.size()));
-    return result;
+    picture->rows.append(axisOf(columns));
 }
 
-void TerminalView::colour(const QVector<int> &bars, QStringList *picture) const
+void TerminalView::drawNotice(const QString &notice, int columns, Picture *picture) const
+{
+    constexpr int kMargin = 2;
+    const QStringList lines = wrappedToColumns(notice, std::max(columns - 2 * kMargin, 2));
+    if (lines.size() > picture->barRows.size())
+        return; // the status says it, too
+    const int first = (picture->barRows.size() - lines.size()) / 2;
+    for (int i = 0; i < lines.size(); ++i) {
+        const int indent = std::max((columns - terminalColumns(lines.at(i))) / 2, 0);
+        picture->rows[picture->barRows.at(first + i)] =
+            QString(indent, QLatin1Char(' ')) + lines.at(i);
+    }
+    picture->barRows.erase(picture->barRows.begin() + first,
+                           picture->barRows.begin() + first + lines.size());
+}
+
+void TerminalView::colour(int columns, Picture *picture) const
 {
     // The terminal's own colours, which it has chosen for its background: green levels, and a
     // colour for each channel.
     constexpr int green = 32;
     constexpr int cyan = 36;
     constexpr int magenta = 35;
-    for (int i = kMeterRow; i < std::min(kBarRow, picture->size()); ++i)
-        (*picture)[i] = coloured(picture->at(i), green);
-    for (int i = kBarRow; i < picture->size() - 1; ++i) {
-        const QString row = picture->at(i);
-        const int middle = columnsOf(bars, row.size()).size() / 2;
-        (*picture)[i] = coloured(row.left(middle), cyan) + coloured(row.mid(middle), magenta);
+    for (int i = kMeterRow; i < kMeterRow + kMeters; ++i)
+        picture->rows[i] = coloured(picture->rows.at(i), green);
+    for (const int i : picture->barRows) {
+        const QString row = picture->rows.at(i);
+        picture->rows[i] =
+            coloured(row.left(columns / 2), cyan) + coloured(row.mid(columns / 2), magenta);
     }
 }
 
-QString TerminalView::line(const SpectrumReading &reading, const QString &status, int columns) const
+QString TerminalView::line(const TerminalFrame &frame, int columns) const
 {
+    const SpectrumReading &reading = frame.reading;
     QString bars;
     for (const int height : columnsOf(reading.bars, columns))
-        bars += m_ramp.at(height * (m_ramp.size() - 1) / kFullScale);
+        bars += m_ramp.at(std::min(height, kFullScale) * (m_ramp.size() - 1) / kFullScale);
     return QStringLiteral("%1  RMS %2  peak %3  dynamic %4  |%5|")
-        .arg(status)
-        .arg(levelNumber(reading.rms))
-        .arg(levelNumber(reading.peak))
-        .arg(levelNumber(reading.dynamic))
-        .arg(bars);
+        .arg(m_style == Plain ? asciiOnly(frame.status) : frame.status, levelNumber(reading.rms),
+             levelNumber(reading.peak), levelNumber(reading.dynamic), bars);
 }

@@ -1,8 +1,19 @@
 #pragma once
 
+#include "tools/monitor/heightscale.h"
 #include "tools/monitor/spectrumreading.h"
 
 #include <QStringList>
+
+/// What the terminal shows at one moment.
+struct TerminalFrame {
+    SpectrumReading reading;
+    Levels held;
+    QString status; ///< one line
+    QString notice; ///< in place of the bars; empty: none
+    HeightScale scale;
+    double top = kFullScale; ///< the height that reaches the top of the picture
+};
 
 /// The live spectrum as text.
 ///
@@ -22,23 +33,31 @@ public:
     /// Gives the terminal back as it was; show no more after it.
     void close();
 
-    /// Shows the reading under one line of status. False when it cannot be written.
-    bool show(const SpectrumReading &reading, const Levels &held, const QString &status);
+    /// Shows the frame. False when it cannot be written.
+    bool show(const TerminalFrame &frame);
 
-    /// The picture: rows of at most `columns` characters, `rows` of them at most and four at
-    /// least: status, the three levels, bars, axis. No colours.
-    QStringList picture(const SpectrumReading &reading, const Levels &held, const QString &status,
-                        int columns, int rows) const;
+    /// The picture: rows of exactly `columns` columns, `rows` of them at most and four at least:
+    /// status, the three levels, what the bars are (where there is room), bars, axis. No colours.
+    QStringList picture(const TerminalFrame &frame, int columns, int rows) const;
 
-    /// One line: the status, the levels, and the bars in `columns` characters.
-    QString line(const SpectrumReading &reading, const QString &status, int columns) const;
+    /// One line: the status, the levels, and the bars in `columns` characters, of the height that
+    /// was sent.
+    QString line(const TerminalFrame &frame, int columns) const;
 
 private:
-    QString meter(const QString &name, double level, double held, int columns) const;
-    void colour(const QVector<int> &bars, QStringList *picture) const;
+    /// A picture, and which of its rows are bars and nothing else.
+    struct Picture {
+        QStringList rows;
+        QVector<int> barRows;
+    };
+    Picture draw(const TerminalFrame &frame, int columns, int rows) const;
+    QString meter(int which, double level, double held, int columns) const;
+    void drawBars(const TerminalFrame &frame, int columns, int rows, Picture *picture) const;
+    void drawNotice(const QString &notice, int columns, Picture *picture) const;
+    void colour(int columns, Picture *picture) const;
 
     bool m_onTerminal;
-    const bool m_coloured;
+    const Style m_style;
     const QString m_ramp; ///< from empty to full
     const QChar m_mark; ///< of a held level
 };

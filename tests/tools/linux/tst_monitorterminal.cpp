@@ -62,6 +62,21 @@ public:
         m_process.start(QStringLiteral(TONEWELL_MONITOR), arguments);
     }
 
+    /// The same, with this as its own terminal: keys are for it.
+    void startOnItself(const QStringList &arguments)
+    {
+        const QString name = QFile::decodeName(ttyname(m_follower));
+        m_process.setStandardInputFile(name);
+        m_process.setStandardOutputFile(name);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("TERM"), QStringLiteral("xterm"));
+        m_process.setProcessEnvironment(environment);
+        m_process.start(QStringLiteral("setsid"),
+                        QStringList {QStringLiteral("--ctty"), QStringLiteral("--wait"),
+                                     QStringLiteral(TONEWELL_MONITOR)}
+                            + arguments);
+    }
+
     /// A shell with job control, whose terminal this is.
     void startShell()
     {
@@ -100,7 +115,7 @@ public:
     }
 
     bool isAsBefore() const { return isAsBefore(0); }
-    bool isAsBeforeWithoutEcho() const { return isAsBefore(ECHO); }
+    bool isAsBeforeForKeys() const { return isAsBefore(ECHO | ICANON); }
 
     bool isStopped() const
     {
@@ -169,6 +184,9 @@ private Q_SLOTS:
     void standardOutputThatIsFullIsAnExitCode();
     void pictureHasTheTerminalsSize();
     void coloursCanBeDeclined();
+    void keysEndIt_data();
+    void keysEndIt();
+    void keysChangeTheHeight();
 
 private:
     std::unique_ptr<QTemporaryDir> m_folder;
@@ -208,7 +226,7 @@ void MonitorTerminalTest::isGivenBack()
     QTRY_VERIFY_WITH_TIMEOUT(terminal.output().contains("waiting for the service"), kPatienceMs);
     QVERIFY(terminal.output().startsWith(kEnter));
     QVERIFY(!terminal.output().contains(kLeave));
-    QVERIFY(terminal.isAsBeforeWithoutEcho());
+    QVERIFY(terminal.isAsBeforeForKeys());
     if (signal != 0)
         QCOMPARE(kill(static_cast<pid_t>(terminal.process().processId()), signal), 0);
     QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
@@ -268,7 +286,7 @@ void MonitorTerminalTest::isGivenBackByASecondInterrupt()
     QVERIFY(terminal.send(SIGINT));
     QTest::qWait(500);
     QVERIFY(!terminal.hasEnded());
-    QVERIFY(terminal.isAsBeforeWithoutEcho());
+    QVERIFY(terminal.isAsBeforeForKeys());
     QVERIFY(terminal.send(SIGINT));
     QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
     QCOMPARE(terminal.process().exitStatus(), QProcess::CrashExit);
@@ -287,7 +305,7 @@ void MonitorTerminalTest::isGivenBackWhileStopped()
         const int begin = terminal.output().lastIndexOf(kEnter);
         // It is drawn again, in the whole.
         QTRY_VERIFY_WITH_TIMEOUT(terminal.output().mid(begin).count("\x1b[H") > 2, kPatienceMs);
-        QVERIFY(terminal.isAsBeforeWithoutEcho());
+        QVERIFY(terminal.isAsBeforeForKeys());
         QVERIFY(terminal.send(SIGTSTP));
         QTRY_VERIFY_WITH_TIMEOUT(terminal.isStopped(), kPatienceMs);
         QVERIFY(terminal.output().endsWith(kLeave));
@@ -373,6 +391,50 @@ void MonitorTerminalTest::coloursCanBeDeclined()
     qunsetenv("NO_COLOR");
     QTRY_VERIFY_WITH_TIMEOUT(plain.picture().size() == 24, kPatienceMs);
     QVERIFY(!plain.output().contains("\x1b[36m"));
+}
+
+void MonitorTerminalTest::keysEndIt_data()
+{
+    QTest::addColumn<QByteArray>("keys");
+    QTest::newRow("q") << QByteArray("q");
+    QTest::newRow("Esc") << QByteArray("\x1b");
+    QTest::newRow("q after an arrow") << QByteArray("\x1b[Aq");
+}
+
+void MonitorTerminalTest::keysEndIt()
+{
+    QFETCH(QByteArray, keys);
+    Terminal terminal(80, 24);
+    terminal.startOnItself({QStringLiteral("--text")});
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.picture().size() == 24, kPatienceMs);
+    QVERIFY(terminal.type("\x1b[B")); // an arrow is no Esc
+    QTest::qWait(300);
+    QVERIFY(!terminal.hasEnded());
+    QVERIFY(terminal.type(keys));
+    QTRY_VERIFY_WITH_TIMEOUT(terminal.hasEnded(), kPatienceMs);
+    QCOMPARE(terminal.process().exitStatus(), QProcess::NormalExit);
+    QCOMPARE(terminal.process().exitCode(), 2);
+    QCOMPARE(terminal.output().count(kLeave), 1);
+    QVERIFY(terminal.isAsBefore());
+}
+
+void MonitorTerminalTest::keysChangeTheHeight()
+{
+    Terminal terminal(80, 24);
+    terminal.startOnItself({QStringLiteral("--text")});
+    const auto says = [&](const char *text) {
+        return terminal.picture().join(QString()).contains(QLatin1String(text));
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(says("fit 400"), kPatienceMs);
+    QVERIFY(terminal.type("0"));
+    QTRY_VERIFY_WITH_TIMEOUT(says("as sent: 400"), kPatienceMs);
+    QVERIFY(terminal.type("++"));
+    QTRY_VERIFY_WITH_TIMEOUT(says("by hand: 250"), kPatienceMs);
+    QVERIFY(terminal.type("-"));
+    QTRY_VERIFY_WITH_TIMEOUT(says("by hand: 300"), kPatienceMs);
+    QVERIFY(terminal.type("0"));
+    QTRY_VERIFY_WITH_TIMEOUT(says("fit 400"), kPatienceMs);
+    QVERIFY(says("left channel") && says("right channel"));
 }
 
 QTEST_GUILESS_MAIN(MonitorTerminalTest)

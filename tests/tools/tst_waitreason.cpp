@@ -1,0 +1,230 @@
+// Why the service is not there: what is said of what is known, and what is found at the socket.
+#include "tools/monitor/serviceprobe.h"
+#include "tools/monitor/waitreason.h"
+
+#include <QDataStream>
+#include <QDir>
+#include <QLocalServer>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+constexpr int kPatienceMs = 20000;
+
+/// The first packet of a host.
+QByteArray handshake(const QString &protocol)
+{
+    QByteArray packet;
+    QDataStream stream(&packet, QIODevice::WriteOnly);
+    stream << quint32 {0} << quint16 {1} << protocol;
+    return packet;
+}
+
+ServiceLookup installed()
+{
+    ServiceLookup lookup;
+    lookup.socket = QDir::tempPath() + QStringLiteral("/tonewell");
+    lookup.startCommand = QStringList {QStringLiteral("systemctl"), QStringLiteral("--user"),
+                                       QStringLiteral("start"), QStringLiteral("it")};
+    return lookup;
+}
+
+} // namespace
+
+class WaitReasonTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void notInstalled();
+    void notRunning();
+    void anotherUserHoldsTheSocket();
+    void anotherTemporaryFolder();
+    void runsWithoutAnswer();
+    void theOtherGeneration_data();
+    void theOtherGeneration();
+    void whatHoldsTheSocketSaysNothing();
+    void protocolIsReadFromThePacket();
+    void probeFindsNobody();
+    void probeFindsAHost();
+    void probeFindsAMute();
+    void probeFindsOneThatHangsUp();
+
+private:
+    std::unique_ptr<QTemporaryDir> m_folder;
+    QByteArray m_folderBefore;
+};
+
+void WaitReasonTest::init()
+{
+    m_folder = std::make_unique<QTemporaryDir>();
+    m_folderBefore = qgetenv("TMPDIR");
+    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+}
+
+void WaitReasonTest::cleanup()
+{
+    qputenv("TMPDIR", m_folderBefore);
+    m_folder.reset();
+}
+
+void WaitReasonTest::notInstalled()
+{
+    ServiceLookup lookup = installed();
+    lookup.startCommand.clear();
+    const WaitReason reason = WaitReason::explain(lookup, {});
+    QCOMPARE(reason.text(), QStringLiteral("it is not installed"));
+    QVERIFY(reason.startCommand().isEmpty());
+}
+
+void WaitReasonTest::notRunning()
+{
+    const WaitReason reason = WaitReason::explain(installed(), {});
+    QCOMPARE(reason.text(),
+             QStringLiteral("it is not running; this starts it: systemctl --user start it"));
+    QCOMPARE(reason.startCommand(), installed().startCommand);
+}
+
+void WaitReasonTest::anotherUserHoldsTheSocket()
+{
+    ServiceLookup lookup = installed();
+    lookup.foreignOwner = QStringLiteral("eve");
+    QCOMPARE(WaitReason::explain(lookup, {}).text(),
+             QStringLiteral("user eve holds its socket ") + lookup.socket);
+    lookup.runningIn.append(QDir::tempPath());
+    const WaitReason reason = WaitReason::explain(lookup, {});
+    QCOMPARE(reason.text(),
+             QStringLiteral("it runs, but user eve holds its socket ") + lookup.socket);
+    QVERIFY(reason.startCommand().isEmpty()); // to start it once more would change nothing
+}
+
+void WaitReasonTest::anotherTemporaryFolder()
+{
+    ServiceLookup lookup = installed();
+    lookup.runningIn.append(QStringLiteral("/elsewhere"));
+    const WaitReason reason = WaitReason::explain(lookup, {});
+    QCOMPARE(reason.text(),
+             QStringLiteral("it runs with another TMPDIR: /elsewhere there, %1 here")
+                 .arg(QDir::tempPath()));
+    QVERIFY(reason.startCommand().isEmpty());
+}
+
+void WaitReasonTest::runsWithoutAnswer()
+{
+    ServiceLookup lookup = installed();
+    lookup.runningIn = QStringList {QStringLiteral("/elsewhere"), QDir::tempPath()};
+    QCOMPARE(WaitReason::explain(lookup, {}).text(),
+             QStringLiteral("it runs, but its socket %1 does not answer").arg(lookup.socket));
+}
+
+void WaitReasonTest::theOtherGeneration_data()
+{
+    QTest::addColumn<QString>("protocol");
+    QTest::addColumn<int>("generation");
+    QTest::addColumn<QString>("text");
+    const QString other = QStringLiteral("it speaks %1, which programs of Qt %2 do not understand");
+    const QString nothing =
+        QStringLiteral("what answers at its socket publishes nothing named Tonewell");
+    const QString five = QStringLiteral("QtRO 1.3");
+    const QString six = QStringLiteral("QtRO 2.0");
+    QTest::newRow("6 waits for 5") << five << 6 << other.arg(five).arg(6);
+    QTest::newRow("5 waits for 6") << six << 5 << other.arg(six).arg(5);
+    QTest::newRow("5 finds 5") << five << 5 << nothing;
+    QTest::newRow("6 finds 6") << six << 6 << nothing;
+}
+
+void WaitReasonTest::theOtherGeneration()
+{
+    QFETCH(QString, protocol);
+    QFETCH(int, generation);
+    QFETCH(QString, text);
+    QCOMPARE(WaitReason::explain(installed(), {true, protocol}, generation).text(), text);
+}
+
+void WaitReasonTest::whatHoldsTheSocketSaysNothing()
+{
+    QCOMPARE(WaitReason::explain(installed(), {true, {}}).text(),
+             QStringLiteral("what holds its socket says nothing: another program, or it hangs"));
+}
+
+void WaitReasonTest::protocolIsReadFromThePacket()
+{
+    const QByteArray packet = handshake(QStringLiteral("QtRO 1.3"));
+    QCOMPARE(ServiceProbe::protocolOf(packet), QStringLiteral("QtRO 1.3"));
+    QCOMPARE(ServiceProbe::protocolOf(packet + "more"), QStringLiteral("QtRO 1.3"));
+    for (int size = 0; size < packet.size(); ++size)
+        QCOMPARE(ServiceProbe::protocolOf(packet.left(size)), QString());
+    QCOMPARE(ServiceProbe::protocolOf(handshake(QStringLiteral("HTTP/1.1"))), QString());
+    QCOMPARE(ServiceProbe::protocolOf(QByteArray(64, '\xff')), QString());
+}
+
+void WaitReasonTest::probeFindsNobody()
+{
+    ServiceProbe probe;
+    QSignalSpy spy(&probe, &ServiceProbe::finished);
+    ProbeResult result {true, QStringLiteral("x")};
+    connect(&probe, &ServiceProbe::finished, this, [&](const ProbeResult &r) { result = r; });
+    probe.start();
+    QTRY_COMPARE_WITH_TIMEOUT(spy.size(), 1, kPatienceMs);
+    QVERIFY(!result.accepted);
+    QVERIFY(result.protocol.isEmpty());
+}
+
+void WaitReasonTest::probeFindsAHost()
+{
+    QLocalServer server;
+    QVERIFY(server.listen(QStringLiteral("tonewell")));
+    connect(&server, &QLocalServer::newConnection, this,
+            [&] { server.nextPendingConnection()->write(handshake(QStringLiteral("QtRO 7.5"))); });
+    ServiceProbe probe;
+    ProbeResult result;
+    connect(&probe, &ServiceProbe::finished, this, [&](const ProbeResult &r) { result = r; });
+    for (int i = 0; i < 2; ++i) { // as often as wanted
+        result = {};
+        probe.start();
+        QTRY_VERIFY_WITH_TIMEOUT(result.accepted, kPatienceMs);
+        QCOMPARE(result.protocol, QStringLiteral("QtRO 7.5"));
+    }
+}
+
+void WaitReasonTest::probeFindsAMute()
+{
+    QLocalServer server;
+    QVERIFY(server.listen(QStringLiteral("tonewell")));
+    ServiceProbe probe;
+    int results = 0;
+    ProbeResult result;
+    connect(&probe, &ServiceProbe::finished, this, [&](const ProbeResult &r) {
+        result = r;
+        ++results;
+    });
+    probe.start();
+    QTRY_COMPARE_WITH_TIMEOUT(results, 1, kPatienceMs);
+    QVERIFY(result.accepted);
+    QVERIFY(result.protocol.isEmpty());
+}
+
+void WaitReasonTest::probeFindsOneThatHangsUp()
+{
+    QLocalServer server;
+    QVERIFY(server.listen(QStringLiteral("tonewell")));
+    connect(&server, &QLocalServer::newConnection, this,
+            [&] { server.nextPendingConnection()->abort(); });
+    ServiceProbe probe;
+    int results = 0;
+    ProbeResult result;
+    connect(&probe, &ServiceProbe::finished, this, [&](const ProbeResult &r) {
+        result = r;
+        ++results;
+    });
+    probe.start();
+    QTRY_COMPARE_WITH_TIMEOUT(results, 1, kPatienceMs);
+    QVERIFY(result.accepted);
+    QVERIFY(result.protocol.isEmpty());
+}
+
+QTEST_GUILESS_MAIN(WaitReasonTest)
+#include "tst_waitreason.moc"

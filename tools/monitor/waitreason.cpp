@@ -1,0 +1,57 @@
+#include "tools/monitor/waitreason.h"
+
+#include <algorithm>
+#include <QFileInfo>
+
+namespace {
+
+/// The generation of Qt whose Remote Objects introduce themselves like this: "QtRO 1.3" is Qt 5,
+/// "QtRO 2.0" is Qt 6. 0 for what does not look like either.
+int generationOf(const QString &protocol)
+{
+    const QString version = protocol.section(QLatin1Char(' '), 1);
+    const int major = version.section(QLatin1Char('.'), 0, 0).toInt();
+    return major > 0 ? major + 4 : 0;
+}
+
+bool isSameFolder(const QString &a, const QString &b)
+{
+    return a == b || QFileInfo(a).canonicalFilePath() == QFileInfo(b).canonicalFilePath();
+}
+
+} // namespace
+
+WaitReason WaitReason::explain(const ServiceLookup &lookup, const ProbeResult &probe,
+                               int qtGeneration)
+{
+    if (!probe.protocol.isEmpty()) {
+        const int generation = generationOf(probe.protocol);
+        if (generation != qtGeneration)
+            return WaitReason(tr("it speaks %1, which programs of Qt %2 do not understand")
+                                  .arg(probe.protocol)
+                                  .arg(qtGeneration));
+        return WaitReason(tr("what answers at its socket publishes nothing named Tonewell"));
+    }
+    const bool runs = !lookup.runningIn.isEmpty();
+    if (!lookup.foreignOwner.isEmpty())
+        return WaitReason((runs ? tr("it runs, but user %1 holds its socket %2")
+                                : tr("user %1 holds its socket %2"))
+                              .arg(lookup.foreignOwner, lookup.socket));
+    if (probe.accepted)
+        return WaitReason(tr("what holds its socket says nothing: another program, or it hangs"));
+    if (runs) {
+        const QString here = QFileInfo(lookup.socket).path();
+        const auto same =
+            std::find_if(lookup.runningIn.begin(), lookup.runningIn.end(),
+                         [&](const QString &folder) { return isSameFolder(folder, here); });
+        if (same == lookup.runningIn.end())
+            return WaitReason(tr("it runs with another TMPDIR: %1 there, %2 here")
+                                  .arg(lookup.runningIn.first(), here));
+        return WaitReason(tr("it runs, but its socket %1 does not answer").arg(lookup.socket));
+    }
+    if (lookup.startCommand.isEmpty())
+        return WaitReason(tr("it is not installed"));
+    return WaitReason(
+        tr("it is not running; this starts it: %1").arg(lookup.startCommand.join(QLatin1Char(' '))),
+        lookup.startCommand);
+}
