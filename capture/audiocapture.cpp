@@ -1,4 +1,4 @@
-// The controller's life, what it is asked, and the ways back into a start.
+// The controller's construction and end, its stop, and the ways back into a start.
 #include "capture/audiocapture.h"
 
 #include "capture/comobjects.h"

@@ -183,7 +183,7 @@ HRESULT AudioCapture::OnDefaultDeviceChanged(EDataFlow flow, ERole, LPCWSTR id)
     return S_OK;
 }
 
-/// What is wanted from now on, the default being another endpoint. The new default is listed with a
+/// The device to want now that the default is another endpoint. The new default is listed with a
 /// suffix: its bare name is found only when another endpoint carries exactly that name.
 QString AudioCapture::followTarget(const QString &newDefault)
 {

@@ -64,11 +64,11 @@ void AudioCapture::waitForOldSession()
     qDebug() << "[startCapture] 等待旧线程停止...";
     {
         const QMutexLocker lock(&m_mutex);
-        m_autoRestart = false; // the stop that comes now is not to be answered by a restart
+        m_autoRestart = false; // no restart may answer the stop that comes now
     }
 
-    // The loop comes first: on a thread that is none of Qt's it makes the dispatcher that the timer
-    // needs.
+    // The loop comes first: on a thread that Qt did not start it makes the dispatcher that the
+    // timer needs.
     QEventLoop loop;
     QTimer timer;
     bool timedOut = false;

@@ -29,12 +29,12 @@ public:
     /// Makes the thread, moves there and starts it; idle until start() is invoked.
     CaptureAudioThread();
     /// Ends the thread: asks it to quit, waits 1000 ms, terminates it, waits 500 ms. A session that
-    /// is to end within that time has been told so before.
+    /// is to end within that time has been called off before.
     ~CaptureAudioThread() override;
 
     /// Runs one capture session on the calling thread; invoked queued, so that this is the
-    /// worker's. pAudioClient is initialised for shared loopback and not started, and has been told
-    /// to sessions(), which keeps it alive. blockAlign is the block align of the device's mix
+    /// worker's. pAudioClient is initialised for shared loopback and not started; sessions() has
+    /// been told of it before and keeps it alive. blockAlign is the block align of the device's mix
     /// format, in bytes; 4 passes packets through unconverted.
     Q_INVOKABLE void start(IAudioClient *pAudioClient, int blockAlign);
 

@@ -19,9 +19,9 @@
 ///     stopArrived()                    .
 ///
 /// Sessions are numbered from 1 in the order of queue(). They run one after the other in that
-/// order, since each start() is queued to the one thread, and so do their stops arrive. A session
-/// that fails to start goes from begin() to end(). One whose start() the worker never comes to
-/// stays queued until the destructor.
+/// order, since each start() is queued to the one thread. Their stops arrive in the same order. A
+/// session that fails to start goes from begin() to end(). One whose start() the worker never comes
+/// to stays queued until the destructor.
 ///
 /// The client. The controller drops its own reference whenever a newer start begins, so each
 /// session has one of its own, from queue() to end().
@@ -40,10 +40,10 @@
 ///    takes the set back. No later session can have set it meanwhile, since one runs at a time.
 ///
 /// Being taken over. A start ends the sessions before it, and their stops may arrive only after it
-/// has brought up its own. supersede() is a retire() that tells them apart: the stop of a
-/// superseded session is not answered by a restart, and a device that it found invalidated not by a
-/// change to the default device, which would undo a choice made after it. A session that is retired
-/// only ended on request; whether its stop is answered is the controller's to say.
+/// has brought up its own. supersede() is a retire() that tells them apart: no restart
+/// answers the stop of a superseded session. A device that it found invalidated leads to no change
+/// to the default device, which would undo a choice made after it. A session that is only retired
+/// ended on request; the controller decides whether a restart answers its stop.
 ///
 /// Any thread may call anything, but for the worker's calls. isRetired and mayRun take no lock. No
 /// client is called with the lock held.
@@ -56,7 +56,7 @@ public:
     /// Drops the references of the sessions that never ran. The worker's thread has ended before.
     ~CaptureSessions();
 
-    /// A start() with this client, which is not null, is about to be queued.
+    /// Call this before a start() is queued with this client, which is not null.
     void queue(IAudioClient *client);
     /// Ends every session queued so far.
     void retire();
@@ -87,9 +87,9 @@ private:
     std::atomic<qint32> &m_running;
     mutable QMutex m_mutex; ///< guards the four below
     quint64 m_queued = 0;
-    quint64 m_superseded = 0; ///< number of the last one that a newer start took over
+    quint64 m_superseded = 0; ///< number of the last session that a newer start took over
     quint64 m_stopsArrived = 0;
     QQueue<IAudioClient *> m_clients; ///< of the sessions that have not ended, the oldest first
-    std::atomic<quint64> m_retired {0}; ///< number of the last one that is retired
+    std::atomic<quint64> m_retired {0}; ///< number of the last session that is retired
     quint64 m_begun = 0; ///< number of the session that begun last; the worker's thread only
 };

@@ -9,7 +9,7 @@ inline HRESULT resultWithObject(HRESULT hr, const void *object)
     return SUCCEEDED(hr) && !object ? E_POINTER : hr;
 }
 
-/// Drops a reference and forgets it; nothing when there is none.
+/// Drops the reference and sets the pointer to null. Does nothing with a null pointer.
 template <typename Interface> void releaseAndClear(Interface *&object)
 {
     if (object)

@@ -9,7 +9,7 @@
 /// one does.
 using FloatKernel = void (*)(const char *floats, char *samples, int count);
 
-/// The one for a vector unit, which the processor must have.
+/// The kernel for a vector unit, which the processor must have.
 FloatKernel floatKernel(VectorUnit unit);
 
 /// One sample after the other, in any rounding mode: for processors without a kernel, for what is
@@ -20,7 +20,7 @@ void floatsToSamplesAvx2(const char *floats, char *samples, int count);
 
 /// The rounding mode of this thread's vector unit, while one of these lives.
 ///
-/// Why there is such a thing: with the product in double precision, exact in any mode, a packet
+/// Why it exists: with the product in double precision, exact in any mode, a packet
 /// takes 1.8 times as long, and the conversion more than it may beside a memcpy and a plain scale
 /// (bench_conversion).
 ///
@@ -28,7 +28,7 @@ void floatsToSamplesAvx2(const char *floats, char *samples, int count);
 /// to round to nearest. It may calculate what it can see when it compiles, and move a calculation
 /// past the calls that switch. So it must not see both at once: the kernels stand in files of their
 /// own and are called through a pointer, the switches stand in floatkernels.cpp, and nothing is
-/// optimised at link time. Between the switches there is that call and no calculation else.
+/// optimised at link time. Between the switches there is that call and no other calculation.
 class RoundingTowardZero {
 public:
     RoundingTowardZero();

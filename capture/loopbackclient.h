@@ -33,5 +33,5 @@ HRESULT initializeWithRetries(IAudioClient *client, const WAVEFORMATEX *format);
 /// Asks for the buffer's size, and tells it.
 HRESULT readBufferSize(IAudioClient *client);
 
-/// Rewrites a mix format to that of the converted data: 16-bit stereo PCM at the same rate.
+/// Rewrites a mix format to the format of the converted data: 16-bit stereo PCM at the same rate.
 void makeDownstream(WAVEFORMATEX *format);

@@ -21,7 +21,7 @@ int arraySize(quint32 frames, int bytesPerFrame)
         qMin(static_cast<qint64>(frames) * qMax(bytesPerFrame, 0), kLargestArrayBytes));
 }
 
-/// A packet whose outside is zeros.
+/// A packet that reads as zeros outside its bytes.
 class Packet {
 public:
     Packet(const char *raw, qint64 size)

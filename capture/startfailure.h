@@ -5,8 +5,8 @@
 #include <mmreg.h>
 #include <QString>
 
-/// What the report tells of the controller. The pointers are only told as there or not, but for the
-/// format, which is read.
+/// The controller's state for the report. Of the pointers the report tells only whether they are
+/// null; it reads the format.
 struct StartState {
     QString wantedDevice; ///< display text
     QString pendingDeviceId;
