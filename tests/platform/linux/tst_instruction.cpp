@@ -1,12 +1,10 @@
 // What the bytes at a fault say about it: the forms of a division's operand, and which instructions
 // are the system's alone.
 #include "platform/linux/process/instruction.h"
-
 #include "platform/linux/process/memory.h"
 
-#include <QtTest>
-
 #include <cstring>
+#include <QtTest>
 #include <sys/mman.h>
 
 namespace {

@@ -192,12 +192,17 @@ void PacketRingTest::clearTakesOutWhatIsComplete()
 void PacketRingTest::twoThreads()
 {
     PacketRing ring(10, kFrameBytes, 5);
-    constexpr std::uint32_t Total = 2000000;
+    constexpr std::uint32_t kTotal = 2000000;
+    constexpr std::uint32_t kShared = 2000;
     std::atomic<bool> done {false};
-    std::thread writer([&ring, &done] {
-        const std::vector<Frame> all = frames(0, Total);
-        for (std::uint32_t at = 0; at < Total;) {
-            const std::uint32_t count = std::min(1 + at % 23, Total - at);
+    std::atomic<std::uint32_t> taken {0};
+    std::thread writer([&ring, &done, &taken] {
+        const std::vector<Frame> all = frames(0, kTotal);
+        for (std::uint32_t at = 0; at < kTotal;) {
+            // At first at the reader's pace, so that it has work on a busy machine too.
+            while (at < kShared && 10 * taken + 30 < at)
+                std::this_thread::yield();
+            const std::uint32_t count = std::min(1 + at % 23, kTotal - at);
             ring.write(all.data() + at, count, 0);
             at += count;
             if (at % 64 == 0)
@@ -206,7 +211,6 @@ void PacketRingTest::twoThreads()
         done = true;
     });
     std::uint32_t next = 0;
-    std::uint32_t taken = 0;
     std::uint32_t gaps = 0;
     bool good = true;
     while (good) {
@@ -231,7 +235,7 @@ void PacketRingTest::twoThreads()
     writer.join();
     QVERIFY2(good, qPrintable(QStringLiteral("at frame %1").arg(next)));
     QVERIFY(taken > 100);
-    qInfo() << "packets" << taken << "gaps" << gaps;
+    qInfo() << "packets" << taken.load() << "gaps" << gaps;
 }
 
 QTEST_GUILESS_MAIN(PacketRingTest)
