@@ -2,9 +2,8 @@
 
 #include "capture/audiocapture.h"
 #include "platform/backgroundwindow.h"
-#include "platform/privatefiles.h"
 #include "remote/commoninterface.h"
-#include "remote/consumerguard.h"
+#include "remote/consumergate.h"
 #include "remote/spectrummessage.h"
 #include "spectrum/specengine.h"
 #include "ui_widget.h"
@@ -75,15 +74,13 @@ void Widget::resizeEvent(QResizeEvent *event)
 
 void Widget::setupRemote()
 {
+    const QString name = QStringLiteral("Tonewell");
     m_host = new QRemoteObjectHost(this);
-    {
-        const PrivateFileScope socketIsTheUsersAlone;
-        m_host->setHostUrl(QUrl(QStringLiteral("local:tonewell")));
-    }
+    // Listens in the host's stead, so that the host reads only what has been checked.
+    new ConsumerGate(m_host, QUrl(QStringLiteral("local:tonewell")), name);
     m_interface = new CommonInterface(this);
-    m_host->enableRemoting(m_interface, QStringLiteral("Tonewell"));
+    m_host->enableRemoting(m_interface, name);
     connect(m_interface, &CommonInterface::sigReceiveMsg, this, &Widget::onReceiveMsg);
-    new ConsumerGuard(m_host);
 }
 
 void Widget::timeOver()

@@ -1,6 +1,6 @@
 #include "capture/diagnosticlog.h"
 
-#include "platform/privatefiles.h"
+#include "platform/diagnosticlogpath.h"
 
 #include <atomic>
 #include <QDateTime>

@@ -1,7 +1,7 @@
 // The main window on a scripted audio system.
 #include "app/widget.h"
 #include "capture/diagnosticlog.h"
-#include "platform/privatefiles.h"
+#include "platform/diagnosticlogpath.h"
 #include "remote/commoninterface.h"
 #include "report/deliverreport.h"
 #include "spectrum/specengine.h"

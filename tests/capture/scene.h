@@ -2,7 +2,7 @@
 #pragma once
 
 #include "capture/audiocapture.h"
-#include "platform/privatefiles.h"
+#include "platform/diagnosticlogpath.h"
 #include "report/deliverreport.h"
 #include "tests/support/fakeaudio.h"
 #include "tests/support/messagelog.h"

@@ -1,7 +1,7 @@
 // The capture diagnostic log.
 #include "capture/audiocapture.h"
 #include "capture/diagnosticlog.h"
-#include "platform/privatefiles.h"
+#include "platform/diagnosticlogpath.h"
 
 #include <QRegularExpression>
 #include <QtTest>

@@ -56,6 +56,7 @@ bool QRemoteObjectHostBase::disableRemoting(QObject *)
 {
     return false;
 }
+void QRemoteObjectHostBase::addHostSideConnection(QIODevice *) { }
 QUrl QRemoteObjectHostBase::hostUrl() const
 {
     return {};

@@ -1,17 +1,6 @@
-#include "platform/privatefiles.h"
+#include "platform/diagnosticlogpath.h"
 
 #include <QDir>
-#include <sys/stat.h>
-
-PrivateFileScope::PrivateFileScope()
-    : m_before(umask(S_IRWXG | S_IRWXO))
-{
-}
-
-PrivateFileScope::~PrivateFileScope()
-{
-    umask(static_cast<mode_t>(m_before));
-}
 
 // Logs go to the user's state folder here: a user cannot write to the root.
 QString diagnosticLogPath()

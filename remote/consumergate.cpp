@@ -1,0 +1,57 @@
+#include "remote/consumergate.h"
+
+#include "platform/descriptors.h"
+#include "remote/consumer.h"
+
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QRemoteObjectHost>
+#include <QTimer>
+#include <QUrl>
+
+ConsumerGate::ConsumerGate(QRemoteObjectHost *host, const QUrl &url, const QString &objectName)
+    : QObject(host)
+    , m_host(host)
+    , m_objectName(objectName)
+    , m_name(url.path())
+{
+    // A scheme that the host does not know: it then leaves the listening to others.
+    host->setHostUrl(QUrl(QStringLiteral("gate:")), QRemoteObjectHost::AllowExternalRegistration);
+    listen();
+    auto *const timer = new QTimer(this);
+    connect(timer, &QTimer::timeout, this, &ConsumerGate::listen);
+    timer->start(kListenAgainMs);
+}
+
+ConsumerGate::~ConsumerGate() = default;
+
+void ConsumerGate::listen()
+{
+    // One that fails to accept closes itself and goes on saying that it listens.
+    if (m_server && m_server->errorString().isEmpty())
+        return;
+    m_server = std::make_unique<QLocalServer>();
+    m_server->setSocketOptions(QLocalServer::UserAccessOption);
+    connect(m_server.get(), &QLocalServer::newConnection, this, &ConsumerGate::admit);
+    m_server->listen(m_name);
+}
+
+void ConsumerGate::admit()
+{
+    QLocalSocket *const socket = m_server->nextPendingConnection();
+    if (isFull()) {
+        delete socket;
+        return;
+    }
+    auto *const consumer = new Consumer(socket, m_objectName, this);
+    m_host->addHostSideConnection(consumer);
+    // The device that the host has just made for it does not notice by itself that it is gone.
+    QObject *const device = m_host->children().constLast();
+    connect(consumer, SIGNAL(disconnected()), device, SIGNAL(disconnected()), Qt::UniqueConnection);
+}
+
+bool ConsumerGate::isFull() const
+{
+    return findChildren<Consumer *>(QString(), Qt::FindDirectChildrenOnly).size() >= kMostConsumers
+        || freeDescriptors() < kSpareDescriptors;
+}
