@@ -100,6 +100,7 @@ void analyse(const QByteArray &block, int rate, int channels, QVector<Point> &po
         if (channel == 1 && channels != 2)
             break;
         std::vector<double> windowed;
+        windowed.reserve(2048);
         for (int i = 0; i < 2048; ++i)
             windowed.push_back(sampleAt(block, i * channels + channel) * windowWeight(1, i));
         const Complexes bins = transform(windowed);
@@ -141,10 +142,11 @@ void Engine::notifyData(const QByteArray &data)
         buffer = buffer.right(blockBytes);
     buffer.append(data.left(static_cast<int>(capacity) - buffer.size()));
 
+    const int samples = data.size() / 2;
     double squares = 0.0;
-    for (int i = 0; i < data.size() / 2; ++i)
+    for (int i = 0; i < samples; ++i)
         squares += std::pow(sampleAt(data, i), 2);
-    const double rms = std::sqrt(squares / (data.size() / 2));
+    const double rms = std::sqrt(squares / samples);
     m_rms.removeFirst();
     m_rms.append(rms);
     const double mean = std::accumulate(m_rms.begin(), m_rms.end(), 0.0) / 10.0;
@@ -158,13 +160,14 @@ void Engine::tickLevels()
     if (buffer.size() < levelBytes)
         return;
     const QByteArray newest = buffer.right(levelBytes);
+    const int samples = levelBytes / 2;
     double squares = 0.0;
     double peak = 0.0;
-    for (int i = 0; i < levelBytes / 2; ++i) {
+    for (int i = 0; i < samples; ++i) {
         squares += std::pow(sampleAt(newest, i), 2);
         peak = std::max(peak, sampleAt(newest, i));
     }
-    const double rms = std::sqrt(squares / (levelBytes / 2));
+    const double rms = std::sqrt(squares / samples);
     rmsLevel = smoothing * rmsLevel + (1.0 - smoothing) * rms;
     peakLevel = smoothing * peakLevel + (1.0 - smoothing) * peak;
 }

@@ -254,8 +254,9 @@ void TestPostprocessing::averageMatchesAListAtEveryWidth()
         for (int i = width / 2; i < count - width / 2; ++i) {
             const double sum = std::accumulate(window.begin(), window.end(), width * values[0]);
             expected[static_cast<std::size_t>(i)] = sum / width;
+            const int next = i + width / 2;
             window.erase(window.begin());
-            window.push_back(expected[static_cast<std::size_t>(i + width / 2)]);
+            window.push_back(expected[static_cast<std::size_t>(next)]);
         }
         const Amplitudes result = averaged(values, width);
         for (std::size_t i = 0; i < values.size(); ++i)

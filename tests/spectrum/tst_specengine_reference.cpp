@@ -61,7 +61,7 @@ public:
     }
     double loudestBar() const
     {
-        return double(*std::max_element(bands[0]->bars.begin(), bands[0]->bars.end()));
+        return static_cast<double>(*std::max_element(bands[0]->bars.begin(), bands[0]->bars.end()));
     }
     double worstLevel() const
     {
@@ -132,8 +132,8 @@ void TestSpecEngineReference::soundBecomesTheSameLevelsAndBars_data()
     row("mono", sound::sine(440, 0.7), 0.2, 48000, 1);
     row("level step", sound::step(10000, sound::sine(1000, 0.05), sound::sine(1000, 0.9)), 0.2);
     row("level drop", sound::step(10000, sound::whiteNoise(0.9), sound::silence()), 0.0);
-    QTest::newRow("longer than the buffer")
-        << sound::Source(sound::sine(440, 0.3)) << 48000 << 2 << 6000 << 0.2 << kInUse;
+    const sound::Source quiet = sound::sine(440, 0.3);
+    QTest::newRow("longer than the buffer") << quiet << 48000 << 2 << 6000 << 0.2 << kInUse;
 }
 
 void TestSpecEngineReference::soundBecomesTheSameLevelsAndBars()
@@ -205,7 +205,8 @@ void TestSpecEngineReference::spectraArePostProcessedAlike()
         QVector<reference::Point> points(count);
         const double loudness = round % 20 < 15 ? uniform(random) : 0.0;
         for (int i = 0; i < count; ++i) {
-            spectrum[i].frequency = points[i].frequency = (i - count / 2) * 46.875;
+            const int bin = i - count / 2;
+            spectrum[i].frequency = points[i].frequency = bin * 46.875;
             const double value = std::max(0.0, uniform(random) * 1.2 - 0.2) * loudness;
             spectrum[i].amplitude = points[i].amplitude = value;
         }

@@ -49,6 +49,7 @@ void LoopbackTest::tone()
     QVERIFY2(m_server.addSink(sink), qPrintable(m_server.errorText()));
     QVERIFY(waitUntilKnown(QStringLiteral("t")));
     std::vector<double> amplitudes;
+    amplitudes.reserve(static_cast<std::size_t>(sink.channels()));
     for (int i = 0; i < sink.channels(); ++i)
         amplitudes.push_back(0.6 - 0.1 * i);
 

@@ -112,7 +112,7 @@ void readBeyondTheFile()
         std::exit(2);
     std::printf("data=%016llx\n", reinterpret_cast<unsigned long long>(memory));
     announce();
-    s_depth = *static_cast<volatile char *>(memory);
+    s_depth = *static_cast<volatile unsigned char *>(memory);
 }
 
 // The allocator finds it while it holds its lock, which it does only in a process with threads.
