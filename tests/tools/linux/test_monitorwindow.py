@@ -86,6 +86,7 @@ class MonitorWindow(unittest.TestCase):
         player = self.world.play_pinned("speaker", 1000, 0.5, 0.25)
         self.addCleanup(harness.end_process, player)
         self.start_monitor()
+
         def frequency():
             description = self.find("chart", "Spectrum", "; height fits music: ").description
             found = re.search(r"highest on the left at (\d+) Hz: (\d+)", description)
