@@ -6,7 +6,7 @@ import sys
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "e2e"))
 import harness  # noqa: E402
 
-PATIENCE = 20
+PATIENCE = 30
 
 
 class Bus:
@@ -25,8 +25,18 @@ class Bus:
         with open(os.path.join(folder, "accessibility.log"), "w", encoding="utf-8") as log:
             self.processes.append(subprocess.Popen(
                 ["/usr/libexec/at-spi-bus-launcher", "--launch-immediately"], stdout=log, stderr=log))
+        harness.wait_until(self.is_there, PATIENCE, "the accessibility bus")
         import pyatspi  # which finds its bus when it is imported
         self.registry = pyatspi.Registry
+
+    @staticmethod
+    def is_there():
+        """A program that asks for it too early would wait for it to be started once more."""
+        answer = subprocess.run(
+            ["dbus-send", "--session", "--print-reply", "--dest=org.freedesktop.DBus", "/",
+             "org.freedesktop.DBus.NameHasOwner", "string:org.a11y.Bus"],
+            check=False, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True).stdout
+        return "boolean true" in answer
 
     def close(self):
         for process in reversed(self.processes):

@@ -29,6 +29,8 @@ class MonitorWindow(unittest.TestCase):
         try:
             cls.bus = accessibility.Bus(cls.world.folder)
             cls.manager = subprocess.Popen(["openbox"], stderr=subprocess.DEVNULL)
+            # A window that opens while the manager starts may stay without one.
+            harness.wait_until(cls.is_managed, PATIENCE, "the window manager")
             cls.pictures = os.path.join(cls.world.environment["HOME"], "Pictures")
             cls.environment = {**cls.world.environment, **cls.bus.environment, "DISPLAY": DISPLAY,
                                "QT_QPA_PLATFORM": "xcb", "LC_ALL": "C.UTF-8"}
@@ -43,6 +45,11 @@ class MonitorWindow(unittest.TestCase):
         if cls.bus:
             cls.bus.close()
         cls.world.close()
+
+    @staticmethod
+    def is_managed():
+        return "window id" in subprocess.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"],
+                                             check=True, text=True, stdout=subprocess.PIPE).stdout
 
     def start_monitor(self, program=MONITOR, **environment):
         process = subprocess.Popen([program], env={**self.environment, **environment},
