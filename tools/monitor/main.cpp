@@ -1,4 +1,5 @@
 // tonewell-monitor: what the service publishes, live in a window or in a terminal.
+#include "platform/brokenpipe.h"
 #include "platform/display.h"
 #include "platform/terminal.h"
 #include "platform/termination.h"
@@ -18,6 +19,7 @@
 
 namespace {
 
+constexpr int kReaderCheckMs = 500;
 constexpr int kPictureDelayMs = 2000; // from the first message
 constexpr int kPicturePatienceMs = 10000; // until the first message
 
@@ -113,8 +115,31 @@ bool runInTerminal(Monitor *monitor)
     return session.isWritten();
 }
 
+/// Until the event loop is ended or nobody reads the record any more. Why the service is not there
+/// is said on standard error.
+void runForReader(Monitor *monitor)
+{
+    const BrokenPipeGuard guard;
+    QString said;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
+        if (!standardOutputHasReader())
+            QCoreApplication::quit();
+        const QString reason = monitor->model()->waitReason().text();
+        if (!reason.isEmpty() && reason != said)
+            say(reason);
+        said = reason;
+    });
+    timer.start(kReaderCheckMs);
+    QCoreApplication::exec();
+}
+
 bool run(Monitor *monitor, const MonitorOptions &options)
 {
+    if (options.json) {
+        runForReader(monitor);
+        return true;
+    }
     if (!options.pngFile.isEmpty())
         return runForPicture(monitor, options);
     if (options.text || !hasDisplay())
@@ -138,7 +163,7 @@ int main(int argc, char **argv)
     MonitorOptions options = MonitorOptions::read(asStrings(argc, argv));
     const bool shows =
         options.request == MonitorOptions::Run || options.request == MonitorOptions::Wrong;
-    const auto application = makeApplication(argc, argv, shows && !options.text);
+    const auto application = makeApplication(argc, argv, shows && !options.text && !options.json);
     QCoreApplication::setApplicationName(QStringLiteral("tonewell-monitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TONEWELL_VERSION));
     if (hasDisplay() || terminalShowsUtf8())
@@ -178,17 +203,20 @@ int main(int argc, char **argv)
 
     const MessageStatistics &statistics = monitor.model()->statistics();
     if (options.stats)
-        std::fputs(qPrintable(statistics.report()), stdout);
+        std::fputs(qPrintable(statistics.report()), options.json ? stderr : stdout);
     if (!standardOutputIsWritten())
         written = false;
-    if (!failure.isEmpty()) {
-        say(QStringLiteral("%1: %2").arg(options.recordFile, failure));
+    const bool readerLeft = options.json && !standardOutputHasReader();
+    if (!failure.isEmpty() && !readerLeft) {
+        say(QStringLiteral("%1: %2").arg(
+            options.json ? Main::tr("standard output") : options.recordFile, failure));
         written = false;
     }
     if (!written)
         return FileNotWritten;
     if (statistics.messages() > 0)
         return MessagesCame;
-    say(Main::tr("no message came: %1").arg(monitor.model()->notice(Monitor::now())));
+    if (!readerLeft)
+        say(Main::tr("no message came: %1").arg(monitor.model()->notice(Monitor::now())));
     return NoMessageCame;
 }

@@ -2,8 +2,14 @@
 
 #include "tools/monitor/writeall.h"
 
+namespace {
+constexpr int kStandardOutput = 1;
+} // namespace
+
 bool MessageRecorder::open(const QString &fileName)
 {
+    if (fileName == QStringLiteral("-"))
+        return m_file.open(kStandardOutput, QIODevice::WriteOnly | QIODevice::Unbuffered);
     m_file.setFileName(fileName);
     return m_file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered);
 }

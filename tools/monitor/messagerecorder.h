@@ -13,7 +13,7 @@
 /// one.
 class MessageRecorder {
 public:
-    /// Makes or empties the file. False if that fails, see errorText.
+    /// Makes or empties the file; "-" is standard output. False if that fails, see errorText.
     bool open(const QString &fileName);
 
     bool isOpen() const { return m_file.isOpen(); }

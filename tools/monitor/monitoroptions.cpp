@@ -15,12 +15,13 @@ struct Parser {
     const QCommandLineOption help {{QStringLiteral("h"), QStringLiteral("help")}};
     const QCommandLineOption version {{QStringLiteral("v"), QStringLiteral("version")}};
     const QCommandLineOption text {QStringLiteral("text")};
+    const QCommandLineOption json {QStringLiteral("json")};
     const QCommandLineOption stats {QStringLiteral("stats")};
     const QCommandLineOption seconds {QStringLiteral("seconds"), {}, QStringLiteral("N")};
     const QCommandLineOption record {QStringLiteral("record"), {}, QStringLiteral("FILE")};
     const QCommandLineOption png {QStringLiteral("png"), {}, QStringLiteral("FILE")};
 
-    Parser() { parser.addOptions({help, version, text, stats, seconds, record, png}); }
+    Parser() { parser.addOptions({help, version, text, json, stats, seconds, record, png}); }
 };
 
 MonitorOptions wrong(const QString &error)
@@ -65,6 +66,13 @@ MonitorOptions MonitorOptions::read(const QStringList &arguments)
         return wrong(tr("--record needs a file name"));
     if (parser.isSet(all.png) && options.pngFile.isEmpty())
         return wrong(tr("--png needs a file name"));
+    if (parser.isSet(all.json) && !parser.isSet(all.record))
+        options.recordFile = QStringLiteral("-");
+    options.json = options.recordFile == QStringLiteral("-");
+    if (parser.isSet(all.json) && !options.json)
+        return wrong(tr("--json is the same as --record -: not together with another --record"));
+    if (options.json && (options.text || !options.pngFile.isEmpty()))
+        return wrong(tr("--json shows nothing: not together with --text or --png"));
     if (options.text && !options.pngFile.isEmpty())
         return wrong(tr("--png is a picture of the window: not together with --text"));
     if (parser.isSet(all.seconds)) {
@@ -84,7 +92,10 @@ QString MonitorOptions::help()
     } rows[] = {
         {"--text", tr("draw in the terminal; plain lines where output is none")},
         {"--seconds N", tr("end after N seconds")},
-        {"--record FILE", tr("write every message to FILE, one JSON object a line")},
+        {"--json",
+         tr("write every message to standard output, one JSON object a line, and nothing "
+            "else there; ends when nobody reads it any more")},
+        {"--record FILE", tr("write every message to FILE, one JSON object a line; - is --json")},
         {"--png FILE",
          tr("save one picture and end: after --seconds, else two seconds after the first message, "
             "for which it waits ten seconds; needs no display")},

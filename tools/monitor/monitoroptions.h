@@ -17,6 +17,7 @@ public:
     };
     Request request = Run;
     bool text = false; ///< in the terminal, even with a display
+    bool json = false; ///< standard output is the record; recordFile is "-"
     bool stats = false;
     double seconds = 0; ///< 0: until it is ended
     QString recordFile; ///< empty: none

@@ -63,6 +63,10 @@
 <context>
     <name>Main</name>
     <message>
+        <source>standard output</source>
+        <translation>标准输出</translation>
+    </message>
+    <message>
         <source>standard output cannot be written</source>
         <translation>无法写入标准输出</translation>
     </message>
@@ -145,6 +149,14 @@
         <translation>--png 需要文件名</translation>
     </message>
     <message>
+        <source>--json is the same as --record -: not together with another --record</source>
+        <translation>--json 等同于 --record -，不能与另一个 --record 同时使用</translation>
+    </message>
+    <message>
+        <source>--json shows nothing: not together with --text or --png</source>
+        <translation>--json 不显示任何内容，不能与 --text 或 --png 同时使用</translation>
+    </message>
+    <message>
         <source>--png is a picture of the window: not together with --text</source>
         <translation>--png 是窗口的图片，不能与 --text 同时使用</translation>
     </message>
@@ -161,8 +173,12 @@
         <translation>N 秒后结束</translation>
     </message>
     <message>
-        <source>write every message to FILE, one JSON object a line</source>
-        <translation>把每条消息写入 FILE，每行一个 JSON 对象</translation>
+        <source>write every message to standard output, one JSON object a line, and nothing else there; ends when nobody reads it any more</source>
+        <translation>把每条消息写到标准输出，每行一个 JSON 对象，除此之外不输出任何内容；无人读取时结束</translation>
+    </message>
+    <message>
+        <source>write every message to FILE, one JSON object a line; - is --json</source>
+        <translation>把每条消息写入 FILE，每行一个 JSON 对象；- 即 --json</translation>
     </message>
     <message>
         <source>save one picture and end: after --seconds, else two seconds after the first message, for which it waits ten seconds; needs no display</source>

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <poll.h>
+#include <unistd.h>
 
 namespace {
 
@@ -23,6 +25,12 @@ bool isPending()
 }
 
 } // namespace
+
+bool standardOutputHasReader()
+{
+    pollfd output {STDOUT_FILENO, 0, 0}; // of the answers, only those that always come
+    return poll(&output, 1, 0) != 1 || (output.revents & (POLLERR | POLLHUP)) == 0;
+}
 
 BrokenPipeGuard::BrokenPipeGuard()
     : m_wasPending(isPending())
