@@ -14,6 +14,13 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/tonewell-detection.desktop
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/tonewell-monitor.desktop
     DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 
+# For software centres. The day is that of the newest release.
+file(STRINGS ${PROJECT_SOURCE_DIR}/CHANGELOG.md TONEWELL_RELEASE_DATE REGEX "^## \\[[0-9]" LIMIT_COUNT 1)
+string(REGEX REPLACE ".* - " "" TONEWELL_RELEASE_DATE "${TONEWELL_RELEASE_DATE}")
+set(metainfo ${CMAKE_CURRENT_BINARY_DIR}/packaging/example.tonewell.monitor.metainfo.xml)
+configure_file(packaging/linux/tonewell-monitor.metainfo.xml.in ${metainfo} @ONLY)
+install(FILES ${metainfo} DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
+
 set(icons ${CMAKE_INSTALL_DATADIR}/icons/hicolor)
 install(FILES packaging/icons/tonewell.svg DESTINATION ${icons}/scalable/apps)
 foreach(size 48 256)

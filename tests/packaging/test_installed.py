@@ -8,7 +8,7 @@ import subprocess
 import unittest
 import xml.etree.ElementTree
 
-from installed import Installation, run
+from installed import SOURCE, Installation, run
 
 FILES = {
     "bin/TonewellDetection",
@@ -30,6 +30,7 @@ FILES = {
     "share/man/man1/TonewellDetection.1.gz",
     "share/man/man1/tonewell-monitor.1.gz",
     "share/man/man7/tonewell-message.7.gz",
+    "share/metainfo/example.tonewell.monitor.metainfo.xml",
     "share/tonewell/cmake/TonewellConfig.cmake",
     "share/tonewell/cmake/TonewellConfigVersion.cmake",
     "share/tonewell/commoninterface.rep",
@@ -100,6 +101,18 @@ class Installed(unittest.TestCase):
                              self.copy.path("etc/xdg/autostart/tonewell-detection.desktop"),
                              self.copy.path("share/applications/tonewell-monitor.desktop")), "")
 
+    def test_software_centres_can_describe_the_monitor(self):
+        metainfo = self.copy.path("share/metainfo/example.tonewell.monitor.metainfo.xml")
+        run("appstreamcli", "validate", "--no-net", metainfo)
+        root = xml.etree.ElementTree.parse(metainfo).getroot()
+        self.assertTrue(os.path.isfile(self.copy.path("share/applications", root.findtext("launchable"))))
+        self.assertTrue(os.path.isfile(self.copy.path("bin", root.findtext("provides/binary"))))
+        self.assertTrue(os.path.isfile(self.copy.path("share/icons/hicolor/48x48/apps", root.findtext("icon") + ".png")))
+        entry = self.ini("share/applications", root.findtext("launchable"))["Desktop Entry"]
+        self.assertEqual(root.findtext("name"), entry["Name"])
+        self.assertEqual([category.text for category in root.iter("category")],
+                         entry["Categories"].strip(";").split(";"))
+
     def test_icons_have_their_sizes(self):
         for size in (48, 256):
             with open(self.copy.path(f"share/icons/hicolor/{size}x{size}/apps/tonewell.png"), "rb") as file:
@@ -139,6 +152,11 @@ class Installed(unittest.TestCase):
             self.assertIn(f'set(PACKAGE_VERSION "{version}")', file.read())
         with gzip.open(self.copy.path("share/doc/tonewell-detection/changelog.Debian.gz"), "rt") as file:
             self.assertTrue(file.readline().startswith(f"tonewell-detection ({version}-1) "))
+        release = xml.etree.ElementTree.parse(
+            self.copy.path("share/metainfo/example.tonewell.monitor.metainfo.xml")).find("releases/release")
+        self.assertEqual(release.get("version"), version)
+        with open(os.path.join(SOURCE, "CHANGELOG.md"), encoding="utf-8") as file:
+            self.assertIn(f"\n## [{version}] - {release.get('date')}\n", file.read())
 
 
 if __name__ == "__main__":

@@ -89,6 +89,9 @@ class NewVersion(unittest.TestCase):
     def test_packages_and_consumers_are_told(self):
         self.assertIn(f'set(CPACK_PACKAGE_VERSION "{NEW}")', self.built("CPackConfig.cmake"))
         self.assertIn(f'set(PACKAGE_VERSION "{NEW}")', self.built("TonewellConfigVersion.cmake"))
+        release = xml.etree.ElementTree.parse(
+            os.path.join(self.build, "packaging/example.tonewell.monitor.metainfo.xml")).find("releases/release")
+        self.assertEqual(release.get("version"), NEW)
         run(CMAKE, "--build", self.build, "--target", "compressed-changelog.Debian")
         with gzip.open(os.path.join(self.build, "packaging/changelog.Debian.gz"), "rt") as file:
             self.assertTrue(file.readline().startswith(f"tonewell-detection ({NEW}-1) "))
