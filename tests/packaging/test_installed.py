@@ -23,6 +23,8 @@ FILES = {
     "share/doc/tonewell-detection/examples/cpp/CMakeLists.txt",
     "share/doc/tonewell-detection/examples/cpp/main.cpp",
     "share/doc/tonewell-detection/examples/python/spectrum_consumer.py",
+    "share/doc/tonewell-detection/examples/web/bridge.py",
+    "share/doc/tonewell-detection/examples/web/index.html",
     "share/doc/tonewell-detection/protocol.md",
     "share/icons/hicolor/256x256/apps/tonewell.png",
     "share/icons/hicolor/48x48/apps/tonewell.png",

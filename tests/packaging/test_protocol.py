@@ -1,14 +1,22 @@
 """docs/protocol.md says what the program does: its grammar, numbers and examples against the
 sources, the program's own messages and the example consumer."""
+import contextlib
 import importlib.util
+import json
 import os
 import re
+import signal
 import stat
+import subprocess
+import sys
+import threading
 import unittest
 
 import harness
+import jsonschema
 from abnf import Grammar
 
+PATIENCE = 40  # seconds until what is shown must have been printed
 SOURCE = os.environ["TONEWELL_SOURCE"]
 BUILD = os.environ["TONEWELL_BUILD"]
 
@@ -18,8 +26,8 @@ def read(*names):
         return file.read()
 
 
-def blocks(kind):
-    return [block.strip("\n") for block in re.findall(rf"```{kind}\n(.*?)```", DOCUMENT, re.S)]
+def blocks(kind, document=None):
+    return [block.strip("\n") for block in re.findall(rf"```{kind}\n(.*?)```", document or DOCUMENT, re.S)]
 
 
 def consumer():
@@ -33,6 +41,8 @@ def consumer():
 DOCUMENT = read(SOURCE, "docs/protocol.md")
 MANUAL = read(SOURCE, "packaging/man/tonewell-message.7")
 CONSUMER = consumer()
+JSON = re.search(r"^## From any language\n(.*?)^## ", DOCUMENT, re.M | re.S).group(1)
+SCHEMA = json.loads(blocks("schema")[0])
 
 
 class GrammarTest(unittest.TestCase):
@@ -123,6 +133,24 @@ class ExampleParser(unittest.TestCase):
                 CONSUMER.parse(text)
 
 
+class Schema(unittest.TestCase):
+    def setUp(self):
+        self.good = {**json.loads(blocks("json")[0]), "bars": [0] * 100}
+
+    def test_is_one_and_takes_the_documents_example(self):
+        jsonschema.Draft202012Validator.check_schema(SCHEMA)
+        jsonschema.validate(self.good, SCHEMA)
+        self.assertIn(blocks("json")[0], read(SOURCE, "packaging/man/tonewell-monitor.1"))
+
+    def test_refuses_what_is_none(self):
+        wrong = [{name: value for name, value in self.good.items() if name != left_out} for left_out in self.good]
+        wrong += [{**self.good, name: None} for name in self.good]
+        wrong += [{**self.good, "bars": bars} for bars in ([0] * 99, [0] * 101, [0.5] * 100, [10000] * 100)]
+        for value in wrong:
+            with self.assertRaises(jsonschema.ValidationError, msg=value):
+                jsonschema.validate(value, SCHEMA)
+
+
 class Program(unittest.TestCase):
     """What the running program sends, and who may connect to it."""
 
@@ -146,6 +174,49 @@ class Program(unittest.TestCase):
         for tone, first in ((1015, 0), (455, 50)):
             loudest = max(range(first, first + 50), key=last.bars.__getitem__)
             self.assertLessEqual(abs(CONSUMER.frequency(loudest) - tone), 70 * 1.5, last.text)
+
+    def start(self, *command):
+        """A program that finds the monitor where it looks for programs, with all that it starts."""
+        environment = {**self.world.environment,
+                       "PATH": os.path.dirname(harness.PROGRAM) + ":" + os.environ["PATH"]}
+        process = subprocess.Popen(command, env=environment, stdin=subprocess.DEVNULL, text=True,
+                                   stdout=subprocess.PIPE, start_new_session=True)
+
+        def end():
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(process.pid, signal.SIGKILL)
+            process.wait()
+            process.stdout.close()
+
+        limit = threading.Timer(PATIENCE, os.killpg, (process.pid, signal.SIGKILL))
+        limit.start()
+        self.addCleanup(end)
+        self.addCleanup(limit.cancel)
+        return process
+
+    def test_lines_of_the_monitor_fit_the_schema(self):
+        self.world.play("speaker", 48000, (1015, 0.5), (455, 0.5))
+        lines = self.start("tonewell-monitor", "--json").stdout
+        for line in lines:
+            message = json.loads(line)
+            jsonschema.validate(message, SCHEMA)
+            self.assertEqual(set(message), set(SCHEMA["properties"]))
+            if min(max(message["bars"][:50]), max(message["bars"][50:])) > 60:
+                return
+        self.fail("the monitor has ended")
+
+    def test_examples_of_all_languages_run(self):
+        self.world.play("speaker", 48000, (1015, 0.5), (455, 0.5))
+        for kind, *interpreter in (("python", sys.executable, "-c"), ("js", "node", "-e"), ("sh", "sh", "-c")):
+            with self.subTest(language=kind):
+                program, = blocks(kind, JSON)
+                self.assertEqual(len(program.splitlines()), 5)
+                for line in self.start(*interpreter, program).stdout:
+                    rms, tallest = map(float, line.split())
+                    if rms > 50 and tallest > 60:
+                        break
+                else:
+                    self.fail("it has ended")
 
     def test_only_its_user_can_connect(self):
         mode = os.stat(self.world.socket).st_mode

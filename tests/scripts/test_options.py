@@ -65,7 +65,7 @@ class Options(unittest.TestCase):
                 self.assert_refused(name, "--no-such-option")
 
     def test_what_is_no_preset_is_refused(self):
-        for name in ("build", "test", "measure-monitor", "screenshot-dialog", "screenshot-monitor"):
+        for name in ("build", "test", "measure-monitor", "screenshot-dialog", "screenshot-monitor", "screenshot-web"):
             self.assert_refused(name, "relase")
 
     def test_an_option_is_no_preset(self):
