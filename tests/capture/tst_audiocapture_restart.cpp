@@ -32,6 +32,7 @@ private Q_SLOTS:
     void stopWithinHalfASecondCancels();
     void deviceReturnIsCancelledByAnotherChoice();
     void deviceReturnRestartsAfterADeliberateStop();
+    void defaultChangeStartsAfterADeliberateStop();
     void sameDeviceRestartsAnyway();
     void sessionThatCannotStartIsRetriedForever();
     void invalidatedWorkerStartFallsBackToTheDefault();
@@ -141,6 +142,23 @@ void TestAudioCaptureRestart::deviceReturnRestartsAfterADeliberateStop()
         between(scene.log, text("[设备状态] 设备恢复活动状态，延迟500ms后重启采集"), fired);
     QVERIFY2(gap >= 499 && gap < kLooseMs, qPrintable(QString::number(gap)));
     QVERIFY(scene.captures(kIdA));
+    QVERIFY(capture.isCapturing());
+    VERIFY_NOTHING_LEFT(scene);
+}
+
+void TestAudioCaptureRestart::defaultChangeStartsAfterADeliberateStop()
+{
+    Scene scene;
+    AudioCapture &capture = scene.started();
+    QVERIFY(scene.captures(kIdA));
+    capture.stopCapture();
+    QVERIFY(waitUntil([&] {
+        return scene.log.contains(text("[handleThreadStopped] 线程停止（不需要自动重启）"));
+    }));
+    scene.audio.setDefault(kIdB);
+    onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdB); });
+    QVERIFY(scene.log.contains(text("[设备切换] 之前是否在运行: false")));
+    QVERIFY(scene.captures(kIdB));
     QVERIFY(capture.isCapturing());
     VERIFY_NOTHING_LEFT(scene);
 }
