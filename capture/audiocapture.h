@@ -24,7 +24,9 @@
 /// Threads: startCapture, stopCapture, setCurrentDevice, flushDevices, devices and isCapturing may
 /// be called on any thread; the notification callbacks do so on the audio system's threads.
 /// m_mutex, recursive, makes these calls exclusive; it is held during Steps 1 to 6 of a start, so a
-/// caller may wait for seconds. handleThreadStopped and all timers run in the controller's thread.
+/// caller may wait for seconds. handleThreadStopped and the timers of the restarts run in the
+/// controller's thread. A start waits for the old session, and handles its own failure
+/// (handleStartError), on the thread that starts.
 ///
 /// Overlapping starts. Before Step 1, while the running start waits for the old session or pauses
 /// after its end, another start returns at once (m_starting); so does one from within the start

@@ -37,8 +37,9 @@ bool concerns(const QString &name, const QString &current)
     return name.contains(current) || current.contains(name);
 }
 
-/// Whether this id is new or kSameDefaultMs old, over all controllers of the process: one change of
-/// the default is announced once for each role.
+/// Whether this id tells of a new change. One change of the default is announced once for each
+/// role, so a repeat of the id within kSameDefaultMs is ignored, over all controllers of the
+/// process.
 bool isNewDefault(const QString &id)
 {
     static QMutex mutex;
@@ -164,7 +165,9 @@ HRESULT AudioCapture::OnDefaultDeviceChanged(EDataFlow flow, ERole, LPCWSTR id)
     if (!isNewDefault(idText))
         return S_OK;
     {
-        // Not m_mutex: a start that is under way may hold that one for seconds.
+        // chooseDevice() takes it, in audiocapture_start.cpp: in the start below, or in one under
+        // way that has not come to its first step yet. Guarded by a mutex of its own, because a
+        // start may hold m_mutex for seconds.
         const QMutexLocker lock(&m_pendingMutex);
         m_pendingDeviceId = idText;
     }

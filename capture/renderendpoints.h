@@ -10,7 +10,9 @@
 #include <QList>
 #include <QString>
 
-/// Display text of the catalogue's first entry. As the wanted device it means: follow the default.
+/// Display text of the catalogue's first entry ("default output device"). As the wanted device it
+/// means: follow the default. It is compared, shown and logged, so it stays as it is, untranslated;
+/// so do all log texts.
 QString followDefaultName();
 
 /// Friendly name of an endpoint of either direction; "未知设备" for a null id, "已移除的设备" when

@@ -18,7 +18,8 @@ public:
         /// Hz. At or below zero for the first (left) channel, at or above for the second (right);
         /// twice the frequency of the bin.
         double frequency = 0.0;
-        /// 0.0 to 1.0 as the analyser writes it; the engine rescales it in place.
+        /// 0.0 to 1.0 as the analyser writes it. In the spectrum that the engine fills the bars
+        /// from, what its post-processing has made of that: it may pass 1.0.
         double amplitude = 0.0;
         /// The amplitude exceeded 1.0 before it was limited.
         bool clipped = false;

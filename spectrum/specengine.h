@@ -94,6 +94,7 @@ private:
     qint64 m_bufferLength = 0;
     qint64 m_bufferPosition = 0;
     qint64 m_levelBufferLength = 0;
+    // Defaults; Widget sets 0.1, 0.5 and 10.
     double m_quantile = 0.85;
     double m_smoothing = 0.08;
     int m_historyLength = 7;

@@ -20,7 +20,8 @@ public:
 
     int minFrequency;
     int maxFrequency;
-    /// The largest amplitude of the points that fall into each bar, 0.0 to 1.0 in use.
+    /// The largest amplitude of the points that fall into each bar. Usually 0.0 to 1.0, which is
+    /// sent as 400; up to about 2.5 until the automatic gain has followed a sound that sets in.
     std::vector<float> bars;
 
 private:

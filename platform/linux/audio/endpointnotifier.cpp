@@ -12,7 +12,10 @@ namespace {
 // The notifier that is calling a client on this thread.
 thread_local const EndpointNotifier *t_calling = nullptr;
 
-// How long the first role's listener may take before the other roles are told beside it.
+// How long the first role's listener may take before the other roles are told beside it. One that
+// only notes the change returns far earlier, and no second call runs beside it. One that answers
+// with a long restart still hears the others soon enough to take the three for one change: it may
+// count a repeat of the id as a new change after half a second.
 constexpr std::chrono::milliseconds kRoleDelay {50};
 
 // Other threads wait for the signals that are sent to the process. The signals of this thread's own

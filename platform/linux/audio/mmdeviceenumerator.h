@@ -10,7 +10,7 @@
 /// finds endpoints that were there before.
 class MMDeviceEnumerator final : public ComObject<IMMDeviceEnumerator> {
 public:
-    /// The first one of the process connects to the sound server and waits a moment for it.
+    /// The first one of the process connects to the sound server and waits up to 1.5 s for it.
     static IMMDeviceEnumerator *create();
 
     HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD stateMask,
