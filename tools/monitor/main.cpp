@@ -32,7 +32,7 @@ void say(const QString &text)
     std::fprintf(stderr, "tonewell-monitor: %s\n", qPrintable(text));
 }
 
-/// All that was printed so far. If not, this says so.
+/// Whether everything printed so far was written. Reports it on standard error if not.
 bool standardOutputIsWritten()
 {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
@@ -106,7 +106,7 @@ bool runForPicture(Monitor *monitor, const MonitorOptions &options)
     return false;
 }
 
-/// Until the event loop is ended. False when standard output cannot be written.
+/// Runs until the event loop ends. False when standard output cannot be written.
 bool runInTerminal(Monitor *monitor)
 {
     TerminalSession session(monitor, standardOutputIsTerminal(), textStyle());

@@ -33,7 +33,7 @@ void MessageSource::acquire()
 
 void MessageSource::retry()
 {
-    if (m_unanswered) { // what refused the last one is gone; this one goes on looking
+    if (m_unanswered) { // the source that did not fit is gone; this replica goes on looking
         m_unanswered = false;
         setState(ServiceState::Missing);
         return;
@@ -53,7 +53,7 @@ void MessageSource::onReplicaState()
         now = ServiceState::Connected;
         break;
     case QRemoteObjectReplica::SignatureMismatch:
-        // A replica that was refused once stays so: only a new one finds the service in that place.
+        // A replica that met another type stays useless: only a new one finds the service there.
         now = ServiceState::OtherType;
         m_retry.start(kRetryIntervalMs);
         break;

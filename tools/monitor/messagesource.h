@@ -9,8 +9,8 @@
 
 class CommonInterfaceReplica;
 
-/// The replica of the service. It finds the service whenever it is there, also after something of
-/// another type was in its place.
+/// The replica of the service. Finds the service whenever it is there, even after a source of
+/// another type has been in its place.
 class MessageSource : public QObject {
     Q_OBJECT
 

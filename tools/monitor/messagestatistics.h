@@ -13,7 +13,7 @@ public:
     void addBadMessage() { ++m_bad; }
     void addRefusedSource() { ++m_refused; }
 
-    /// The next message starts a new row: the pause before it is no gap between two messages.
+    /// The next message starts a new row: the pause before it does not count as a gap.
     void interrupt() { m_running = false; }
 
     qint64 messages() const { return m_messages; }

@@ -18,7 +18,7 @@ public:
 
     MonitorModel *model() { return &m_model; }
 
-    /// Milliseconds of the clock that the model's times are of; it never runs backwards.
+    /// Milliseconds of the clock of the model's times; it never runs backwards.
     static double now();
 
 Q_SIGNALS:
@@ -26,7 +26,7 @@ Q_SIGNALS:
     void changed();
     /// Once: the first message was understood.
     void started();
-    /// Once: a message could not be recorded. None is after it.
+    /// Emitted once, when a message could not be recorded. No message is recorded after that.
     void recordingFailed(const QString &error);
 
 private:

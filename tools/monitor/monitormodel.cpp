@@ -5,7 +5,7 @@
 namespace {
 
 constexpr double kSecondMs = 1000;
-constexpr double kPatienceMs = 1000; ///< without a message that are worth a word
+constexpr double kPatienceMs = 1000; ///< without a message before the status says so
 constexpr std::size_t kMostArrivals = 10000; // a flood costs no more memory than this
 
 /// Whether anything is to be seen of it: what is below is shown as 0.

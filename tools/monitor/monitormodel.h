@@ -24,7 +24,7 @@ public:
     /// Takes a message. False for one that is not understood, which is counted.
     bool addMessage(const QString &message, double now);
 
-    /// Takes the service's coming and going; without it nothing is left of the last reading.
+    /// Notes that the service has come or gone. When it goes, the last reading goes with it.
     void setState(ServiceState state);
 
     /// Takes why the service is not there, to be said until its state changes.

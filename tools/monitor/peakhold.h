@@ -1,6 +1,6 @@
 #pragma once
 
-/// The highest value of a level that lately was: it stays for a while and then falls.
+/// The highest recent value of a level: it stays for a while and then falls.
 /// Times are milliseconds on any clock that never runs backwards.
 class PeakHold {
 public:

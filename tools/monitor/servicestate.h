@@ -3,6 +3,6 @@
 /// The service, as seen from a consumer.
 enum class ServiceState {
     Missing, ///< not there, or gone
-    OtherType, ///< what answered last is of another type
+    OtherType, ///< the source that answered last is of another type
     Connected
 };

@@ -197,8 +197,8 @@ void SpectrumPlot::setBars(const QVector<int> &bars)
 {
     Q_ASSERT(bars.size() == kBarCount);
     m_bars = bars;
-    // A rectangle for some bars together: one for all would be nearly everything, and one for each
-    // costs more than it saves.
+    // One rectangle for several bars: one for all would cover nearly the whole plot, and one for
+    // each costs more than it saves.
     QRect changed;
     for (int i = 0; i < kBarCount; ++i) {
         if (i % kBarsTogether == 0 && !changed.isEmpty()) {

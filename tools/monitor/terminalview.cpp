@@ -58,7 +58,7 @@ QString axisOf(int columns)
         const int middle = (frequency + kHighestFrequencyHz) * columns / (2 * kHighestFrequencyHz);
         const int start =
             std::clamp(middle - label.size() / 2, 0, std::max(columns - label.size(), 0));
-        // Never so that it touches another one, or is cut.
+        // A label that would touch another one, or be cut, is left out.
         if (start + label.size() > columns
             || !axis.mid(std::max(start - 1, 0), label.size() + 2).trimmed().isEmpty())
             return;
@@ -108,8 +108,8 @@ bool TerminalView::show(const TerminalFrame &frame)
         return true;
     const TerminalSize size = terminalSize();
     Picture picture = draw(frame, size.columns, size.rows);
-    // Every cell is written anew and none is cleared before, so that nothing flickers and nothing
-    // of another picture stays. (To clear the rest of a full row would clear its last cell.)
+    // Writes every cell anew without clearing it first: nothing flickers, and nothing of the last
+    // picture stays. (Clearing the rest of a full row would clear its last cell.)
     while (picture.rows.size() < size.rows)
         picture.rows.append(QString(size.columns, QLatin1Char(' ')));
     if (m_style == ColouredUnicode)
