@@ -92,6 +92,7 @@ void MonitorWindow::addActions()
     addSeparator();
     addAction(tr("Keys"), {Qt::Key_F1}, [this] { showKeys(); });
     addAction(tr("Leave full screen, or quit"), {Qt::Key_Escape}, [this] { leave(); });
+    // Qt's way to write a key with a modifier. NOLINTNEXTLINE(bugprone-suspicious-enum-usage)
     addAction(tr("Quit"), {Qt::Key_Q, Qt::CTRL | Qt::Key_Q, Qt::CTRL | Qt::Key_W},
               [this] { close(); });
     setContextMenuPolicy(Qt::ActionsContextMenu);

@@ -180,7 +180,7 @@ void ServiceLookupTest::aSocketOfAnother()
     addFile(QStringLiteral("TMPDIR/tonewell"));
     const QByteArray socket = QFile::encodeName(path(QStringLiteral("TMPDIR/tonewell")));
     if (chown(socket.constData(), 1, 1) != 0)
-        QSKIP("only root can give a file to another user");
+        QSKIP("only root can give a file to another user", "");
     QCOMPARE(look().foreignOwner, QStringLiteral("daemon"));
     QCOMPARE(chown(socket.constData(), 64321, 1), 0); // whom nobody knows
     QCOMPARE(look().foreignOwner, QStringLiteral("64321"));
