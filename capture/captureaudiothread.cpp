@@ -16,11 +16,43 @@ constexpr int kEmptyPollsBeforeRecovery = 400;
 constexpr int kRecoveryPauseMs = 20;
 constexpr int kPassThroughBlockAlign = 4;
 
+/// A terminated thread unwinds wherever it happens to wait, and the process aborts when a function
+/// there is noexcept: a destructor, or the thread's own end. So this one can only be terminated
+/// where a session allows it. The flag is the thread's own, and Qt sets it right before run().
+class WorkerThread : public QThread {
+public:
+    /// Ends the thread here if it has been terminated. The worker may have been destroyed by then,
+    /// so a session comes here after what can last, before it touches the worker again.
+    static void endIfTerminated()
+    {
+        setTerminationEnabled(true);
+        setTerminationEnabled(false);
+    }
+
+    /// Makes an audio call that may hang: the one thing that a terminated session is cut off in.
+    template <typename Call> static HRESULT terminable(Call call)
+    {
+        setTerminationEnabled(true);
+        const HRESULT hr = call();
+        endIfTerminated();
+        return hr;
+    }
+
+protected:
+    void run() override
+    {
+        setTerminationEnabled(false);
+        exec();
+    }
+};
+
 /// The client's mix format, to be freed; null when it cannot be had.
 WAVEFORMATEX *mixFormatOf(IAudioClient *client)
 {
     WAVEFORMATEX *mix = nullptr;
-    return SUCCEEDED(client->GetMixFormat(&mix)) ? mix : nullptr;
+    return SUCCEEDED(WorkerThread::terminable([&] { return client->GetMixFormat(&mix); }))
+        ? mix
+        : nullptr;
 }
 
 /// What the conversion takes from a mix format; the defaults without one. An extensible format
@@ -65,7 +97,8 @@ IAudioCaptureClient *startClient(IAudioClient *client, HRESULT *hr)
     qDebug() << "[Thread 3a] IID_IAudioCaptureClient ="
              << QString::number(IID_IAudioCaptureClient.Data1, 16);
     void *service = nullptr;
-    *hr = client->GetService(IID_IAudioCaptureClient, &service);
+    *hr = WorkerThread::terminable(
+        [&] { return client->GetService(IID_IAudioCaptureClient, &service); });
     qDebug() << "[Thread 4] GetService hr =" << hexCode(*hr);
     if (FAILED(*hr) || !service) {
         qDebug() << "GetService 失败，无法获取 IAudioCaptureClient";
@@ -74,7 +107,7 @@ IAudioCaptureClient *startClient(IAudioClient *client, HRESULT *hr)
     auto *capture = static_cast<IAudioCaptureClient *>(service);
 
     qDebug() << "[Thread 5] 调用 Start";
-    *hr = client->Start();
+    *hr = WorkerThread::terminable([&] { return client->Start(); });
     qDebug() << "[Thread 6] Start hr =" << hexCode(*hr);
     if (FAILED(*hr)) {
         qDebug() << "Start 失败, hr =" << hexCode(*hr);
@@ -89,9 +122,9 @@ bool restartClient(IAudioClient *client, int emptyPolls)
 {
     qDebug().nospace() << "[Thread] 2秒无数据(" << emptyPolls * kPollMs / 1000
                        << "秒)，尝试 Stop/Start 恢复";
-    client->Stop();
+    WorkerThread::terminable([&] { return client->Stop(); });
     QThread::msleep(kRecoveryPauseMs);
-    if (FAILED(client->Start()))
+    if (FAILED(WorkerThread::terminable([&] { return client->Start(); })))
         return false;
     qDebug() << "[Thread] Stop/Start 恢复成功";
     return true;
@@ -100,7 +133,7 @@ bool restartClient(IAudioClient *client, int emptyPolls)
 } // namespace
 
 CaptureAudioThread::CaptureAudioThread()
-    : m_thread(new QThread)
+    : m_thread(new WorkerThread)
 {
     connect(m_thread, &QThread::started, this, &reserveCrashStack, Qt::DirectConnection);
     moveToThread(m_thread);
@@ -114,7 +147,10 @@ CaptureAudioThread::~CaptureAudioThread()
         m_thread->terminate();
         m_thread->wait(500);
     }
-    delete m_thread;
+    if (m_thread->wait(0))
+        delete m_thread;
+    else
+        m_sessions.leaveBehind(); // with the thread: one that runs must not be deleted
 }
 
 void CaptureAudioThread::start(IAudioClient *pAudioClient, int blockAlign)
@@ -122,9 +158,11 @@ void CaptureAudioThread::start(IAudioClient *pAudioClient, int blockAlign)
     qDebug().nospace() << "[Thread 1] start() 被调用, pAudioClient =" << pAudioClient
                        << " blockAlign =" << blockAlign;
     IAudioCaptureClient *capture = nullptr;
+    WorkerThread::endIfTerminated();
     if (m_sessions.begin()) {
         HRESULT hr = S_OK;
         capture = startClient(pAudioClient, &hr);
+        WorkerThread::endIfTerminated();
         if (capture)
             run(pAudioClient, capture, blockAlign);
         else if (!m_sessions.isRetired())
@@ -155,12 +193,14 @@ void CaptureAudioThread::run(IAudioClient *pAudioClient, IAudioCaptureClient *ca
 
     drain(pAudioClient, capture, blockAlign, format);
 
+    WorkerThread::endIfTerminated();
     m_sessions.leaveLoop();
     CoTaskMemFree(mix);
     writeDiagnosticLog(QStringLiteral("采集线程退出循环"));
     qDebug() << "[Thread] 退出采集循环，准备停止";
-    pAudioClient->Stop();
+    WorkerThread::terminable([&] { return pAudioClient->Stop(); });
     capture->Release();
+    WorkerThread::endIfTerminated();
 }
 
 /// The read loop; returns when the session is to end.
@@ -173,7 +213,8 @@ void CaptureAudioThread::drain(IAudioClient *pAudioClient, IAudioCaptureClient *
         QThread::msleep(kPollMs);
 
         UINT32 waiting = 0;
-        const HRESULT hr = capture->GetNextPacketSize(&waiting);
+        const HRESULT hr =
+            WorkerThread::terminable([&] { return capture->GetNextPacketSize(&waiting); });
         if (FAILED(hr)) {
             qDebug() << "[Thread Error] GetNextPacketSize 失败, hr =" << hexCode(hr);
             if (hr == AUDCLNT_E_DEVICE_INVALIDATED) {
@@ -202,7 +243,8 @@ HRESULT CaptureAudioThread::takePacket(IAudioCaptureClient *capture, QByteArray 
     BYTE *data = nullptr;
     UINT32 frames = 0;
     DWORD flags = 0; // never examined: a silent packet is copied as it stands
-    const HRESULT hr = capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr);
+    const HRESULT hr = WorkerThread::terminable(
+        [&] { return capture->GetBuffer(&data, &frames, &flags, nullptr, nullptr); });
     if (hr == AUDCLNT_E_DEVICE_INVALIDATED) {
         qDebug() << "[Thread Error] GetBuffer 设备失效，停止采集";
         writeDiagnosticLog(QStringLiteral("采集线程: GetBuffer DEVICE_INVALIDATED"));
@@ -217,7 +259,7 @@ HRESULT CaptureAudioThread::takePacket(IAudioCaptureClient *capture, QByteArray 
         Q_EMIT notifyData(raw);
     else
         Q_EMIT notifyData(toStereo16(raw, frames, format));
-    capture->ReleaseBuffer(frames);
+    WorkerThread::terminable([&] { return capture->ReleaseBuffer(frames); });
     return hr;
 }
 

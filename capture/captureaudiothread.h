@@ -29,7 +29,9 @@ public:
     /// Makes the thread, moves there and starts it; idle until start() is invoked.
     CaptureAudioThread();
     /// Ends the thread: asks it to quit, waits 1000 ms, terminates it, waits 500 ms. A session that
-    /// is to end within that time has been called off before.
+    /// is to end within that time has been called off before. Termination cuts a session off in an
+    /// audio call, or between two steps, and nowhere else. A thread that still runs then is left
+    /// behind, with the clients of its sessions; it ends as soon as it can.
     ~CaptureAudioThread() override;
 
     /// Runs one capture session on the calling thread; invoked queued, so that this is the

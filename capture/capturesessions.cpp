@@ -47,6 +47,12 @@ bool CaptureSessions::stopArrived()
     return m_stopsArrived <= m_superseded;
 }
 
+void CaptureSessions::leaveBehind()
+{
+    const QMutexLocker lock(&m_mutex);
+    m_clients.clear();
+}
+
 bool CaptureSessions::begin()
 {
     ++m_begun;

@@ -53,7 +53,8 @@ public:
     explicit CaptureSessions(std::atomic<qint32> &running);
     CaptureSessions(const CaptureSessions &) = delete;
     CaptureSessions &operator=(const CaptureSessions &) = delete;
-    /// Drops the references of the sessions that never ran. The worker's thread has ended before.
+    /// Drops the references of the sessions that never ran. The worker's thread has ended before,
+    /// or leaveBehind() has been called.
     ~CaptureSessions();
 
     /// Call this before a start() is queued with this client, which is not null.
@@ -67,6 +68,9 @@ public:
     bool nextIsSuperseded() const;
     /// The stop of the oldest session has arrived. Returns whether that session was superseded.
     bool stopArrived();
+
+    /// The worker's thread is left behind inside an audio call: the clients are left to it.
+    void leaveBehind();
 
     // --- the worker's thread, for the session that it runs
     /// The next session begins. False when it is retired.

@@ -1,6 +1,7 @@
 // The worker's sessions: how they begin, end, fail and are retired.
 #include "tests/capture/workersession.h"
 
+#include <QElapsedTimer>
 #include <QRegularExpression>
 
 class TestCaptureAudioThread : public WorkerTest {
@@ -25,7 +26,10 @@ private Q_SLOTS:
     void forceStopWithoutSessionDoesNothing();
     void forceStopEndsTheSession();
     void errorsPrintAsLongCodes();
-    void forceStopTerminatesAHangingThread(); // the last: its cut-off session leaves memory behind
+    void aThreadThatIsLateToEndIsLeftInPeace();
+    void aThreadThatDoesNotEndIsLeftBehind();
+    void forceStopTerminatesAHangingThread(); // from here on: cut-off sessions leave memory behind
+    void aSessionThatCannotBeCutOffIsLeftBehind();
 };
 
 void TestCaptureAudioThread::metaObjectHasTheSignatures()
@@ -324,6 +328,86 @@ void TestCaptureAudioThread::forceStopTerminatesAHangingThread()
     session.worker->forceStop();
     QVERIFY(session.scene.log.contains(text("[Thread] forceStop 等待超时")));
     QVERIFY(!session.worker->thread()->isRunning());
+    session.scene.audio.setHook(FakeCall::GetNextPacketSize, {});
+}
+
+void TestCaptureAudioThread::aThreadThatIsLateToEndIsLeftInPeace()
+{
+    // Terminated while it ends, the process would abort.
+    Session session;
+    QObject::connect(
+        session.worker->thread(), &QThread::finished, session.worker->thread(),
+        [] { QThread::msleep(1200); }, Qt::DirectConnection);
+    session.start(session.client(), 8);
+    QVERIFY(session.end());
+    QElapsedTimer clock;
+    clock.start();
+    session.worker.reset();
+    QVERIFY2(clock.elapsed() >= 1000, qPrintable(QString::number(clock.elapsed())));
+    VERIFY_NOTHING_LEFT(session);
+}
+
+void TestCaptureAudioThread::aThreadThatDoesNotEndIsLeftBehind()
+{
+    Session session;
+    std::atomic<bool> mayEnd {false};
+    QThread *const thread = session.worker->thread();
+    QObject::connect(
+        thread, &QThread::finished, thread,
+        [&] {
+            while (!mayEnd)
+                QThread::msleep(1);
+        },
+        Qt::DirectConnection);
+    session.start(session.client(), 8);
+    QVERIFY(session.end());
+    QElapsedTimer clock;
+    clock.start();
+    session.worker.reset();
+    QVERIFY2(clock.elapsed() < 20000, qPrintable(QString::number(clock.elapsed())));
+    mayEnd = true;
+    QVERIFY(thread->wait(20000));
+    delete thread;
+    VERIFY_NOTHING_LEFT(session);
+}
+
+void TestCaptureAudioThread::aSessionThatCannotBeCutOffIsLeftBehind()
+{
+#ifdef TONEWELL_SANITIZED
+    QSKIP("a session that is cut off leaves its client behind, which sanitizers report", "");
+#endif
+    // It holds its thread without waiting for anything, and comes back after the worker has gone.
+    Session session;
+    QThread *const thread = session.worker->thread();
+    IAudioClient *const client = session.client();
+    const auto references = [client] {
+        client->AddRef();
+        return client->Release();
+    };
+    session.start(client, 8);
+    QVERIFY(waitUntil([&] { return session.worker->isRunning(); }));
+    std::atomic<bool> hanging {false};
+    std::atomic<bool> mayReturn {false};
+    session.scene.audio.setHook(FakeCall::GetNextPacketSize, [&] {
+        hanging = true;
+        while (!mayReturn)
+            std::this_thread::yield();
+    });
+    QVERIFY(waitUntil([&] { return hanging.load(); }));
+    const ULONG before = references();
+    QElapsedTimer clock;
+    clock.start();
+    session.worker->sessions().retire();
+    session.worker->forceStop();
+    session.worker.reset();
+    QVERIFY2(clock.elapsed() < 20000, qPrintable(QString::number(clock.elapsed())));
+    QVERIFY(!thread->isFinished());
+    QCOMPARE(references(), before); // it may still need its client
+    mayReturn = true;
+    QVERIFY(thread->wait(20000));
+    delete thread;
+    QCoreApplication::sendPostedEvents(&session.receiver);
+    QCOMPARE(session.stops.size(), 0); // it ended at once
     session.scene.audio.setHook(FakeCall::GetNextPacketSize, {});
 }
 
