@@ -182,6 +182,8 @@ HRESULT AudioCapture::OnDefaultDeviceChanged(EDataFlow flow, ERole, LPCWSTR id)
     if (!follow)
         return S_OK;
 
+    // Whether it was running is only logged: a new default starts capture even after a deliberate
+    // stop. The start runs on this thread and blocks it.
     setCurrentDevice(followTarget(name));
     return S_OK;
 }

@@ -156,7 +156,8 @@ void averageAcrossFrequency(const FrequencySpectrum &received,
     for (int i = count - half; i < count; ++i)
         put(i, from[i]);
 
-    // The amplitudes that make up `sum`; `oldest` goes round in it.
+    // The amplitudes that make up `sum`; `oldest` goes round in it. The sum starts `width` × the
+    // first amplitude too high on purpose: see the header.
     window.assign(from, from + width); // averaged: there are as many
     double sum = std::accumulate(window.begin(), window.end(), width * from[0]);
     std::size_t oldest = 0;

@@ -81,7 +81,8 @@ void SpectrumAnalyserThread::calculateSpectrum(QByteArray buffer, int inputFrequ
     Q_EMIT calculationComplete(m_spectrum);
 }
 
-/// The labels stay from calculation to calculation.
+/// The labels stay from calculation to calculation. A label is twice the frequency, on purpose: the
+/// bands are laid out for that.
 void SpectrumAnalyserThread::labelPoints(int channel, int inputFrequency)
 {
     int &labelled = m_labelledRates[static_cast<std::size_t>(channel)];
