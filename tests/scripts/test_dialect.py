@@ -13,9 +13,11 @@ class Dialect(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.root = folder.name
         for header in ("app/widget.h", "capture/deviceentry.h", "platform/display.h",
-                       "platform/linux/audio/com.h", "platform/linux/process/lasterror.h",
+                       "platform/lastreport.h", "platform/linux/audio/com.h",
+                       "platform/linux/include/objbase.h", "platform/linux/process/lasterror.h",
                        "platform/windows/display.h", "remote/message.h", "report/report.h",
-                       "spectrum/levels.h", "tests/support/fakeaudio.h", "tools/peakhold.h"):
+                       "platform/soundoutput.h", "spectrum/levels.h", "tests/support/fakeaudio.h",
+                       "tools/peakhold.h"):
             self.write(header, "#pragma once\n")
 
     def write(self, path, text):
@@ -53,16 +55,42 @@ class Dialect(unittest.TestCase):
                                ("examples/cpp/x.cpp", "tools/peakhold.h"),
                                ("app/x.cpp", "tools/peakhold.h")):
             self.finds(path, f'\n#include "{included}"\n', "does not call")
+            self.finds(path, f"\n#include <{included}>\n", "does not call")
         self.finds("app/x.cpp", '#include "tests/support/fakeaudio.h"\n', "include tests/")
+        self.finds("app/x.cpp", "#include <tests/support/fakeaudio.h>\n", "include tests/")
 
     def test_include_between_the_wings(self):
         self.finds("platform/linux/process/x.cpp", '#include "platform/linux/audio/com.h"\n',
                    "does not call")
         self.finds("platform/linux/desktop/x.cpp", '#include "platform/linux/audio/com.h"\n',
                    "does not call")
-        self.finds("platform/linux/include/x.h", '#include "platform/linux/process/lasterror.h"\n',
+        self.finds("platform/linux/process/x.cpp", "#include <platform/linux/audio/com.h>\n",
                    "does not call")
-        self.finds("platform/linux/include/x.h", '#include "platform/display.h"\n', "alone")
+        self.finds("platform/linux/include/unknwn.h",
+                   '#include "platform/linux/process/lasterror.h"\n', "does not call")
+        self.finds("platform/linux/include/unknwn.h", '#include "platform/display.h"\n', "alone")
+
+    def test_include_of_what_another_wing_implements(self):
+        for wing, included in (("process", '"platform/display.h"'),
+                               ("process", '"platform/soundoutput.h"'),
+                               ("audio", '"platform/display.h"'),
+                               ("desktop", '"platform/soundoutput.h"'),
+                               ("process", "<objbase.h>"),
+                               ("process", '"platform/linux/include/objbase.h"'),
+                               ("process", "<wtsapi32.h>"),
+                               ("audio", "<wtsapi32.h>"),
+                               ("desktop", "<mmdeviceapi.h>")):
+            self.finds(f"platform/linux/{wing}/x.cpp", f"\n#include {included}\n",
+                       f"{wing} does not call platform/linux/(audio|desktop)")
+        for wing in ("process", "audio", "desktop"):
+            self.passes(f"platform/linux/{wing}/x.cpp", '#include "platform/lastreport.h"\n'
+                        "#include <dbghelp.h>\n#include <unistd.h>\n#include <windows.h>\n")
+
+    def test_header_of_no_known_wing(self):
+        for path in ("platform/x.h", "platform/linux/include/x.h"):
+            self.write(path, "")
+            self.assertRegex(self.check(), rf"\A{path}:1: [^\n]*which wing[^\n]*\n\Z")
+            os.remove(os.path.join(self.root, path))
 
     def test_include_of_a_host(self):
         self.finds("capture/x.cpp", '#include "platform/linux/audio/com.h"\n', "the host")
@@ -72,6 +100,8 @@ class Dialect(unittest.TestCase):
     def test_include_that_is_no_path_from_the_root(self):
         self.finds("report/x.cpp", '#include "report.h"\n', "no path")
         self.finds("report/x.cpp", '#include "report/gone.h"\n', "no path")
+        self.finds("report/x.cpp", '#include "report/../app/widget.h"\n', "no path")
+        self.finds("report/x.cpp", "#include <report/report.h>\n", "own headers")
 
     def test_condition_for_the_host(self):
         for condition in ("#ifdef _WIN32", "#if defined(__linux__)", "# ifndef Q_OS_WIN"):
@@ -97,6 +127,9 @@ class Dialect(unittest.TestCase):
         self.passes("remote/x.cpp", '#include "capture/deviceentry.h"\n')
         self.passes("tools/monitor/x.cpp", '#include "platform/display.h"\n')
         self.passes("platform/linux/audio/x.cpp", '#include "platform/linux/process/lasterror.h"\n')
+        self.passes("platform/linux/audio/x.h", '#include "platform/soundoutput.h"\n\n'
+                    "#include <objbase.h>\n#include <pulse/pulseaudio.h>\n")
+        self.passes("platform/linux/include/unknwn.h", "#include <objbase.h>\n")
         self.passes("platform/linux/x.cpp", "#ifdef __linux__\n#endif\n")
         self.passes("tests/x.cpp", '#include "platform/linux/audio/com.h"\n#include "app/widget.h"\n')
         self.passes("report/x.cpp", "namespace {\n\nint shown(int what);\n\n} // namespace\n\n"
