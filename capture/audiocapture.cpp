@@ -93,16 +93,6 @@ const DeviceEntry *AudioCapture::findDevice(const QString &name) const
     return findByName(m_deviceList, name);
 }
 
-QString AudioCapture::getDeviceName(LPCWSTR id)
-{
-    return endpointName(pOutputEnumerator, id);
-}
-
-HRESULT AudioCapture::getDefaultRenderDevice(IMMDevice **out)
-{
-    return openDefaultEndpoint(out);
-}
-
 void AudioCapture::setDiagnosticLogEnabled(bool enabled)
 {
     enableDiagnosticLog(enabled);

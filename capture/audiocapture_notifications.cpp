@@ -82,6 +82,11 @@ ULONG AudioCapture::Release()
     return static_cast<ULONG>(count);
 }
 
+QString AudioCapture::getDeviceName(LPCWSTR id)
+{
+    return endpointName(pOutputEnumerator, id);
+}
+
 AudioCapture::InUse AudioCapture::inUse() const
 {
     const QMutexLocker lock(&m_mutex);

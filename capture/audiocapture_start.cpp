@@ -113,6 +113,11 @@ void AudioCapture::releaseOldSession()
     pwfx = nullptr;
 }
 
+HRESULT AudioCapture::getDefaultRenderDevice(IMMDevice **out)
+{
+    return openDefaultEndpoint(out);
+}
+
 /// Steps 1 to 6: brings the session up and queues it to the worker. Called with m_mutex held, as
 /// all that follows. Returns the code of the call that failed; what was acquired until then stays
 /// in the members.
