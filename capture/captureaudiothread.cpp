@@ -3,6 +3,7 @@
 #include "capture/diagnosticlog.h"
 #include "capture/sampleconversion.h"
 #include "capture/wasapierrortext.h"
+#include "capture/workerthread.h"
 #include "platform/lastreport.h"
 
 #include <objbase.h>
@@ -15,36 +16,8 @@ constexpr int kPollMs = 5;
 constexpr int kEmptyPollsBeforeRecovery = 400;
 constexpr int kRecoveryPauseMs = 20;
 constexpr int kPassThroughBlockAlign = 4;
-
-/// A terminated thread unwinds wherever it happens to wait, and the process aborts when a function
-/// there is noexcept: a destructor, or the thread's own end. So this one can only be terminated
-/// where a session allows it. The flag is the thread's own, and Qt sets it right before run().
-class WorkerThread : public QThread {
-public:
-    /// Ends the thread here if it has been terminated. The worker may have been destroyed by then,
-    /// so a session comes here after what can last, before it touches the worker again.
-    static void endIfTerminated()
-    {
-        setTerminationEnabled(true);
-        setTerminationEnabled(false);
-    }
-
-    /// Makes an audio call that may hang: the one thing that a terminated session is cut off in.
-    template <typename Call> static HRESULT terminable(Call call)
-    {
-        setTerminationEnabled(true);
-        const HRESULT hr = call();
-        endIfTerminated();
-        return hr;
-    }
-
-protected:
-    void run() override
-    {
-        setTerminationEnabled(false);
-        exec();
-    }
-};
+constexpr int kQuitWaitMs = 1000; // for the thread to end after quit()
+constexpr int kTerminateWaitMs = 500; // for it to end after terminate()
 
 /// The client's mix format, to be freed; null when it cannot be had.
 WAVEFORMATEX *mixFormatOf(IAudioClient *client)
@@ -143,9 +116,9 @@ CaptureAudioThread::CaptureAudioThread()
 CaptureAudioThread::~CaptureAudioThread()
 {
     m_thread->quit();
-    if (!m_thread->wait(1000)) {
+    if (!m_thread->wait(kQuitWaitMs)) {
         m_thread->terminate();
-        m_thread->wait(500);
+        m_thread->wait(kTerminateWaitMs);
     }
     if (m_thread->wait(0))
         delete m_thread;
@@ -272,9 +245,9 @@ void CaptureAudioThread::forceStop()
     if (!m_thread || !m_thread->isRunning())
         return;
     m_thread->quit();
-    if (!m_thread->wait(1000)) {
+    if (!m_thread->wait(kQuitWaitMs)) {
         qDebug() << "[Thread] forceStop 等待超时";
         m_thread->terminate();
-        m_thread->wait(500);
+        m_thread->wait(kTerminateWaitMs);
     }
 }
