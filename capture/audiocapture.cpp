@@ -5,9 +5,9 @@
 #include "capture/diagnosticlog.h"
 #include "capture/renderendpoints.h"
 #include "capture/startfailure.h"
-#include "capture/wasapierrortext.h"
 #include "platform/deviceenumerator.h"
 #include "report/deliverreport.h"
+#include "report/hextext.h"
 
 #include <objbase.h>
 #include <QDebug>
@@ -29,7 +29,7 @@ AudioCapture::AudioCapture(QObject *parent)
 
     HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     if (FAILED(hr) && hr != RPC_E_CHANGED_MODE)
-        qDebug() << "[AudioCapture] CoInitializeEx 失败, hr =" << hexCode(hr);
+        qDebug() << "[AudioCapture] CoInitializeEx 失败, hr =" << hexText(hr);
 
     connect(&m_captureThread, &CaptureAudioThread::notifyData, this,
             [this](const QByteArray &data) { Q_EMIT notifyData(data); });
@@ -40,7 +40,7 @@ AudioCapture::AudioCapture(QObject *parent)
     hr = createDeviceEnumerator(&pOutputEnumerator);
     if (FAILED(hr) || !pOutputEnumerator) {
         pOutputEnumerator = nullptr;
-        qDebug() << "[AudioCapture] CoCreateInstance 失败, hr =" << hexCode(hr);
+        qDebug() << "[AudioCapture] CoCreateInstance 失败, hr =" << hexText(hr);
         return;
     }
     pOutputEnumerator->RegisterEndpointNotificationCallback(this);
@@ -120,7 +120,7 @@ void AudioCapture::handleStartError(HRESULT hr)
 {
     if (hr >= 0)
         return;
-    qDebug() << "引擎启动失败，错误代码" << hexCode(hr);
+    qDebug() << "引擎启动失败，错误代码" << hexText(hr);
 
     QString report = startFailureReport(hr);
     {

@@ -5,7 +5,7 @@
 #include "capture/diagnosticlog.h"
 #include "capture/loopbackclient.h"
 #include "capture/renderendpoints.h"
-#include "capture/wasapierrortext.h"
+#include "report/hextext.h"
 
 #include <objbase.h>
 #include <QDebug>
@@ -39,7 +39,7 @@ void AudioCapture::startCapture()
 
     const HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     if (FAILED(hr) && hr != RPC_E_CHANGED_MODE)
-        qDebug() << "[startCapture] CoInitializeEx 失败, hr =" << hexCode(hr);
+        qDebug() << "[startCapture] CoInitializeEx 失败, hr =" << hexText(hr);
 
     bool oldSessionRuns = false;
     {
@@ -159,7 +159,7 @@ HRESULT AudioCapture::chooseDevice()
         qDebug() << "[Step 1] 使用指定输出设备:" << entry->name;
         const HRESULT hr = openEndpoint(pOutputEnumerator, entry->id, &pDevice);
         if (FAILED(hr))
-            qDebug() << "GetDevice 失败" << hexCode(hr);
+            qDebug() << "GetDevice 失败" << hexText(hr);
         return hr;
     }
 
@@ -173,7 +173,7 @@ HRESULT AudioCapture::chooseDevice()
     }
     const HRESULT hr = getDefaultRenderDevice(&pDevice);
     if (FAILED(hr))
-        qDebug() << "获取默认设备失败" << hexCode(hr);
+        qDebug() << "获取默认设备失败" << hexText(hr);
     return hr;
 }
 
@@ -183,8 +183,8 @@ HRESULT AudioCapture::initializeClient()
     if (SUCCEEDED(hr))
         return hr;
 
-    qDebug() << "Initialize 失败" << hexCode(hr);
-    writeDiagnosticLog(QStringLiteral("Initialize 失败, hr=0x") + hexCode(hr));
+    qDebug() << "Initialize 失败" << hexText(hr);
+    writeDiagnosticLog(QStringLiteral("Initialize 失败, hr=0x") + hexText(hr));
     for (int attempt = 1; attempt <= kRecoveryAttempts && FAILED(hr); ++attempt) {
         QThread::msleep(kRecoveryPauseMs);
         writeDiagnosticLog(QStringLiteral("Initialize 重试 #%1").arg(attempt));

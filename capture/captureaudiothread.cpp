@@ -2,9 +2,9 @@
 
 #include "capture/diagnosticlog.h"
 #include "capture/sampleconversion.h"
-#include "capture/wasapierrortext.h"
 #include "capture/workerthread.h"
 #include "platform/lastreport.h"
+#include "report/hextext.h"
 
 #include <objbase.h>
 #include <QDebug>
@@ -47,7 +47,7 @@ bool enterApartment(HRESULT *hr)
 {
     *hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     if (FAILED(*hr)) {
-        qDebug() << "[Thread Error] CoInitializeEx 失败, hr =" << hexCode(*hr);
+        qDebug() << "[Thread Error] CoInitializeEx 失败, hr =" << hexText(*hr);
         if (*hr != RPC_E_CHANGED_MODE)
             return false;
     }
@@ -67,12 +67,11 @@ IAudioCaptureClient *startClient(IAudioClient *client, HRESULT *hr)
         return nullptr;
     }
     qDebug() << "[Thread 3] 调用 GetService";
-    qDebug() << "[Thread 3a] IID_IAudioCaptureClient ="
-             << QString::number(IID_IAudioCaptureClient.Data1, 16);
+    qDebug() << "[Thread 3a] IID_IAudioCaptureClient =" << hexText(IID_IAudioCaptureClient.Data1);
     void *service = nullptr;
     *hr = WorkerThread::terminable(
         [&] { return client->GetService(IID_IAudioCaptureClient, &service); });
-    qDebug() << "[Thread 4] GetService hr =" << hexCode(*hr);
+    qDebug() << "[Thread 4] GetService hr =" << hexText(*hr);
     if (FAILED(*hr) || !service) {
         qDebug() << "GetService 失败，无法获取 IAudioCaptureClient";
         return nullptr;
@@ -81,9 +80,9 @@ IAudioCaptureClient *startClient(IAudioClient *client, HRESULT *hr)
 
     qDebug() << "[Thread 5] 调用 Start";
     *hr = WorkerThread::terminable([&] { return client->Start(); });
-    qDebug() << "[Thread 6] Start hr =" << hexCode(*hr);
+    qDebug() << "[Thread 6] Start hr =" << hexText(*hr);
     if (FAILED(*hr)) {
-        qDebug() << "Start 失败, hr =" << hexCode(*hr);
+        qDebug() << "Start 失败, hr =" << hexText(*hr);
         capture->Release();
         return nullptr;
     }
@@ -189,7 +188,7 @@ void CaptureAudioThread::drain(IAudioClient *pAudioClient, IAudioCaptureClient *
         const HRESULT hr =
             WorkerThread::terminable([&] { return capture->GetNextPacketSize(&waiting); });
         if (FAILED(hr)) {
-            qDebug() << "[Thread Error] GetNextPacketSize 失败, hr =" << hexCode(hr);
+            qDebug() << "[Thread Error] GetNextPacketSize 失败, hr =" << hexText(hr);
             if (hr == AUDCLNT_E_DEVICE_INVALIDATED) {
                 qDebug() << "[Thread Error] 设备已失效，停止采集";
                 writeDiagnosticLog(
@@ -224,7 +223,7 @@ HRESULT CaptureAudioThread::takePacket(IAudioCaptureClient *capture, QByteArray 
         return hr;
     }
     if (FAILED(hr)) {
-        qDebug().nospace() << "[Thread Error] GetBuffer 瞬态错误, hr =" << hexCode(hr) << "，跳过";
+        qDebug().nospace() << "[Thread Error] GetBuffer 瞬态错误, hr =" << hexText(hr) << "，跳过";
         return hr;
     }
     copyPacket(raw, data, frames, blockAlign);

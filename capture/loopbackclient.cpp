@@ -2,7 +2,7 @@
 
 #include "capture/comobjects.h"
 #include "capture/diagnosticlog.h"
-#include "capture/wasapierrortext.h"
+#include "report/hextext.h"
 
 #include <objbase.h>
 #include <QDebug>
@@ -37,8 +37,8 @@ HRESULT checkDeviceState(IMMDevice *device)
 
 void logActivateFailure(HRESULT hr)
 {
-    qDebug() << "Activate 失败" << hexCode(hr);
-    writeDiagnosticLog(QStringLiteral("Activate 失败, hr=0x") + hexCode(hr));
+    qDebug() << "Activate 失败" << hexText(hr);
+    writeDiagnosticLog(QStringLiteral("Activate 失败, hr=0x") + hexText(hr));
     if (hr == E_NOINTERFACE)
         qDebug() << "错误: 不支持此接口，可能是驱动不支持 WASAPI";
     else if (hr == AUDCLNT_E_DEVICE_INVALIDATED)
@@ -126,7 +126,7 @@ HRESULT activateClient(IMMDevice *device, IAudioClient **out)
     HRESULT hr = checkDeviceState(device);
     if (FAILED(hr))
         return hr;
-    qDebug() << "[Step 2b] IID_IAudioClient =" << QString::number(IID_IAudioClient.Data1, 16);
+    qDebug() << "[Step 2b] IID_IAudioClient =" << hexText(IID_IAudioClient.Data1);
 
     hr = tryActivate(device, CLSCTX_INPROC_SERVER, out);
     if (FAILED(hr)) {
@@ -153,8 +153,8 @@ HRESULT readMixFormat(IAudioClient *client, const QString &deviceName, WAVEFORMA
     qDebug() << "[Step 3] GetMixFormat";
     const HRESULT hr = fetchMixFormat(client, out);
     if (FAILED(hr)) {
-        qDebug() << "GetMixFormat 失败" << hexCode(hr);
-        writeDiagnosticLog(QStringLiteral("GetMixFormat 失败, hr=0x") + hexCode(hr));
+        qDebug() << "GetMixFormat 失败" << hexText(hr);
+        writeDiagnosticLog(QStringLiteral("GetMixFormat 失败, hr=0x") + hexText(hr));
         return hr;
     }
     logMixFormat(**out, deviceName);
@@ -179,13 +179,13 @@ HRESULT initializeWithRetries(IAudioClient *client, const WAVEFORMATEX *format)
         if (SUCCEEDED(hr))
             return hr;
         if (!isTransient(hr)) {
-            qDebug().noquote() << QStringLiteral("[Step 4d] 非瞬态错误: 0x") + hexCode(hr);
+            qDebug().noquote() << QStringLiteral("[Step 4d] 非瞬态错误: 0x") + hexText(hr);
             return hr;
         }
         if (retry > kTransientRetries)
             return hr;
         qDebug().noquote() << QStringLiteral("[Step 4d] 瞬态错误 0x%1，第%2次重试...")
-                                  .arg(hexCode(hr), QString::number(retry));
+                                  .arg(hexText(hr), QString::number(retry));
         QThread::msleep(kTransientPauseMs);
     }
 }
@@ -196,7 +196,7 @@ HRESULT readBufferSize(IAudioClient *client)
     UINT32 frames = 0;
     const HRESULT hr = client->GetBufferSize(&frames);
     if (FAILED(hr))
-        qDebug() << "GetBufferSize 失败" << hexCode(hr);
+        qDebug() << "GetBufferSize 失败" << hexText(hr);
     else
         qDebug() << "[Step 5a] Buffer 大小:" << frames << "帧";
     return hr;

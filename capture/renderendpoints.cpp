@@ -1,8 +1,8 @@
 #include "capture/renderendpoints.h"
 
 #include "capture/comobjects.h"
-#include "capture/wasapierrortext.h"
 #include "platform/deviceenumerator.h"
+#include "report/hextext.h"
 
 #include <windows.h>
 #include <functiondiscoverykeys_devpkey.h>
@@ -48,12 +48,12 @@ IMMDeviceCollection *activeEndpoints(IMMDeviceEnumerator *enumerator, UINT *coun
         ? enumerator->EnumAudioEndpoints(eRender, DEVICE_STATE_ACTIVE, &collection)
         : E_POINTER;
     if (FAILED(hr) || !collection) {
-        qDebug() << "[flushDevices] EnumAudioEndpoints 失败, hr =" << hexCode(hr);
+        qDebug() << "[flushDevices] EnumAudioEndpoints 失败, hr =" << hexText(hr);
         return nullptr;
     }
     hr = collection->GetCount(count);
     if (FAILED(hr)) {
-        qDebug() << "[flushDevices] GetCount 失败, hr =" << hexCode(hr);
+        qDebug() << "[flushDevices] GetCount 失败, hr =" << hexText(hr);
         collection->Release();
         return nullptr;
     }
@@ -77,19 +77,19 @@ QString endpointName(IMMDeviceEnumerator *enumerator, LPCWSTR id)
     IMMDevice *device = nullptr;
     HRESULT hr = enumerator ? enumerator->GetDevice(id, &device) : E_POINTER;
     if (FAILED(hr) || !device) {
-        qDebug() << "[getDeviceName] GetDevice 失败, hr =" << hexCode(hr);
+        qDebug() << "[getDeviceName] GetDevice 失败, hr =" << hexText(hr);
         return removed;
     }
     IPropertyStore *store = nullptr;
     hr = device->OpenPropertyStore(STGM_READ, &store);
     if (FAILED(hr) || !store) {
-        qDebug() << "[getDeviceName] OpenPropertyStore 失败, hr =" << hexCode(hr);
+        qDebug() << "[getDeviceName] OpenPropertyStore 失败, hr =" << hexText(hr);
         device->Release();
         return removed;
     }
     const QString name = friendlyName(store, &hr);
     if (FAILED(hr))
-        qDebug() << "[getDeviceName] GetValue 失败, hr =" << hexCode(hr);
+        qDebug() << "[getDeviceName] GetValue 失败, hr =" << hexText(hr);
     store->Release();
     device->Release();
     return SUCCEEDED(hr) ? name : removed;

@@ -4,11 +4,6 @@
 
 #include <audioclient.h>
 
-QString hexCode(HRESULT hr)
-{
-    return hexText(hr);
-}
-
 QString wasapiErrorText(HRESULT hr)
 {
     switch (hr) {

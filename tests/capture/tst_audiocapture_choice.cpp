@@ -1,5 +1,6 @@
 // Which device a start takes, and how it gets the device's client.
 #include "capture/wasapierrortext.h"
+#include "report/hextext.h"
 #include "tests/capture/scene.h"
 
 class TestAudioCaptureChoice : public QObject {
@@ -198,7 +199,7 @@ void TestAudioCaptureChoice::activateFailureHints()
     scene.make();
     scene.audio.fail(FakeCall::Activate, {code});
     scene.capture->startCapture();
-    const QString hex = hexCode(code);
+    const QString hex = hexText(code);
     QVERIFY(
         scene.log.inOrder({text("Activate 失败 ") + hex, text("引擎启动失败，错误代码 ") + hex}));
     QVERIFY(DiagnosticLog::lines().contains(text("Activate 失败, hr=0x") + hex));
@@ -211,8 +212,8 @@ void TestAudioCaptureChoice::activateFailureHints()
 
 void TestAudioCaptureChoice::hexadecimalCodes()
 {
-    QCOMPARE(hexCode(AUDCLNT_E_DEVICE_INVALIDATED), QStringLiteral("ffffffff88890004"));
-    QCOMPARE(hexCode(S_FALSE), QStringLiteral("1"));
+    QCOMPARE(hexText(AUDCLNT_E_DEVICE_INVALIDATED), QStringLiteral("ffffffff88890004"));
+    QCOMPARE(hexText(S_FALSE), QStringLiteral("1"));
     QCOMPARE(wasapiErrorText(static_cast<HRESULT>(0x88890FFFU)),
              QStringLiteral("Unknown error: 0xffffffff88890fff"));
 }
