@@ -14,7 +14,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/tonewell-detection.desktop
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/tonewell-monitor.desktop
     DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 
-# For software centres. The day is that of the newest release.
+# For software centres. The newest release gives the day.
 file(STRINGS ${PROJECT_SOURCE_DIR}/CHANGELOG.md TONEWELL_RELEASE_DATE REGEX "^## \\[[0-9]" LIMIT_COUNT 1)
 string(REGEX REPLACE ".* - " "" TONEWELL_RELEASE_DATE "${TONEWELL_RELEASE_DATE}")
 set(metainfo ${CMAKE_CURRENT_BINARY_DIR}/packaging/example.tonewell.monitor.metainfo.xml)

@@ -6,8 +6,8 @@
 #include <QStringList>
 
 struct ServiceLookup {
-    /// Copies that this user runs, each by its temporary folder, in which its socket is. Those of
-    /// another session's run-time folder are left out. Empty where the host does not say.
+    /// Copies that this user runs, each by its temporary folder, in which its socket is. A
+    /// copy in another session's run-time folder is left out. Empty where the host does not say.
     QStringList runningIn;
 
     /// The user that the socket belongs to, if that is another one; else empty.

@@ -18,7 +18,7 @@ constexpr quint32 kArgumentCount = 1;
 constexpr qint8 kNotNull = 0;
 
 constexpr std::size_t kLengthBytes = sizeof(quint32);
-constexpr quint32 kNullText = 0xFFFFFFFF; // what stands for the length of a null text
+constexpr quint32 kNullText = 0xFFFFFFFF; // a null text's length
 // No reply is wanted, no property is meant.
 constexpr std::string_view kCallTail = "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF";
 

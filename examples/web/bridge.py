@@ -28,7 +28,7 @@ HEADERS = {
 
 
 class Newest:
-    """The newest line and its number. Whoever is late gets that one and none of those before it."""
+    """The newest line and its number. Whoever is late gets that one and misses the ones before."""
 
     def __init__(self):
         self.changed = threading.Condition()

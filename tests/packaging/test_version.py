@@ -26,7 +26,7 @@ def declared():
 
 
 def left_out(folder, names):
-    """Builds and what tools keep: none of it is the source's own."""
+    """Builds and what tools keep: not the source's own."""
     return {name for name in names if name in ("build", ".git", "__pycache__", ".cache")}
 
 

@@ -229,7 +229,7 @@ class Page(unittest.TestCase):
 
     WIDTH, HEIGHT = 1000, 400
     TONES = (1015, 455)  # Hz, left and right
-    BARS = (35, 56)  # those of the tones
+    BARS = (35, 56)  # where the tones show
 
     def setUp(self):
         self.world = harness.make_world()

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kDeepest = 4; // lists in lists
 
-/// Numbers at which something may turn: signs, limits, what stands for null.
+/// Numbers at which something may turn: signs, limits, the length of a null text.
 constexpr std::initializer_list<quint32> kTurningPoints {
     0,        1,          2,          0x7F,       0xFF,       0x100,      0xFFFF,     0x100000,
     0x100001, 0x7FFFFFFE, 0x7FFFFFFF, 0x80000000, 0xFFFFFFF0, 0xFFFFFFFE, 0xFFFFFFFF,

@@ -7,7 +7,7 @@
 #include <QEvent>
 #include <QThread>
 
-/// Handles the calling thread's events, those of objects that are to be deleted included.
+/// Handles the calling thread's events and deletes the objects that wait for it.
 inline void handleEvents()
 {
     QCoreApplication::processEvents();

@@ -71,7 +71,7 @@ TerminalView::Style textStyle()
                                                    : TerminalView::Unicode;
 }
 
-/// Until the event loop is ended.
+/// Runs until the event loop ends.
 void runInWindow(Monitor *monitor)
 {
     installAccessibleWidgets();
@@ -80,8 +80,8 @@ void runInWindow(Monitor *monitor)
     QCoreApplication::exec();
 }
 
-/// Until the event loop is ended, which without --seconds the first message brings, or that none
-/// comes. False when the picture could not be saved.
+/// Runs until the event loop ends. Without --seconds, the first message ends it, or a wait for it
+/// in vain. False when the picture could not be saved.
 bool runForPicture(Monitor *monitor, const MonitorOptions &options)
 {
     MonitorWindow window(monitor);
@@ -115,8 +115,8 @@ bool runInTerminal(Monitor *monitor)
     return session.isWritten();
 }
 
-/// Until the event loop is ended or nobody reads the record any more. Why the service is not there
-/// is said on standard error.
+/// Runs until the event loop ends or nobody reads the record any more. Says on standard error why
+/// the service is not there.
 void runForReader(Monitor *monitor)
 {
     const BrokenPipeGuard guard;

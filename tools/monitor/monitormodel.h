@@ -58,7 +58,7 @@ public:
     /// The state or the rate and the age, and the bad messages if there are any: one line.
     QString status(double now);
 
-    /// What is to be said in place of the bars, why there are none: empty while there is sound.
+    /// Says in place of the bars why there are none; empty while there is sound.
     QString notice(double now) const;
 
 private:

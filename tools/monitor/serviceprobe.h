@@ -24,7 +24,7 @@ public:
     /// Leaves without a result.
     void stop();
 
-    /// The protocol that the first packet of a connection names; empty if it is none of these.
+    /// The protocol that the first packet of a connection names; empty if it names none.
     static QString protocolOf(const QByteArray &packet);
 
 Q_SIGNALS:

@@ -158,7 +158,7 @@ private:
     void onSink(const pa_sink_info *sink, int last)
     {
         if (last != 0) {
-            if (last < 0) // the default's name may be that of a sink that is not there
+            if (last < 0) // the server may name a default that is not there
                 answer({SoundOutputState::NoDevice, {}});
             return;
         }

@@ -11,7 +11,7 @@ constexpr int kBasePointer = 5;
 
 struct ModRm {
     int mode; // 3 for a register, else memory with a displacement of 0, 1 or 4 bytes
-    int extension; // what selects an instruction among those of one opcode
+    int extension; // selects one of the instructions that share an opcode
     int operand; // register
 };
 

@@ -3,8 +3,8 @@
 // A short form by default. The long one, and the form with a sanitizer (see docs/security.md):
 //   TONEWELL_FUZZ_FRAMES, TONEWELL_FUZZ_CONNECTS   how many frames, how many connections
 //   TONEWELL_FUZZ_SEED                             the seed of a run that failed
-// From 100,000 frames or 10,000 connections on, the figures must be those of a machine that does
-// nothing else; below, only what no load explains is a failure.
+// From 100,000 frames or 10,000 connections on, it judges the figures as on a machine that does
+// nothing else; below, it fails only for what no load explains.
 #include "remote/consumerframes.h"
 #include "remote/consumergate.h"
 #include "tests/app/linux/programworld.h"

@@ -6,6 +6,6 @@
 /// The value of a line of the report; empty without a line of that name.
 QString field(const QString &report, const QString &name);
 
-/// Holds the report's registers against those of faults.h at that instruction, 16 hexadecimal
-/// digits. For a test, which it fails.
+/// Compares the report's registers with what faults.h sets before that instruction (its address, 16
+/// hexadecimal digits). Fails the calling test where they differ.
 void checkRegisters(const QString &report, const QString &instruction);

@@ -3,8 +3,9 @@
 
 extern "C" {
 
-// Each function first sets RBX, RDX and R8 to R15 to sixteen times the digit of faultPattern,
-// RSI to RSP and RDI to RBP; RAX is 0 and RCX 0 at the fault.
+// Each function first fills registers with one hexadecimal digit, sixteen times: RBX with 1, RDX
+// with 2, R8 to R15 with 8 to f. It copies RSP to RSI and RBP to RDI. At the fault, RAX and RCX
+// are 0.
 [[noreturn]] void faultRead(); // reads address 0
 [[noreturn]] void faultWrite(); // writes address 0
 [[noreturn]] void faultDivide(); // divides by ECX

@@ -1,8 +1,8 @@
 // Faults in surroundings that make a report hard.
 #pragma once
 
-/// Keep a lock that the report needs, each on a thread of its own that never ends: the loader's,
-/// and that of standard error. They return when the lock is taken.
+/// Keep a lock that the report needs, each on a thread of its own that never ends: the lock of the
+/// loader, the lock of standard error. They return when the lock is taken.
 void holdLoaderLock();
 void holdErrorsLock();
 
