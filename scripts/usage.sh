@@ -10,10 +10,10 @@ usage() {
     awk 'NR == 1 { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "scripts/${0##*/}"
 }
 
-# wrong TEXT: says what is wrong with the command line, and what would be right.
+# wrong TEXT: says what is wrong with the command line, in one line: the whole usage after it would
+# let it scroll away.
 wrong() {
-    printf 'scripts/%s: %s\n\n' "${0##*/}" "$1" >&2
-    usage >&2
+    printf 'scripts/%s: %s; see --help\n' "${0##*/}" "$1" >&2
     exit 2
 }
 

@@ -43,7 +43,8 @@ class Options(unittest.TestCase):
             done = self.run_script(name, *arguments)
             self.assertEqual(done.returncode, 2, done.stderr)
             self.assertEqual(done.stdout, "")
-            self.assertIn("usage: ", done.stderr)
+            # One line: after more than that the error would have scrolled away.
+            self.assertRegex(done.stderr, rf"\Ascripts/{name}: [^\n]+; see --help\n\Z")
 
     def test_the_stand_ins_are_seen(self):
         with self.assertRaises(AssertionError):
@@ -72,19 +73,23 @@ class Options(unittest.TestCase):
         self.assert_refused("build", "--no-such-option", "release")
         self.assert_refused("build", "-DBUILD_TESTING=ON", "--no-such-option")
 
-    def run_without_apt(self, **environment):
-        """scripts/setup on a system that has no packages of this kind, nor what installs them."""
+    def test_the_windows_tests_want_a_tarball(self):
+        self.assert_refused("test-windows", "--qt")
+        self.assert_refused("test-windows", "--qt", "")
+
+    def run_without_apt(self, script, *arguments, **environment):
+        """A script on a system that has no packages of this kind, nor what installs or makes them."""
         bare = os.path.join(os.path.dirname(self.called), "bare")
         os.makedirs(bare, exist_ok=True)
         for name in ("awk", "bash", "dirname", "env", "nproc"):
             if not os.path.lexists(os.path.join(bare, name)):
                 os.symlink(shutil.which(name), os.path.join(bare, name))
-        return subprocess.run([os.path.join(SOURCE, "scripts/setup"), "build", "run"], check=False,
+        return subprocess.run([os.path.join(SOURCE, "scripts", script), *arguments], check=False,
                               env={**self.environment, "PATH": bare, **environment}, timeout=60, text=True,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
     def test_without_apt_the_packages_are_listed(self):
-        done = self.run_without_apt()
+        done = self.run_without_apt("setup", "build", "run")
         self.assertEqual(done.returncode, 1, done.stderr)
         self.assertEqual(done.stdout, "")
         self.assertIn("installed by hand", done.stderr)
@@ -94,8 +99,13 @@ class Options(unittest.TestCase):
             self.assertIn(package, listed)
 
     def test_packages_that_were_installed_by_hand_are_believed(self):
-        done = self.run_without_apt(TONEWELL_PACKAGES="by-hand")
+        done = self.run_without_apt("setup", "build", "run", TONEWELL_PACKAGES="by-hand")
         self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+
+    def test_a_package_needs_what_makes_packages(self):
+        done = self.run_without_apt("package", TONEWELL_PACKAGES="by-hand")
+        self.assertEqual((done.returncode, done.stdout), (1, ""), done.stderr)
+        self.assertRegex(done.stderr, r"\Ascripts/package: [^\n]*dpkg-dev\n\Z")
 
     def test_surplus_arguments_are_refused(self):
         for name, arguments in (("package", ("folder", "surplus")), ("format", ("surplus",)),
