@@ -4,6 +4,7 @@ each of its lines on as a server-sent event. Open the address that it prints. Ct
 """
 import argparse
 import os
+import shutil
 import signal
 import socket
 import subprocess
@@ -18,6 +19,9 @@ CONNECTIONS = 64  # readers and those that have not said yet what they want
 PATIENCE = 5  # seconds that a request or the taking of one event may last
 SEND_BUFFER = 1 << 16  # bytes; small, so that it shows early who does not read
 PAUSE = 1  # seconds before the monitor is started again, and between signs of life
+MONITOR = "tonewell-monitor"
+FOLDER = os.path.dirname(os.path.abspath(__file__))
+BUILT = os.path.join(FOLDER, "../../build/release/bin", MONITOR)  # what scripts/run has built
 
 HEADERS = {
     "Cache-Control": "no-store",
@@ -92,11 +96,19 @@ class Monitor:
             self.process.wait()
 
 
+def is_for_us(host, origin, port):
+    """Another site's page can be given a name that leads here, and can ask from where it is."""
+    hosts = [f"{name}:{port}" for name in (ADDRESS, "localhost")]
+    if port == 80:  # which browsers do not write
+        hosts += [ADDRESS, "localhost"]
+    return host in hosts and (origin is None or origin in [f"http://{own}" for own in hosts])
+
+
 class Handler(BaseHTTPRequestHandler):
     timeout = PATIENCE
 
     def do_GET(self):
-        if not self.is_for_us():
+        if not is_for_us(self.headers.get("Host"), self.headers.get("Origin"), self.server.server_port):
             self.send_error(403, "Only for pages of this address")
         elif self.path.split("?")[0] == "/":
             self.send_page()
@@ -104,13 +116,6 @@ class Handler(BaseHTTPRequestHandler):
             self.send_events()
         else:
             self.send_error(404)
-
-    def is_for_us(self):
-        """Another site's page can be given a name that leads here, and can ask from where it is."""
-        port = self.server.server_port
-        hosts = [f"{name}:{port}" for name in (ADDRESS, "localhost")]
-        origin = self.headers.get("Origin")
-        return self.headers.get("Host") in hosts and (origin is None or origin in [f"http://{host}" for host in hosts])
 
     def start_answer(self, kind):
         self.send_response(200)
@@ -120,7 +125,7 @@ class Handler(BaseHTTPRequestHandler):
         self.end_headers()
 
     def send_page(self):
-        with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "index.html"), "rb") as file:
+        with open(os.path.join(FOLDER, "index.html"), "rb") as file:
             page = file.read()
         self.start_answer("text/html; charset=utf-8")
         self.wfile.write(page)
@@ -172,16 +177,25 @@ class Bridge(ThreadingHTTPServer):
             super().handle_error(request, client_address)
 
 
+def find_monitor():
+    """The installed one, else the one that was built beside these files."""
+    return MONITOR if shutil.which(MONITOR) or not os.path.exists(BUILT) else os.path.normpath(BUILT)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--port", type=int, default=8350, help="default: 8350; 0: any that is free")
-    parser.add_argument("--monitor", default="tonewell-monitor", metavar="PROGRAM", help="default: tonewell-monitor")
+    parser.add_argument("--monitor", default=find_monitor(), metavar="PROGRAM", help="default: %(default)s")
     options = parser.parse_args()
 
     newest = Newest()
     try:
         bridge = Bridge(options.port, newest)
         monitor = Monitor(options.monitor, newest)
+    except FileNotFoundError:
+        print(f"{parser.prog}: '{options.monitor}' was not found: install the package tonewell-detection, "
+              "or name the program with --monitor", file=sys.stderr)
+        return 1
     except (OSError, OverflowError) as failure:
         print(f"{parser.prog}: {failure}", file=sys.stderr)
         return 1

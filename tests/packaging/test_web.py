@@ -2,9 +2,11 @@
 whose bars are found in the picture."""
 import contextlib
 import http.client
+import importlib.util
 import json
 import os
 import select
+import shutil
 import signal
 import socket
 import subprocess
@@ -39,11 +41,12 @@ while True:
 class Bridge:
     """The running bridge."""
 
-    def __init__(self, folder, monitor, environment=None):
+    def __init__(self, folder, monitor=None, environment=None, bridge=BRIDGE):
+        named = ["--monitor", monitor] if monitor else []
         self.errors = os.path.join(folder, "bridge.log")
         with open(self.errors, "ab") as log:
             self.process = subprocess.Popen(
-                [sys.executable, BRIDGE, "--port", "0", "--monitor", monitor], env=environment, text=True,
+                [sys.executable, bridge, "--port", "0", *named], env=environment, text=True,
                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=log, start_new_session=True)
         self.url = self.process.stdout.readline().strip()
         self.port = int(self.url.rstrip("/").rpartition(":")[2])
@@ -188,6 +191,17 @@ class Strangers(BridgeCase):
         for origin in ("http://stranger.example", "null", "http://localhost", own.replace("http", "https")):
             self.assertEqual(self.bridge.status("/events", Origin=origin), 403, origin)
 
+    def test_browsers_leave_out_the_port_80(self):
+        spec = importlib.util.spec_from_file_location("bridge", BRIDGE)
+        bridge = importlib.util.module_from_spec(spec)
+        spec.loader.exec_module(bridge)
+        for host in ("127.0.0.1", "localhost", "localhost:80"):
+            for origin in (None, f"http://{host}", "http://localhost"):
+                self.assertTrue(bridge.is_for_us(host, origin, 80), (host, origin))
+        for host, origin in (("stranger.example", None), ("localhost:81", None), ("localhost", "https://localhost"),
+                             ("localhost", "http://stranger.example"), (None, None)):
+            self.assertFalse(bridge.is_for_us(host, origin, 80), (host, origin))
+
     def test_it_listens_on_one_address(self):
         with self.assertRaises(ConnectionRefusedError):
             socket.create_connection(("127.0.0.2", self.bridge.port), PATIENCE)
@@ -211,17 +225,35 @@ class Ends(BridgeCase):
             with self.assertRaises(ProcessLookupError):
                 os.kill(started[-1], 0)
 
-    def test_without_the_monitor_it_says_so(self):
-        done = subprocess.run([sys.executable, BRIDGE, "--port", "0", "--monitor", "/no/such/program"], check=False,
+    def run_bridge(self, *options, bridge=BRIDGE, **environment):
+        """What it says when it cannot start."""
+        done = subprocess.run([sys.executable, bridge, *options], env={**os.environ, **environment}, check=False,
                               timeout=PATIENCE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         self.assertEqual((done.returncode, done.stdout), (1, ""))
-        self.assertRegex(done.stderr, r"^bridge.py: .*'/no/such/program'\n$")
+        return done.stderr
+
+    def test_without_the_monitor_it_says_so(self):
+        self.assertRegex(self.run_bridge("--port", "0", "--monitor", "/no/such/program"),
+                         r"^bridge.py: '/no/such/program' was not found: .* --monitor\n$")
+
+    def test_in_a_checkout_it_finds_the_monitor_that_was_built(self):
+        checkout = os.path.join(self.folder, "checkout")
+        shutil.copytree(os.path.dirname(BRIDGE), os.path.join(checkout, "examples/web"))
+        bridge = os.path.join(checkout, "examples/web/bridge.py")
+        nowhere = {"PATH": self.folder}
+        self.assertIn("'tonewell-monitor' was not found",
+                      self.run_bridge("--port", "0", bridge=bridge, **nowhere))
+        built = os.path.join(checkout, "build/release/bin")
+        os.makedirs(built)
+        shutil.move(self.monitor, os.path.join(built, "tonewell-monitor"))
+        found = Bridge(self.folder, environment={**os.environ, **nowhere}, bridge=bridge)
+        answer = found.ask("/events")
+        self.assertEqual(json.loads(next(lines_of(answer))).keys(), {"number", "padding"})
+        answer.close()
+        self.assertEqual(found.stop(), (0, ""))
 
     def test_a_port_that_is_taken_is_named(self):
-        done = subprocess.run([sys.executable, BRIDGE, "--port", str(self.bridge.port), "--monitor", self.monitor],
-                              check=False, timeout=PATIENCE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.assertEqual((done.returncode, done.stdout), (1, ""))
-        self.assertIn("in use", done.stderr)
+        self.assertIn("in use", self.run_bridge("--port", str(self.bridge.port), "--monitor", self.monitor))
 
 
 class Page(unittest.TestCase):
@@ -270,30 +302,44 @@ class Page(unittest.TestCase):
             highest = [first + k for k in range(50) if side[k] == max(side)]
             self.assertLessEqual(abs(highest[len(highest) // 2] - bar), 1, side)
 
+    def texts(self):
+        """What is written while one frame is drawn."""
+        return self.browser.run("""
+            const texts = [], write = CanvasRenderingContext2D.prototype.fillText;
+            CanvasRenderingContext2D.prototype.fillText = function (text) { texts.push(text); };
+            draw();
+            CanvasRenderingContext2D.prototype.fillText = write;
+            return texts;""")
+
+    def shows_levels(self):
+        return any(text.startswith("rms ") for text in self.texts())
+
     def test_the_page_says_what_it_waits_for(self):
         self.browser.open(self.bridge.url)
         background = self.picture().pixelColor(2, self.HEIGHT // 4)
         self.assertEqual(background.alpha(), 255)
 
-        def texts():
-            """What is written while one frame is drawn."""
-            return self.browser.run("""
-                const texts = [], write = CanvasRenderingContext2D.prototype.fillText;
-                CanvasRenderingContext2D.prototype.fillText = function (text) { texts.push(text); };
-                draw();
-                CanvasRenderingContext2D.prototype.fillText = write;
-                return texts;""")
-
-        harness.wait_until(lambda: "waiting for the service" in texts(), PATIENCE, "what it waits for")
+        harness.wait_until(lambda: "waiting for the service" in self.texts(), PATIENCE, "what it waits for")
         program = self.world.start_program()
-        harness.wait_until(lambda: any(text.startswith("rms ") for text in texts()), PATIENCE, "levels")
+        harness.wait_until(self.shows_levels, PATIENCE, "levels")
         program.kill()
         program.wait()
-        harness.wait_until(lambda: "waiting for the service" in texts(), PATIENCE, "the service's end")
+        harness.wait_until(lambda: "waiting for the service" in self.texts(), PATIENCE, "the service's end")
         self.world.start_program()
-        harness.wait_until(lambda: any(text.startswith("rms ") for text in texts()), PATIENCE, "the service's return")
+        harness.wait_until(self.shows_levels, PATIENCE, "the service's return")
         self.bridge.process.kill()
-        harness.wait_until(lambda: "waiting for bridge.py" in texts(), PATIENCE, "the bridge's end")
+        harness.wait_until(lambda: "waiting for bridge.py" in self.texts(), PATIENCE, "the bridge's end")
+
+    def test_a_page_that_was_refused_asks_again(self):
+        self.world.start_program()
+        readers = [self.bridge.ask("/events") for _ in range(READERS)]
+        self.browser.open(self.bridge.url)
+        self.browser.run("window.sameDocument = true;")
+        harness.wait_until(lambda: "waiting for bridge.py" in self.texts(), PATIENCE, "the refusal")
+        for reader in readers:
+            reader.close()
+        harness.wait_until(self.shows_levels, PATIENCE, "levels")
+        self.assertTrue(self.browser.run("return window.sameDocument === true;"))
 
 
 if __name__ == "__main__":
