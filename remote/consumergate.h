@@ -16,8 +16,7 @@ class QUrl;
 ///   could still be opened: the program needs some itself to reach the sound server again.
 /// - What a consumer sends, and how much may wait for it, is checked by Consumer.
 /// - A listener that was lost (descriptors ran out while it accepted), or could not be had at
-/// first,
-///   is tried again every kListenAgainMs.
+///   first, is tried again every kListenAgainMs.
 ///
 /// What is dropped may connect again. Lives on the host's thread, as the host's child.
 class ConsumerGate : public QObject {
