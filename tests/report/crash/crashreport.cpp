@@ -31,3 +31,10 @@ void checkRegisters(const QString &report, const QString &instruction)
     QCOMPARE(value("RBP"), value("RDI"));
     QVERIFY(value("RSP") != QStringLiteral("0x0000000000000000"));
 }
+
+void addGoldenRows()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::newRow("access-violation") << QStringLiteral("null-read");
+    QTest::newRow("terminate") << QStringLiteral("throw");
+}

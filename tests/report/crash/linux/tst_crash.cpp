@@ -295,9 +295,7 @@ void TestCrash::otherFaultsAreReported()
 
 void TestCrash::goldenReport_data()
 {
-    QTest::addColumn<QString>("kind");
-    QTest::newRow("access-violation") << QStringLiteral("null-read");
-    QTest::newRow("terminate") << QStringLiteral("throw");
+    addGoldenRows();
 }
 
 void TestCrash::goldenReport()
