@@ -1,6 +1,7 @@
 // tonewell-monitor as a process against a source of this test.
 #include "remote/commoninterface.h"
 #include "remote/spectrummessage.h"
+#include "tests/support/privatefolder.h"
 
 #include <memory>
 #include <QDir>
@@ -10,7 +11,6 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRemoteObjectHost>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <vector>
@@ -69,15 +69,12 @@ private:
     std::unique_ptr<QRemoteObjectHost> host(QObject *source) const;
     std::unique_ptr<QProcess> monitor(const QStringList &arguments) const;
 
-    std::unique_ptr<QTemporaryDir> m_folder;
-    QByteArray m_folderBefore;
+    std::unique_ptr<PrivateFolder> m_folder;
 };
 
 void MonitorTest::init()
 {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_folderBefore = qgetenv("TMPDIR");
-    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+    m_folder = std::make_unique<PrivateFolder>();
     // A session of its own, in which no other test's service is, and of which Qt has nothing to
     // say.
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_folder->path()));
@@ -85,7 +82,6 @@ void MonitorTest::init()
 
 void MonitorTest::cleanup()
 {
-    qputenv("TMPDIR", m_folderBefore);
     m_folder.reset();
 }
 

@@ -1,4 +1,5 @@
 // The texts of the monitor's window in every size, and its colours when the palette changes.
+#include "tests/support/privatefolder.h"
 #include "tools/monitor/levelmeters.h"
 #include "tools/monitor/monitor.h"
 #include "tools/monitor/monitorwindow.h"
@@ -10,7 +11,6 @@
 #include <QApplication>
 #include <QImage>
 #include <QMessageBox>
-#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
@@ -59,20 +59,16 @@ private Q_SLOTS:
     void theSummarySaysWhereItIsLoudest();
 
 private:
-    std::unique_ptr<QTemporaryDir> m_folder;
-    QByteArray m_folderBefore;
+    std::unique_ptr<PrivateFolder> m_folder;
 };
 
 void MonitorLabelsTest::init()
 {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_folderBefore = qgetenv("TMPDIR");
-    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+    m_folder = std::make_unique<PrivateFolder>();
 }
 
 void MonitorLabelsTest::cleanup()
 {
-    qputenv("TMPDIR", m_folderBefore);
     m_folder.reset();
 }
 

@@ -1,4 +1,5 @@
 // Why the service is not there: what is said of what is known, and what is found at the socket.
+#include "tests/support/privatefolder.h"
 #include "tools/monitor/serviceprobe.h"
 #include "tools/monitor/waitreason.h"
 
@@ -6,7 +7,6 @@
 #include <QDir>
 #include <QLocalServer>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
@@ -54,20 +54,16 @@ private Q_SLOTS:
     void probeFindsOneThatHangsUp();
 
 private:
-    std::unique_ptr<QTemporaryDir> m_folder;
-    QByteArray m_folderBefore;
+    std::unique_ptr<PrivateFolder> m_folder;
 };
 
 void WaitReasonTest::init()
 {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_folderBefore = qgetenv("TMPDIR");
-    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+    m_folder = std::make_unique<PrivateFolder>();
 }
 
 void WaitReasonTest::cleanup()
 {
-    qputenv("TMPDIR", m_folderBefore);
     m_folder.reset();
 }
 

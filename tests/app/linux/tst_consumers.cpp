@@ -1,11 +1,12 @@
 // The program with consumers that misbehave.
 #include "tests/app/linux/programworld.h"
 #include "tests/remote/frames.h"
+#include "tests/support/linux/processfigures.h"
+#include "tests/support/privatefolder.h"
 #include "tools/monitor/messagesource.h"
 #include "tools/monitor/messagestatistics.h"
 
 #include <memory>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLocalSocket>
@@ -22,27 +23,6 @@
 namespace {
 
 constexpr int kPatienceMs = 30000;
-
-/// Resident memory of the process, kB.
-long residentMemory(const QProcess &process)
-{
-    QFile status(QStringLiteral("/proc/%1/status").arg(process.processId()));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    const QList<QByteArray> lines = status.readAll().split('\n');
-    for (const QByteArray &line : lines) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').constFirst().toLong();
-    }
-    return -1;
-}
-
-int descriptors(const QProcess &process)
-{
-    return QDir(QStringLiteral("/proc/%1/fd").arg(process.processId()))
-        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-        .size();
-}
 
 /// How messages arrive here during the given time.
 MessageStatistics measure(int milliseconds)
@@ -126,20 +106,19 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<ProgramWorld> m_world;
-    QByteArray m_folderBefore;
+    std::unique_ptr<PrivateFolder> m_folder;
 };
 
 void ConsumersTest::init()
 {
     m_world = std::make_unique<ProgramWorld>();
-    m_folderBefore = qgetenv("TMPDIR");
     // The replicas of this process look where the program's socket is.
-    qputenv("TMPDIR", QFile::encodeName(QFileInfo(m_world->socket()).path()));
+    m_folder = std::make_unique<PrivateFolder>(QFileInfo(m_world->socket()).path());
 }
 
 void ConsumersTest::cleanup()
 {
-    qputenv("TMPDIR", m_folderBefore);
+    m_folder.reset();
     m_world.reset();
 }
 

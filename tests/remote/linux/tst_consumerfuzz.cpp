@@ -11,6 +11,8 @@
 #include "tests/remote/framefuzz.h"
 #include "tests/remote/frames.h"
 #include "tests/remote/linux/connection.h"
+#include "tests/support/linux/processfigures.h"
+#include "tests/support/privatefolder.h"
 #include "tools/monitor/messagesource.h"
 #include "tools/monitor/messagestatistics.h"
 
@@ -45,27 +47,6 @@ int setting(const char *name, int otherwise)
     bool isNumber = false;
     const int value = qEnvironmentVariableIntValue(name, &isNumber);
     return isNumber ? value : otherwise;
-}
-
-/// Memory of the process that is no file's, kB.
-long ownMemory(const QProcess &process)
-{
-    QFile file(QStringLiteral("/proc/%1/smaps_rollup").arg(process.processId()));
-    if (!file.open(QIODevice::ReadOnly))
-        return -1;
-    const QList<QByteArray> lines = file.readAll().split('\n');
-    for (const QByteArray &line : lines) {
-        if (line.startsWith("Anonymous:"))
-            return line.mid(10).trimmed().split(' ').constFirst().toLong();
-    }
-    return -1;
-}
-
-int descriptors(const QProcess &process)
-{
-    return QDir(QStringLiteral("/proc/%1/fd").arg(process.processId()))
-        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-        .size();
 }
 
 QList<QByteArray> recordedSessions()
@@ -184,7 +165,7 @@ private:
     std::unique_ptr<ProgramWorld> m_world;
     std::unique_ptr<QProcess> m_program;
     std::unique_ptr<HealthyConsumer> m_healthy;
-    QByteArray m_folderBefore;
+    std::unique_ptr<PrivateFolder> m_folder;
 };
 
 void ConsumerFuzzTest::init()
@@ -194,15 +175,14 @@ void ConsumerFuzzTest::init()
     m_world->environment.insert(QStringLiteral("ASAN_OPTIONS"),
                                 qEnvironmentVariable("ASAN_OPTIONS")
                                     + QStringLiteral(":quarantine_size_mb=1"));
-    m_folderBefore = qgetenv("TMPDIR");
     // The replica of this process looks where the program's socket is.
-    qputenv("TMPDIR", QFile::encodeName(QFileInfo(m_world->socket()).path()));
+    m_folder = std::make_unique<PrivateFolder>(QFileInfo(m_world->socket()).path());
 }
 
 void ConsumerFuzzTest::cleanup()
 {
     m_healthy.reset();
-    qputenv("TMPDIR", m_folderBefore);
+    m_folder.reset();
     m_program.reset();
     m_world.reset();
 }

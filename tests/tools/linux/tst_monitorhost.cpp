@@ -1,12 +1,12 @@
 // tonewell-monitor with the locales of this host, and where files cannot grow.
 #include "remote/commoninterface.h"
 #include "remote/spectrummessage.h"
+#include "tests/support/privatefolder.h"
 
 #include <memory>
 #include <QDir>
 #include <QProcess>
 #include <QRemoteObjectHost>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <vector>
@@ -39,21 +39,17 @@ private:
     /// With files of at most so many KiB, as on a disk that is nearly full.
     std::unique_ptr<QProcess> monitorWithFileLimit(int limit, const QStringList &arguments) const;
 
-    std::unique_ptr<QTemporaryDir> m_folder;
-    QByteArray m_folderBefore;
+    std::unique_ptr<PrivateFolder> m_folder;
 };
 
 void MonitorHostTest::init()
 {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_folderBefore = qgetenv("TMPDIR");
-    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+    m_folder = std::make_unique<PrivateFolder>();
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_folder->path()));
 }
 
 void MonitorHostTest::cleanup()
 {
-    qputenv("TMPDIR", m_folderBefore);
     m_folder.reset();
 }
 

@@ -1,15 +1,14 @@
 // tonewell-monitor --json as a process: what other programs read from its standard output.
 #include "remote/commoninterface.h"
 #include "remote/spectrummessage.h"
+#include "tests/support/privatefolder.h"
 
 #include <memory>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRemoteObjectHost>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <vector>
@@ -48,24 +47,20 @@ private:
     void publish();
     std::unique_ptr<QProcess> monitor(const QStringList &arguments) const;
 
-    std::unique_ptr<QTemporaryDir> m_folder;
-    QByteArray m_folderBefore;
+    std::unique_ptr<PrivateFolder> m_folder;
     std::unique_ptr<CommonInterface> m_source;
     std::unique_ptr<QRemoteObjectHost> m_node;
 };
 
 void MonitorJsonTest::init()
 {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_folderBefore = qgetenv("TMPDIR");
-    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+    m_folder = std::make_unique<PrivateFolder>();
 }
 
 void MonitorJsonTest::cleanup()
 {
     m_node.reset();
     m_source.reset();
-    qputenv("TMPDIR", m_folderBefore);
     m_folder.reset();
 }
 

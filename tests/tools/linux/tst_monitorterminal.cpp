@@ -1,6 +1,7 @@
 // tonewell-monitor in a terminal of this test: fills it, follows its size, gives it back.
 #include "remote/commoninterface.h"
 #include "remote/spectrummessage.h"
+#include "tests/support/privatefolder.h"
 
 #include <algorithm>
 #include <csignal>
@@ -10,7 +11,6 @@
 #include <QFile>
 #include <QProcess>
 #include <QRemoteObjectHost>
-#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <sys/ioctl.h>
@@ -189,20 +189,16 @@ private Q_SLOTS:
     void keysChangeTheHeight();
 
 private:
-    std::unique_ptr<QTemporaryDir> m_folder;
-    QByteArray m_folderBefore;
+    std::unique_ptr<PrivateFolder> m_folder;
 };
 
 void MonitorTerminalTest::init()
 {
-    m_folder = std::make_unique<QTemporaryDir>();
-    m_folderBefore = qgetenv("TMPDIR");
-    qputenv("TMPDIR", QFile::encodeName(m_folder->path()));
+    m_folder = std::make_unique<PrivateFolder>();
 }
 
 void MonitorTerminalTest::cleanup()
 {
-    qputenv("TMPDIR", m_folderBefore);
     m_folder.reset();
 }
 
