@@ -107,3 +107,12 @@ class Desktop(Screen):
         self.settle(window)
         self.world.ask("xdotool", "keyup", "alt")
         self.settle(window)
+
+    def switch_to(self, window):
+        """Alt+Tab until the window is active: on a busy machine a manager may miss one."""
+        def switched():
+            if self.active() != [window]:
+                self.switch(window)
+            return self.active() == [window]
+
+        harness.wait_until(switched, PATIENCE, f"window {window} active")

@@ -73,8 +73,7 @@ class Unnoticed(unittest.TestCase):
         # With another window there is one to switch to.
         second = desktop.Terminal(self.desktop, "second")
         self.desktop.activate(self.terminal.window)
-        self.desktop.switch(self.terminal.window)
-        self.desktop.wait_until_active(second.window)
+        self.desktop.switch_to(second.window)
         harness.end_process(second.process)
         harness.wait_until(lambda: self.desktop.listed() == {self.terminal.window}, desktop.PATIENCE,
                            "the end of the other window")
