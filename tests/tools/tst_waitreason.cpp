@@ -47,6 +47,7 @@ private Q_SLOTS:
     void theOtherGeneration_data();
     void theOtherGeneration();
     void whatHoldsTheSocketSaysNothing();
+    void theServiceIsFull();
     void protocolIsReadFromThePacket();
     void probeFindsNobody();
     void probeFindsAHost();
@@ -137,13 +138,29 @@ void WaitReasonTest::theOtherGeneration()
     QFETCH(QString, protocol);
     QFETCH(int, generation);
     QFETCH(QString, text);
-    QCOMPARE(WaitReason::explain(installed(), {true, protocol}, generation).text(), text);
+    QCOMPARE(WaitReason::explain(installed(), {true, protocol, false}, generation).text(), text);
 }
 
 void WaitReasonTest::whatHoldsTheSocketSaysNothing()
 {
-    QCOMPARE(WaitReason::explain(installed(), {true, {}}).text(),
-             QStringLiteral("what holds its socket says nothing: another program, or it hangs"));
+    const QString text =
+        QStringLiteral("what holds its socket says nothing: another program, or it hangs");
+    QCOMPARE(WaitReason::explain(installed(), {true, {}, false}).text(), text);
+    QCOMPARE(WaitReason::explain(installed(), {true, {}, true}).text(), text);
+    ServiceLookup lookup = installed();
+    lookup.runningIn = QStringList {QDir::tempPath()};
+    QCOMPARE(WaitReason::explain(lookup, {true, {}, false}).text(), text);
+    lookup.runningIn = QStringList {QStringLiteral("/elsewhere")};
+    QCOMPARE(WaitReason::explain(lookup, {true, {}, true}).text(), text);
+}
+
+void WaitReasonTest::theServiceIsFull()
+{
+    ServiceLookup lookup = installed();
+    lookup.runningIn = QStringList {QStringLiteral("/elsewhere"), QDir::tempPath()};
+    const WaitReason reason = WaitReason::explain(lookup, {true, {}, true});
+    QCOMPARE(reason.text(), QStringLiteral("it takes no more consumers"));
+    QVERIFY(reason.startCommand().isEmpty()); // it runs
 }
 
 void WaitReasonTest::protocolIsReadFromThePacket()
@@ -161,11 +178,12 @@ void WaitReasonTest::probeFindsNobody()
 {
     ServiceProbe probe;
     QSignalSpy spy(&probe, &ServiceProbe::finished);
-    ProbeResult result {true, QStringLiteral("x")};
+    ProbeResult result {true, QStringLiteral("x"), true};
     connect(&probe, &ServiceProbe::finished, this, [&](const ProbeResult &r) { result = r; });
     probe.start();
     QTRY_COMPARE_WITH_TIMEOUT(spy.size(), 1, kPatienceMs);
     QVERIFY(!result.accepted);
+    QVERIFY(!result.hungUp);
     QVERIFY(result.protocol.isEmpty());
 }
 
@@ -183,6 +201,7 @@ void WaitReasonTest::probeFindsAHost()
         probe.start();
         QTRY_VERIFY_WITH_TIMEOUT(result.accepted, kPatienceMs);
         QCOMPARE(result.protocol, QStringLiteral("QtRO 7.5"));
+        QVERIFY(!result.hungUp);
     }
 }
 
@@ -200,6 +219,7 @@ void WaitReasonTest::probeFindsAMute()
     probe.start();
     QTRY_COMPARE_WITH_TIMEOUT(results, 1, kPatienceMs);
     QVERIFY(result.accepted);
+    QVERIFY(!result.hungUp);
     QVERIFY(result.protocol.isEmpty());
 }
 
@@ -219,6 +239,7 @@ void WaitReasonTest::probeFindsOneThatHangsUp()
     probe.start();
     QTRY_COMPARE_WITH_TIMEOUT(results, 1, kPatienceMs);
     QVERIFY(result.accepted);
+    QVERIFY(result.hungUp);
     QVERIFY(result.protocol.isEmpty());
 }
 

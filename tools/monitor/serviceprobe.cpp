@@ -11,13 +11,14 @@ ServiceProbe::ServiceProbe(QObject *parent)
 {
     m_patience.setSingleShot(true);
     connect(&m_patience, &QTimer::timeout, this, [this] {
-        finish({m_socket.state() == QLocalSocket::ConnectedState, {}});
+        finish({m_socket.state() == QLocalSocket::ConnectedState, {}, false});
     });
     connect(&m_socket, &QLocalSocket::readyRead, this, &ServiceProbe::read);
-    connect(&m_socket, &QLocalSocket::disconnected, this, [this] { finish({true, {}}); });
+    connect(&m_socket, &QLocalSocket::disconnected, this, [this] { finish({true, {}, true}); });
     connect(&m_socket, &QLocalSocket::errorOccurred, this,
             [this](QLocalSocket::LocalSocketError error) {
-                finish({error == QLocalSocket::PeerClosedError, {}});
+                const bool hungUp = error == QLocalSocket::PeerClosedError;
+                finish({hungUp, {}, hungUp});
             });
 }
 
@@ -51,9 +52,9 @@ void ServiceProbe::read()
     m_received += m_socket.read(kMostBytes - m_received.size());
     const QString protocol = protocolOf(m_received);
     if (!protocol.isEmpty())
-        finish({true, protocol});
+        finish({true, protocol, false});
     else if (m_received.size() >= kMostBytes)
-        finish({true, {}});
+        finish({true, {}, false});
 }
 
 QString ServiceProbe::protocolOf(const QByteArray &packet)

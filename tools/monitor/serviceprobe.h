@@ -7,6 +7,7 @@
 struct ProbeResult {
     bool accepted = false; ///< a process has the socket open
     QString protocol; ///< with which it introduced itself, "QtRO 1.3"; empty if it did not
+    bool hungUp = false; ///< it ended the connection before it said anything
 };
 
 /// Connects to the service's socket, listens for what a host of Qt Remote Objects says first, and

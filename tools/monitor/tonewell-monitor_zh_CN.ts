@@ -330,6 +330,10 @@
         <translation>其套接字 %2 被用户 %1 占用</translation>
     </message>
     <message>
+        <source>it takes no more consumers</source>
+        <translation>连接它的程序已达上限</translation>
+    </message>
+    <message>
         <source>what holds its socket says nothing: another program, or it hangs</source>
         <translation>占用其套接字的程序没有应答：是别的程序，或它已停止响应</translation>
     </message>

@@ -19,6 +19,12 @@ bool isSameFolder(const QString &a, const QString &b)
     return a == b || QFileInfo(a).canonicalFilePath() == QFileInfo(b).canonicalFilePath();
 }
 
+bool runsIn(const QString &folder, const ServiceLookup &lookup)
+{
+    return std::any_of(lookup.runningIn.begin(), lookup.runningIn.end(),
+                       [&](const QString &other) { return isSameFolder(other, folder); });
+}
+
 } // namespace
 
 WaitReason WaitReason::explain(const ServiceLookup &lookup, const ProbeResult &probe,
@@ -37,14 +43,13 @@ WaitReason WaitReason::explain(const ServiceLookup &lookup, const ProbeResult &p
         return WaitReason((runs ? tr("it runs, but user %1 holds its socket %2")
                                 : tr("user %1 holds its socket %2"))
                               .arg(lookup.foreignOwner, lookup.socket));
+    const QString here = QFileInfo(lookup.socket).path();
+    if (probe.hungUp && runsIn(here, lookup))
+        return WaitReason(tr("it takes no more consumers"));
     if (probe.accepted)
         return WaitReason(tr("what holds its socket says nothing: another program, or it hangs"));
     if (runs) {
-        const QString here = QFileInfo(lookup.socket).path();
-        const auto same =
-            std::find_if(lookup.runningIn.begin(), lookup.runningIn.end(),
-                         [&](const QString &folder) { return isSameFolder(folder, here); });
-        if (same == lookup.runningIn.end())
+        if (!runsIn(here, lookup))
             return WaitReason(tr("it runs with another TMPDIR: %1 there, %2 here")
                                   .arg(lookup.runningIn.first(), here));
         return WaitReason(tr("it runs, but its socket %1 does not answer").arg(lookup.socket));
