@@ -12,6 +12,7 @@
 #include <QImage>
 #include <QMessageBox>
 #include <QTest>
+#include <QTranslator>
 
 namespace {
 
@@ -76,10 +77,17 @@ void MonitorLabelsTest::labelsDoNotOverlap_data()
 {
     QTest::addColumn<int>("points");
     QTest::addColumn<QSize>("size"); // empty: the smallest
+    QTest::addColumn<bool>("chinese");
     for (const int points : {7, 9, 12, 18, 30}) {
-        QTest::addRow("%d points, smallest", points) << points << QSize();
-        QTest::addRow("%d points, first size", points) << points << QSize(900, 480);
-        QTest::addRow("%d points, large", points) << points << QSize(2560, 1440);
+        for (const bool chinese : {false, true}) {
+            const char *const language = chinese ? "Chinese" : "English";
+            QTest::addRow("%s, %d points, smallest", language, points)
+                << points << QSize() << chinese;
+            QTest::addRow("%s, %d points, first size", language, points)
+                << points << QSize(900, 480) << chinese;
+            QTest::addRow("%s, %d points, large", language, points)
+                << points << QSize(2560, 1440) << chinese;
+        }
     }
 }
 
@@ -87,6 +95,11 @@ void MonitorLabelsTest::labelsDoNotOverlap()
 {
     QFETCH(int, points);
     QFETCH(QSize, size);
+    QFETCH(bool, chinese);
+    QTranslator translator;
+    QVERIFY(translator.load(QStringLiteral(TONEWELL_TRANSLATION)));
+    if (chinese) // until the translator is gone
+        QVERIFY(QCoreApplication::installTranslator(&translator));
     Monitor monitor(nullptr);
     MonitorWindow window(&monitor);
     QFont font = window.font();
@@ -98,6 +111,7 @@ void MonitorLabelsTest::labelsDoNotOverlap()
     auto *const plot = window.findChild<SpectrumPlot *>();
     auto *const meters = window.findChild<LevelMeters *>();
     QVERIFY(plot && meters);
+    QCOMPARE(plot->summary().contains(QStringLiteral("fits music")), !chinese);
     const QVector<QRect> plotAreas = plot->labelAreas();
     QVERIFY2(plotAreas.size() >= 3 + 2, "the channels, 0 and both ends of the axis at least");
     QCOMPARE(flawOf(plotAreas, plot->rect()), QString());
@@ -118,7 +132,9 @@ void MonitorLabelsTest::theScaleIsNamedAboveTheBars()
     const QImage asSent = plot.grab().toImage();
     QVERIFY(fitting != asSent);
     // Only the row above the bars says something else.
-    const QRect below(0, plot.plotArea().top(), 1200, 400 - plot.plotArea().top());
+    const int ratio = qRound(asSent.devicePixelRatio());
+    const int edge = plot.plotArea().top();
+    const QRect below(0, edge * ratio, 1200 * ratio, (400 - edge) * ratio);
     QCOMPARE(fitting.copy(below), asSent.copy(below));
 }
 
@@ -203,7 +219,8 @@ void MonitorLabelsTest::picturesAreNeverOverwritten()
     const QStringList files = folder.entryList({QStringLiteral("spectrum-*.png")});
     QCOMPARE(files.size(), 3);
     for (const QString &file : files)
-        QCOMPARE(QImage(folder.filePath(file)).size(), window.size());
+        QCOMPARE(QImage(folder.filePath(file)).size(),
+                 window.size() * qRound(window.devicePixelRatioF()));
 }
 
 void MonitorLabelsTest::aPictureThatCannotBeSavedIsTold()

@@ -1,4 +1,5 @@
-// What the monitor's window paints, looked at pixel by pixel.
+// What the monitor's window paints, looked at pixel by pixel. A widget's pixel is several of its
+// picture where QT_SCALE_FACTOR says so.
 #include "tools/monitor/levelmeters.h"
 #include "tools/monitor/spectrumplot.h"
 
@@ -29,6 +30,17 @@ QPalette light()
     palette.setColor(QPalette::WindowText, Qt::black);
     palette.setColor(QPalette::Text, Qt::black);
     return palette;
+}
+
+int ratioOf(const QImage &image)
+{
+    return qRound(image.devicePixelRatio());
+}
+
+/// Where a place of the widget is in its picture.
+QRect inPicture(const QRect &area, const QImage &image)
+{
+    return {area.topLeft() * ratioOf(image), area.size() * ratioOf(image)};
 }
 
 /// Saturated, as only bars and meters are: axes, texts and grounds are grey.
@@ -109,17 +121,18 @@ void MonitorWindowTest::aBarStandsInItsPlace()
     plot.grab();
     plot.setBars(onlyBar(bar, 200));
     const QImage image = plot.grab().toImage();
-    const QRect area = plot.barArea(bar);
+    const QRect area = inPicture(plot.barArea(bar), image);
+    const int tall = plot.barArea(bar).height() / 2 * ratioOf(image);
     for (int x = 0; x < image.width(); ++x) {
         if (x >= area.left() && x <= area.right())
-            QCOMPARE(colouredIn(image, x), area.height() / 2);
+            QCOMPARE(colouredIn(image, x), tall);
         else
             QCOMPARE(colouredIn(image, x), 0);
     }
     QVERIFY(isColoured(image, area.center().x(), area.bottom()));
-    QVERIFY(!isColoured(image, area.center().x(), area.top() + area.height() / 2 - 2));
+    QVERIFY(!isColoured(image, area.center().x(), area.bottom() - tall - 2));
     // Left of 0 Hz or right of it.
-    QCOMPARE(area.center().x() > plot.positionOf(0), bar >= kBarCount / 2);
+    QCOMPARE(plot.barArea(bar).center().x() > plot.positionOf(0), bar >= kBarCount / 2);
 }
 
 void MonitorWindowTest::barsBeyondTheScaleStayInside()
@@ -131,8 +144,9 @@ void MonitorWindowTest::barsBeyondTheScaleStayInside()
     bars[0] = -999;
     plot.setBars(bars);
     const QImage image = plot.grab().toImage();
-    QCOMPARE(colouredIn(image, plot.barArea(0).center().x()), 0);
-    QCOMPARE(colouredIn(image, plot.barArea(1).center().x()), plot.plotArea().height());
+    QCOMPARE(colouredIn(image, inPicture(plot.barArea(0), image).center().x()), 0);
+    QCOMPARE(colouredIn(image, inPicture(plot.barArea(1), image).center().x()),
+             inPicture(plot.plotArea(), image).height());
 }
 
 void MonitorWindowTest::axisIsTrueFrequency()
@@ -163,17 +177,17 @@ void MonitorWindowTest::everySizeCanBePainted()
     SpectrumPlot plot;
     plot.setBars(QVector<int>(kBarCount, 400));
     plot.resize(size);
-    QCOMPARE(plot.grab().size(), size);
+    const QImage image = plot.grab().toImage();
+    QCOMPARE(image.size(), size * ratioOf(image));
     if (plot.plotArea().width() >= 3 * kBarCount) {
-        const QImage image = plot.grab().toImage();
         for (int bar = 0; bar < kBarCount; ++bar)
-            QCOMPARE(colouredIn(image, plot.barArea(bar).left()),
-                     qMax(plot.plotArea().height(), 0));
+            QCOMPARE(colouredIn(image, inPicture(plot.barArea(bar), image).left()),
+                     qMax(inPicture(plot.plotArea(), image).height(), 0));
     }
     LevelMeters meters;
     meters.setLevels({400, 400, 400}, {400, 400, 400});
     meters.resize(size);
-    QCOMPARE(meters.grab().size(), size);
+    QCOMPARE(meters.grab().size(), size * ratioOf(image));
 }
 
 void MonitorWindowTest::paletteChangesAreFollowed()
@@ -186,7 +200,8 @@ void MonitorWindowTest::paletteChangesAreFollowed()
         plot.setPalette(palette);
         const QImage image = plot.grab().toImage();
         QCOMPARE(image.pixelColor(0, 0), palette.color(QPalette::Window));
-        QCOMPARE(image.pixelColor(plot.barArea(10).center() + QPoint(0, 3)),
+        QCOMPARE(image.pixelColor(inPicture(plot.barArea(10), image).center()
+                                  + QPoint(0, 3) * ratioOf(image)),
                  palette.color(QPalette::Base));
     }
 }
@@ -258,22 +273,20 @@ void MonitorWindowTest::metersFillAndHold()
     // -20 dB, -40 dB and nothing; held at full scale, -20 dB and nothing.
     meters.setLevels({40, 4, 0}, {400, 40, 0});
     const QImage image = meters.grab().toImage();
-    const int width = meters.meterArea(0).width();
+    const auto area = [&](int meter) { return inPicture(meters.meterArea(meter), image); };
+    const int width = area(0).width();
     for (int i = 0; i < LevelMeters::kCount; ++i)
-        QCOMPARE(colouredInRow(empty, meters.meterArea(i).center().y()), 0);
-    const auto filled = [&](int meter) {
-        return colouredInRow(image, meters.meterArea(meter).center().y());
-    };
-    QVERIFY(qAbs(filled(0) - width * 2 / 3) <= 1);
-    QVERIFY(qAbs(filled(1) - width / 3) <= 1);
+        QCOMPARE(colouredInRow(empty, area(i).center().y()), 0);
+    const auto filled = [&](int meter) { return colouredInRow(image, area(meter).center().y()); };
+    QVERIFY(qAbs(filled(0) - width * 2 / 3) <= ratioOf(image));
+    QVERIFY(qAbs(filled(1) - width / 3) <= ratioOf(image));
     QCOMPARE(filled(2), 0);
-    const QRect first = meters.meterArea(0);
-    const QRect second = meters.meterArea(1);
+    const QRect first = area(0);
+    const QRect second = area(1);
     QCOMPARE(image.pixelColor(first.right(), first.center().y()), QColor(Qt::black));
     QCOMPARE(image.pixelColor(second.left() + width * 2 / 3 - 2, second.center().y()),
              QColor(Qt::black));
-    QCOMPARE(image.pixelColor(meters.meterArea(2).right(), meters.meterArea(2).center().y()),
-             QColor(Qt::white));
+    QCOMPARE(image.pixelColor(area(2).right(), area(2).center().y()), QColor(Qt::white));
 }
 
 void MonitorWindowTest::metersBeyondTheScaleStayInside()
@@ -284,11 +297,11 @@ void MonitorWindowTest::metersBeyondTheScaleStayInside()
     meters.setLevels({1e300, -400, 1e-300}, {1e300, -400, 1e-300});
     meters.setNumbers({1e300, -400, 1e-300});
     const QImage image = meters.grab().toImage();
-    const int mark = 2;
-    QCOMPARE(colouredInRow(image, meters.meterArea(0).center().y()),
-             meters.meterArea(0).width() - mark);
-    QCOMPARE(colouredInRow(image, meters.meterArea(1).center().y()), 0);
-    QCOMPARE(colouredInRow(image, meters.meterArea(2).center().y()), 0);
+    const int mark = 2 * ratioOf(image);
+    const auto area = [&](int meter) { return inPicture(meters.meterArea(meter), image); };
+    QCOMPARE(colouredInRow(image, area(0).center().y()), area(0).width() - mark);
+    QCOMPARE(colouredInRow(image, area(1).center().y()), 0);
+    QCOMPARE(colouredInRow(image, area(2).center().y()), 0);
 }
 
 QTEST_MAIN(MonitorWindowTest)
