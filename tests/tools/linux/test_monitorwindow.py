@@ -6,6 +6,7 @@ Runs inside tests/support/linux/with_xvfb. TONEWELL_PROGRAM names the service's 
 import os
 import re
 import shutil
+import socket
 import subprocess
 import sys
 import unittest
@@ -18,6 +19,7 @@ from accessibility import PATIENCE  # noqa: E402
 
 MONITOR = os.path.join(os.path.dirname(harness.PROGRAM), "tonewell-monitor")
 DISPLAY = os.environ["DISPLAY"]
+CONSUMERS = 128  # as many as the service takes
 
 
 class MonitorWindow(unittest.TestCase):
@@ -168,6 +170,19 @@ class MonitorWindow(unittest.TestCase):
         self.press("F1")
         # Qt's own button, with the letter of its key.
         self.find("push button", "确定")
+
+    def test_a_full_service_is_told(self):
+        self.world.start_program()
+        self.addCleanup(harness.end_process, self.world.others[-1])
+        taken = [socket.socket(socket.AF_UNIX) for _ in range(CONSUMERS)]
+        for place in taken:
+            self.addCleanup(place.close)
+            place.connect(os.path.join(self.world.environment["TMPDIR"], "tonewell"))
+        self.start_monitor()
+        self.wait_for_text("it takes no more consumers")
+        for place in taken:
+            place.close()
+        self.wait_for_text(" a second, newest ")
 
     def test_the_button_starts_the_service(self):
         folder = os.path.join(self.world.folder, "beside")
