@@ -137,7 +137,7 @@ class Handler(BaseHTTPRequestHandler):
         try:
             self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, SEND_BUFFER)
             self.start_answer("text/event-stream")
-            number = 0
+            number = self.server.newest.number  # what came before may be old
             while not self.server.newest.ended:
                 newer, line = self.server.newest.after(number)
                 self.wfile.write(b"data: " + line + b"\n\n" if newer > number else b": no message\n\n")
@@ -197,7 +197,7 @@ def main():
               "or name the program with --monitor", file=sys.stderr)
         return 1
     except (OSError, OverflowError) as failure:
-        print(f"{parser.prog}: {failure}", file=sys.stderr)
+        print(f"{parser.prog}: --port {options.port}, --monitor {options.monitor}: {failure}", file=sys.stderr)
         return 1
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     try:

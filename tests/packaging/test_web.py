@@ -122,6 +122,16 @@ class Events(BridgeCase):
             numbers = [json.loads(next(lines))["number"] for _ in range(50)]
             self.assertEqual(numbers, sorted(set(numbers)))
 
+    def test_a_new_reader_gets_nothing_old(self):
+        first = self.read()
+        next(lines_of(first))
+        monitor = self.monitors()[0]
+        os.kill(monitor, signal.SIGSTOP)
+        self.addCleanup(os.kill, monitor, signal.SIGCONT)
+        while next(first) != b": no message\n":
+            pass
+        self.assertEqual(next(self.read()), b": no message\n")
+
     def test_a_monitor_that_ends_is_started_again(self):
         lines = lines_of(self.read())
         while json.loads(next(lines))["number"] < 10:
@@ -335,7 +345,7 @@ class Page(unittest.TestCase):
         readers = [self.bridge.ask("/events") for _ in range(READERS)]
         self.browser.open(self.bridge.url)
         self.browser.run("window.sameDocument = true;")
-        harness.wait_until(lambda: "waiting for bridge.py" in self.texts(), PATIENCE, "the refusal")
+        harness.wait_until(lambda: "bridge.py takes no more readers" in self.texts(), PATIENCE, "the refusal")
         for reader in readers:
             reader.close()
         harness.wait_until(self.shows_levels, PATIENCE, "levels")
