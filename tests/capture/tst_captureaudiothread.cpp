@@ -378,7 +378,7 @@ void TestCaptureAudioThread::aSessionThatCannotBeCutOffIsLeftBehind()
 #endif
     // It holds its thread without waiting for anything, and comes back after the worker has gone.
     Session session;
-    QThread *const thread = session.worker->thread();
+    const QPointer<QThread> thread = session.worker->thread();
     IAudioClient *const client = session.client();
     const auto references = [client] {
         client->AddRef();
@@ -401,6 +401,12 @@ void TestCaptureAudioThread::aSessionThatCannotBeCutOffIsLeftBehind()
     session.worker->forceStop();
     session.worker.reset();
     QVERIFY2(clock.elapsed() < 20000, qPrintable(QString::number(clock.elapsed())));
+    if (!thread) { // some hosts end a thread wherever it is
+        session.scene.audio.setHook(FakeCall::GetNextPacketSize, {});
+        QCoreApplication::sendPostedEvents(&session.receiver);
+        QCOMPARE(session.stops.size(), 0);
+        return;
+    }
     QVERIFY(!thread->isFinished());
     QCOMPARE(references(), before); // it may still need its client
     mayReturn = true;
