@@ -137,6 +137,7 @@ void MonitorTest::wrongOptions()
     QCOMPARE(error.count('\n'), 1);
     QVERIFY2(error.startsWith("tonewell-monitor: ") && error.endsWith("; see --help\n"),
              error.constData());
+    QVERIFY2(!error.contains(".;"), error.constData());
     QVERIFY(process->readAllStandardOutput().isEmpty());
 }
 

@@ -44,8 +44,12 @@ MonitorOptions MonitorOptions::read(const QStringList &arguments)
 {
     Parser all;
     QCommandLineParser &parser = all.parser;
-    if (!parser.parse(arguments))
-        return wrong(parser.errorText());
+    if (!parser.parse(arguments)) {
+        QString error = parser.errorText(); // a sentence, which goes on
+        while (error.endsWith(QLatin1Char('.')) || error.endsWith(QChar(0x3002)))
+            error.chop(1);
+        return wrong(error);
+    }
 
     MonitorOptions options;
     if (parser.isSet(all.help)) {
