@@ -220,7 +220,7 @@ void LogindTest::aNewSessionOfThisUserIsALogOn()
     QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("c3")));
     QTRY_COMPARE_WITH_TIMEOUT(window.codes, QVector<int> {WTS_SESSION_LOGON}, kPatienceMs);
     QCOMPARE(window.sessions, QVector<int> {0});
-    // From now on the notifier follows this session.
+    // From now on the notifier follows the session that was just added.
     QVERIFY(m_logind->callSession(QStringLiteral("c3"), "Unlock"));
     QTRY_COMPARE_WITH_TIMEOUT(window.codes.size(), 2, kPatienceMs);
     QCOMPARE(window.codes.last(), static_cast<int>(WTS_SESSION_UNLOCK));
