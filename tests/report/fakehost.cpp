@@ -4,7 +4,7 @@
 #include <cwchar>
 #include <objbase.h>
 
-// The linker sends every call of a name to __wrap_<name>.
+// Every call of a name arrives in __wrap_<name>: see wrappednames.cpp of each host.
 
 FakeHost &fakeHost()
 {

@@ -1,6 +1,9 @@
 // dbghelp.dll as the report uses it: loaded at run time. Compares its walk with the system's own
 // capture of the same stack, and its modules with the loader's.
+#include "tests/support/noinline.h"
+
 #include <windows.h>
+#include <cstdint>
 #include <dbghelp.h>
 #include <QtTest>
 #include <vector>
@@ -59,7 +62,7 @@ struct Captured {
 
 volatile int s_after = 0; // keeps calls from being jumps
 
-[[gnu::noinline]] void captureHere(Captured *captured)
+TONEWELL_NOINLINE void captureHere(Captured *captured)
 {
     CONTEXT context {};
     RtlCaptureContext(&context);
@@ -68,7 +71,7 @@ volatile int s_after = 0; // keeps calls from being jumps
     s_after = 1;
 }
 
-[[gnu::noinline]] void captureBelow(Captured *captured)
+TONEWELL_NOINLINE void captureBelow(Captured *captured)
 {
     captureHere(captured);
     s_after = 2;

@@ -1,6 +1,7 @@
 #include "tests/report/crash/crashkinds.h"
 
 #include "tests/report/crash/faults.h"
+#include "tests/support/noinline.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -28,14 +29,14 @@ private:
 
 // What leaves a noexcept function ends the program: one of the ways to crash.
 // NOLINTNEXTLINE(bugprone-exception-escape)
-[[gnu::noinline]] void throwFromNoexcept() noexcept
+TONEWELL_NOINLINE void throwFromNoexcept() noexcept
 {
     throwNow();
 }
 
 volatile int s_depth = 0;
 
-[[gnu::noinline]] void callNowhere()
+TONEWELL_NOINLINE void callNowhere()
 {
     const auto nowhere = reinterpret_cast<void (*)()>(std::uintptr_t {0x10});
     nowhere();
@@ -116,7 +117,7 @@ const CrashKind &kindNamed(const std::string &name, const std::vector<CrashKind>
 
 } // namespace
 
-[[gnu::noinline]] void throwNow()
+TONEWELL_NOINLINE void throwNow()
 {
     throw std::runtime_error("on purpose");
 }

@@ -10,10 +10,9 @@ std::atomic<HRESULT> s_code {S_OK};
 
 } // namespace
 
-bool failCoInitializeEx(HRESULT code)
+void failCoInitializeEx(HRESULT code)
 {
     s_code = code;
-    return true;
 }
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the names are the linker's.
