@@ -9,6 +9,7 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
 set(TONEWELL_SANITIZER "" CACHE STRING "address (with undefined), thread, or empty for none")
 set_property(CACHE TONEWELL_SANITIZER PROPERTY STRINGS "" address thread)
+option(TONEWELL_WARNINGS_AS_ERRORS "Stop at a warning, for who changes the sources" OFF)
 
 add_library(tonewell_options INTERFACE)
 # Quoted includes are paths from the project's root.
@@ -21,13 +22,22 @@ target_compile_definitions(tonewell_options INTERFACE
     QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)
 
 if(MSVC)
-    target_compile_options(tonewell_options INTERFACE /W4 /WX /utf-8 /permissive-)
+    target_compile_options(tonewell_options INTERFACE /W4 /utf-8 /permissive- /Zc:__cplusplus)
+    # The standard library's own functions, such as getenv, are what other compilers have.
+    target_compile_definitions(tonewell_options INTERFACE _CRT_SECURE_NO_WARNINGS)
 else()
-    target_compile_options(tonewell_options INTERFACE -Wall -Wextra -Wpedantic -Werror
+    target_compile_options(tonewell_options INTERFACE -Wall -Wextra -Wpedantic
         -Wshadow -Wimplicit-fallthrough)
     if(NOT WIN32) # whose interfaces have no destructor
         target_compile_options(tonewell_options INTERFACE -Wnon-virtual-dtor)
     endif()
+endif()
+
+if(WIN32) # whose <cmath> has M_PI only then
+    target_compile_definitions(tonewell_options INTERFACE _USE_MATH_DEFINES)
+endif()
+if(TONEWELL_WARNINGS_AS_ERRORS)
+    target_compile_options(tonewell_options INTERFACE $<IF:$<CXX_COMPILER_ID:MSVC>,/WX,-Werror>)
 endif()
 
 if(TONEWELL_SANITIZER STREQUAL "address")

@@ -19,6 +19,16 @@ check_cxx_source_compiles([[
     int main() { return 0; }]] TONEWELL_VECTOR_CODE)
 unset(CMAKE_REQUIRED_INCLUDES)
 
+# Win64 aligns the stack to 16 bytes, and GCC spills 32-byte registers there as if it were aligned to
+# 32. An assembler that does not know the option, as that of MinGW 8, leaves this build with SSE2.
+if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    include(CheckCXXCompilerFlag)
+    check_cxx_compiler_flag(-Wa,-muse-unaligned-vector-move TONEWELL_UNALIGNED_MOVES)
+    if(NOT TONEWELL_UNALIGNED_MOVES)
+        set(TONEWELL_WITHOUT_AVX2 TRUE)
+    endif()
+endif()
+
 # tonewell_kernels([AVX2] <sources>...)
 #
 # Sources of loops that are worth every optimisation also in a build of modest ones; with AVX2 for
@@ -31,9 +41,7 @@ function(tonewell_kernels)
         set(options "$<$<CONFIG:Release,RelWithDebInfo>:-O3>")
         if(arg_AVX2)
             list(APPEND options -mavx2 -mfma)
-            # Win64 aligns the stack to 16 bytes, and GCC spills 32-byte registers there as if it
-            # were aligned to 32.
-            if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+            if(TONEWELL_UNALIGNED_MOVES)
                 list(APPEND options -Wa,-muse-unaligned-vector-move)
             endif()
         endif()

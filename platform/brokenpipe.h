@@ -17,6 +17,6 @@ public:
     BrokenPipeGuard &operator=(const BrokenPipeGuard &) = delete;
 
 private:
-    bool m_wasBlocked = false;
-    bool m_wasPending = false;
+    [[maybe_unused]] bool m_wasBlocked = false;
+    [[maybe_unused]] bool m_wasPending = false;
 };

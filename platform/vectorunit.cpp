@@ -7,7 +7,13 @@
 
 namespace {
 
-#if TONEWELL_VECTOR_CODE && defined(_MSC_VER)
+#if TONEWELL_VECTOR_CODE && defined(TONEWELL_WITHOUT_AVX2)
+// The compiler cannot be trusted with them.
+bool hasAvx2AndFma()
+{
+    return false;
+}
+#elif TONEWELL_VECTOR_CODE && defined(_MSC_VER)
 bool hasAvx2AndFma()
 {
     constexpr int fmaOsxsaveAvx = 1 << 12 | 1 << 27 | 1 << 28;

@@ -18,5 +18,6 @@ enum class VectorUnit {
     Avx2Fma, ///< AVX2 and FMA, registers saved by the operating system
 };
 
-/// The best one of this processor; None without vector code. Found by the first call; any thread.
+/// The best one of this processor that the build can use; None without vector code. Found by the
+/// first call; any thread.
 VectorUnit vectorUnit();

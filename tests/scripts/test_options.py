@@ -141,7 +141,7 @@ printf %s "{output}"''')
 
     def test_all_but_the_preset_goes_to_ctest(self):
         jobs = f"jobs {PROCESSORS} {PROCESSORS}"
-        for name in ("CMAKE_BUILD_PARALLEL_LEVEL", "CTEST_PARALLEL_LEVEL"):
+        for name in ("CMAKE_BUILD_PARALLEL_LEVEL", "CTEST_PARALLEL_LEVEL", "CI"):
             self.environment.pop(name, None)
         self.assertEqual(self.what_test_calls("asan", "-R", "tst_a", "--any-option", "--repeat", "until-fail:3"), [
             f"cmake --preset asan -DBUILD_TESTING=ON {jobs}",
@@ -149,6 +149,11 @@ printf %s "{output}"''')
             f"ctest --preset asan -R tst_a --any-option --repeat until-fail:3 {jobs}"])
         self.assertEqual(self.what_test_calls("-L", "matrix")[-1],
                          f"ctest --preset release -L matrix {jobs}")
+
+    def test_a_warning_is_an_error_where_the_project_checks_itself(self):
+        option = " -DTONEWELL_WARNINGS_AS_ERRORS=ON "
+        self.assertIn(option, self.what_test_calls("release", CI="true")[0])
+        self.assertNotIn(option, self.what_test_calls("release", CI="")[0])
 
     def test_the_caller_chooses_the_jobs(self):
         calls = self.what_test_calls(CMAKE_BUILD_PARALLEL_LEVEL="5", CTEST_PARALLEL_LEVEL="7")
