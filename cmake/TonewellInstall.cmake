@@ -4,6 +4,7 @@
 # -DCMAKE_INSTALL_SYSCONFDIR=/etc to put it there.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
+include(TonewellPackage)
 
 install(TARGETS TonewellDetection tonewell-monitor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
@@ -18,9 +19,9 @@ install(FILES packaging/TonewellConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/Tonewel
 install(DIRECTORY examples DESTINATION ${tonewell_doc} PATTERN __pycache__ EXCLUDE)
 install(FILES docs/protocol.md DESTINATION ${tonewell_doc})
 
-set(CPACK_PACKAGE_NAME tonewell-detection)
+set(CPACK_PACKAGE_NAME ${TONEWELL_PACKAGE_NAME})
 set(CPACK_PACKAGE_VENDOR TonewellDetection)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "live sound spectrum of what the computer plays")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${TONEWELL_PACKAGE_SUMMARY})
 set(CPACK_PACKAGE_DESCRIPTION_FILE ${PROJECT_SOURCE_DIR}/packaging/description.txt)
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)

@@ -47,7 +47,7 @@ tonewell_install_compressed(packaging/man/tonewell-monitor.1 tonewell-monitor.1
 tonewell_install_compressed(packaging/man/tonewell-message.7 tonewell-message.7
     ${CMAKE_INSTALL_MANDIR}/man7)
 tonewell_install_compressed(CHANGELOG.md changelog ${tonewell_doc})
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${TONEWELL_PACKAGE_RELEASE})
 configure_file(packaging/debian/changelog.in packaging/changelog.Debian @ONLY)
 tonewell_install_compressed(${CMAKE_CURRENT_BINARY_DIR}/packaging/changelog.Debian changelog.Debian
     ${tonewell_doc})
@@ -61,8 +61,8 @@ set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_MAINTAINER "The TonewellDetection authors <maintainers@tonewell.example>")
-set(CPACK_DEBIAN_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${TONEWELL_PACKAGE_MAINTAINER})
+set(CPACK_DEBIAN_PACKAGE_SECTION ${TONEWELL_PACKAGE_SECTION})
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pipewire-pulse | pulseaudio, qttranslations5-l10n")

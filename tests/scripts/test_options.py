@@ -108,7 +108,8 @@ class Options(unittest.TestCase):
         self.assertRegex(done.stderr, r"\Ascripts/package: [^\n]*dpkg-dev\n\Z")
 
     def test_surplus_arguments_are_refused(self):
-        for name, arguments in (("package", ("folder", "surplus")), ("format", ("surplus",)),
+        for name, arguments in (("package", ("folder", "surplus")), ("recipes", ("folder", "surplus")),
+                                ("format", ("surplus",)),
                                 ("screenshot-dialog", ("release", "folder", "surplus")),
                                 ("test-package", ("surplus",)), ("bench", ("surplus",)),
                                 ("run", ("surplus",)), ("setup", ("surplus",))):
