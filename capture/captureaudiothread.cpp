@@ -19,6 +19,11 @@ constexpr int kPassThroughBlockAlign = 4;
 constexpr int kQuitWaitMs = 1000; // for the thread to end after quit()
 constexpr int kTerminateWaitMs = 500; // for it to end after terminate()
 
+void terminate(QThread *thread)
+{
+    static_cast<WorkerThread *>(thread)->terminateAtAPoint();
+}
+
 /// The client's mix format, to be freed; null when it cannot be had.
 WAVEFORMATEX *mixFormatOf(IAudioClient *client)
 {
@@ -116,7 +121,7 @@ CaptureAudioThread::~CaptureAudioThread()
 {
     m_thread->quit();
     if (!m_thread->wait(kQuitWaitMs)) {
-        m_thread->terminate();
+        terminate(m_thread);
         m_thread->wait(kTerminateWaitMs);
     }
     if (m_thread->wait(0))
@@ -246,7 +251,7 @@ void CaptureAudioThread::forceStop()
     m_thread->quit();
     if (!m_thread->wait(kQuitWaitMs)) {
         qDebug() << "[Thread] forceStop 等待超时";
-        m_thread->terminate();
+        terminate(m_thread);
         m_thread->wait(kTerminateWaitMs);
     }
 }

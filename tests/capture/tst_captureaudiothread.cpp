@@ -28,6 +28,7 @@ private Q_SLOTS:
     void errorsPrintAsLongCodes();
     void aThreadThatIsLateToEndIsLeftInPeace();
     void aThreadThatDoesNotEndIsLeftBehind();
+    void aSessionIsNotCutOffOutsideAnAudioCall();
     void forceStopTerminatesAHangingThread(); // from here on: cut-off sessions leave memory behind
     void aSessionThatCannotBeCutOffIsLeftBehind();
 };
@@ -368,6 +369,40 @@ void TestCaptureAudioThread::aThreadThatDoesNotEndIsLeftBehind()
     QVERIFY(thread->wait(20000));
     delete thread;
     VERIFY_NOTHING_LEFT(session);
+}
+
+void TestCaptureAudioThread::aSessionIsNotCutOffOutsideAnAudioCall()
+{
+    // Cut off there, in a queue of events or in the heap, the thread could take a lock along.
+    Session session;
+    const QPointer<QThread> thread = session.worker->thread();
+    std::atomic<bool> hanging {false};
+    std::atomic<bool> mayReturn {false};
+    std::atomic<bool> returned {false};
+    QObject::connect(
+        session.worker.get(), &CaptureAudioThread::notifyData, thread,
+        [&] {
+            hanging = true;
+            while (!mayReturn)
+                QThread::msleep(1);
+            returned = true;
+        },
+        Qt::DirectConnection);
+    session.scene.audio.setEndlessFrames(kIdA, 1);
+    session.start(session.client(), 8);
+    QVERIFY(waitUntil([&] { return hanging.load(); }));
+    session.worker->sessions().retire();
+    session.worker->forceStop();
+    QVERIFY(session.scene.log.contains(text("[Thread] forceStop 等待超时")));
+    QVERIFY(!thread->isFinished());
+    const int calls = session.scene.audio.calls(FakeCall::ReleaseBuffer);
+    mayReturn = true;
+    QVERIFY(thread->wait(20000));
+    QVERIFY(returned);
+    QCOMPARE(session.scene.audio.calls(FakeCall::ReleaseBuffer), calls); // the next point
+    session.worker.reset();
+    QCoreApplication::sendPostedEvents(&session.receiver);
+    QCOMPARE(session.stops.size(), 0);
 }
 
 void TestCaptureAudioThread::aSessionThatCannotBeCutOffIsLeftBehind()

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <pthread.h>
 #include <pulse/def.h>
 #include <pulse/rtclock.h>
 #include <pulse/timeval.h>
@@ -19,6 +20,19 @@ constexpr unsigned kLastDelayMs = 250;
 constexpr std::chrono::milliseconds kFirstWait {1500};
 
 } // namespace
+
+PulseServer::Lock::Lock(PulseServer &server)
+    : m_loop(server.m_loop)
+{
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
+    pa_threaded_mainloop_lock(m_loop);
+}
+
+PulseServer::Lock::~Lock()
+{
+    pa_threaded_mainloop_unlock(m_loop);
+    pthread_setcancelstate(m_cancelState, nullptr);
+}
 
 PulseServer &PulseServer::instance()
 {

@@ -29,20 +29,19 @@ public:
     EndpointNotifier &notifier() { return m_notifier; }
 
     /// Keeps the loop thread from running callbacks. Held only for calls that do not wait. Never
-    /// taken with another lock of this folder held, and never on the loop thread.
+    /// taken with another lock of this folder held, and never on the loop thread. A thread that is
+    /// terminated meanwhile (libpulse wakes its loop by a write, where that takes effect) gives the
+    /// lock back first: the library would be left in the middle of a change.
     class Lock {
     public:
-        explicit Lock(PulseServer &server)
-            : m_loop(server.m_loop)
-        {
-            pa_threaded_mainloop_lock(m_loop);
-        }
-        ~Lock() { pa_threaded_mainloop_unlock(m_loop); }
+        explicit Lock(PulseServer &server);
+        ~Lock();
         Lock(const Lock &) = delete;
         Lock &operator=(const Lock &) = delete;
 
     private:
         pa_threaded_mainloop *const m_loop;
+        int m_cancelState = 0; // as it was before
     };
 
     // Under the Lock.
