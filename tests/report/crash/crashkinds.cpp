@@ -132,6 +132,7 @@ void runOnWorker(void (*function)())
 int runCrashProgram(int argc, char **argv, const std::vector<CrashKind> &own)
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    std::atexit([] { std::fputs(kExitHandlersRan, stdout); });
     const std::string name = argc > 1 ? argv[1] : "";
     if (name.rfind("early-", 0) == 0) {
         kindNamed(name.substr(6), own).fail();

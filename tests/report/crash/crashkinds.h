@@ -11,6 +11,9 @@ struct CrashKind {
     bool returns = false; ///< and ends the application in its own time
 };
 
+/// What a program says on standard output whose exit handlers run: one that crashes never does.
+constexpr char kExitHandlersRan[] = "exit handlers ran\n";
+
 /// Prints, one fact a line, what the report must show, and last "crashing". Each host has its own.
 void announce(const char *instruction = nullptr);
 

@@ -3,6 +3,27 @@
 #include <QRegularExpression>
 #include <QtTest>
 
+QString waitForEnd(QProcess *process)
+{
+    if (process->waitForFinished(30000))
+        return {};
+    if (process->error() == QProcess::FailedToStart)
+        return QStringLiteral("cannot be started: ") + process->errorString();
+    if (process->state() == QProcess::NotRunning)
+        return {}; // it had ended before the wait began
+    process->kill();
+    process->waitForFinished();
+    return QStringLiteral("still running after thirty seconds");
+}
+
+void verifyThatNoProgramIsNoHang()
+{
+    QProcess process;
+    process.start(QStringLiteral("/nowhere/program"), QStringList());
+    const QString trouble = waitForEnd(&process);
+    QVERIFY2(trouble.startsWith(QLatin1String("cannot be started: ")), qPrintable(trouble));
+}
+
 QString field(const QString &report, const QString &name)
 {
     const QRegularExpression line(QStringLiteral("^  %1: +(.*)$").arg(name),

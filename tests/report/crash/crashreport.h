@@ -1,7 +1,15 @@
 // What a report of a crash says.
 #pragma once
 
+#include <QProcess>
 #include <QString>
+
+/// Waits for the end of a process that has been started, for thirty seconds; one that runs on is
+/// killed. What kept it from ending by itself, in words; empty when nothing did.
+QString waitForEnd(QProcess *process);
+
+/// Fails the calling test when a program that is not there passes for one that runs on.
+void verifyThatNoProgramIsNoHang();
 
 /// The value of a line of the report; empty without a line of that name.
 QString field(const QString &report, const QString &name);

@@ -1,5 +1,7 @@
 #include "tests/report/crash/linux/crashrun.h"
 
+#include "tests/report/crash/crashreport.h"
+
 #include <ctime>
 #include <fcntl.h>
 #include <QDir>
@@ -13,7 +15,7 @@
 
 namespace {
 
-constexpr int kPatienceMs = 30000; // after which a run counts as hung
+constexpr int kPatienceMs = 30000;
 
 qint64 monotonicNow() // ns, the same clock in all processes
 {
@@ -95,12 +97,9 @@ Run runProgram(const QStringList &arguments, Errors errors)
         process.waitForReadyRead(kPatienceMs);
         run.facts += process.readAllStandardOutput();
     }
-    run.hung = !process.waitForFinished(kPatienceMs);
+    run.trouble = waitForEnd(&process);
     run.elapsed = (monotonicNow() - run.fact("fault").toLongLong()) / 1000000;
-    if (run.hung) {
-        process.kill();
-        process.waitForFinished();
-    }
+    run.facts += process.readAllStandardOutput();
     run.report = QString::fromLocal8Bit(process.readAllStandardError());
     // For a process that a signal ended, QProcess gives the signal.
     run.status = process.exitCode() + (process.exitStatus() == QProcess::CrashExit ? 128 : 0);

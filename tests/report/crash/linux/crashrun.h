@@ -10,7 +10,7 @@ struct Run {
     QString report; // standard error
     int status = -1; // exit code, or 128 + signal
     qint64 elapsed = 0; // ms from the fault to the end of the process
-    bool hung = false;
+    QString trouble; // why it did not end by itself; empty when it did
     QStringList files; // what is in its current directory
     QString fileText; // content of the first of them
 
