@@ -78,6 +78,9 @@ public:
     qint64 levelBufferLength() const { return m_engine->m_levelBufferLength; }
     int analysisLength() const { return m_engine->m_analysisLength; }
     double gainReference() const { return m_engine->m_gainReference; }
+    double smoothing() const { return m_engine->m_smoothing; }
+    int historyLength() const { return m_engine->m_historyLength; }
+    double quantile() const { return m_engine->m_quantile; }
     const QTimer &timer() const { return m_engine->m_timer; }
 
     static const std::vector<Spectrum *> &registeredBands()

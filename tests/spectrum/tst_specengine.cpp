@@ -78,6 +78,10 @@ void TestSpecEngine::fresh()
     QVERIFY(!peer.timer().isActive());
     QVERIFY(!peer->isCapturing());
     QCOMPARE(peer->deviceList(), QStringList());
+    // Of an engine that nobody tunes.
+    QCOMPARE(peer.quantile(), 0.85);
+    QCOMPARE(peer.smoothing(), 0.08);
+    QCOMPARE(peer.historyLength(), 7);
 }
 
 void TestSpecEngine::formatOf48kHz16BitStereo()

@@ -1,6 +1,7 @@
 // The engine on an audio system that works.
 #include "tests/spectrum/enginepeer.h"
 #include "tests/support/fakeaudio.h"
+#include "tests/support/messagelog.h"
 
 #include <cmath>
 #include <QtTest>
@@ -9,9 +10,29 @@ class TestSpecEngineCapture : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void deviceListIsLogged();
     void startsOnTheAudioSystemAndGetsItsData();
     void nobodyEmitsItsSignals();
 };
+
+void TestSpecEngineCapture::deviceListIsLogged()
+{
+    FakeAudio audio;
+    audio.add(QStringLiteral("a"), QStringLiteral("Speakers"));
+    audio.add(QStringLiteral("b"), QStringLiteral("Headset"));
+    audio.setDefault(QStringLiteral("b"));
+    {
+        const SpecEnginePeer peer;
+        const MessageLog log;
+        QCOMPARE(peer->deviceList().size(), 3);
+        QCOMPARE(
+            log.texts(),
+            QStringList({QStringLiteral("------获取设备列表:------"),
+                         QStringLiteral("设备: 默认输出设备"), QStringLiteral("设备: Speakers"),
+                         QStringLiteral("设备: Headset (当前默认)")}));
+    }
+    QCOMPARE(audio.problems(), QStringList());
+}
 
 void TestSpecEngineCapture::startsOnTheAudioSystemAndGetsItsData()
 {

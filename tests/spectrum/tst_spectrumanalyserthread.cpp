@@ -117,9 +117,12 @@ void TestSpectrumAnalyserThread::gaussianWindowIsInForceFromTheStart()
 {
     const Worker worker;
     const std::vector<float> &window = SpectrumAnalyserThreadPeer::window(*worker);
-    for (int n = 0; n < 2048; ++n)
-        QCOMPARE(window[static_cast<std::size_t>(n)],
-                 static_cast<float>(reference::windowWeight(1, n)));
+    // To the last bit, which a square in double precision changes in some of them.
+    for (int n = 0; n < 2048; ++n) {
+        QVERIFY2(window[static_cast<std::size_t>(n)]
+                     == static_cast<float>(reference::windowWeight(1, n)),
+                 qPrintable(QStringLiteral("weight %1").arg(n)));
+    }
 }
 
 void TestSpectrumAnalyserThread::noWindowMakesEveryWeightOne()
