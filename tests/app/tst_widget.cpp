@@ -92,6 +92,7 @@ private Q_SLOTS:
     void pressingStart();
     void publishesOnAPreciseTimerOfTwentyMilliseconds();
     void messageHoldsTheEnginesValues();
+    void messageFromAReplicaReachesTheWindow();
     void messageFromAReplicaChangesNothing();
     void destructionStopsCaptureAndUnregistersTheBars();
 
@@ -453,6 +454,19 @@ void WidgetTest::messageHoldsTheEnginesValues()
     bars.swap(spectrum.bars);
     QCOMPARE(sent.count(), 2);
     QCOMPARE(sent.at(1).at(0).toString().split(QStringLiteral("/&+&/")), expected.mid(0, 4));
+}
+
+// The slot does nothing that could be seen, so the connection itself is looked at, and taken away:
+// there is one, and it ends in the window.
+void WidgetTest::messageFromAReplicaReachesTheWindow()
+{
+    const auto *const source = m_widget->findChild<CommonInterface *>();
+    const auto disconnectOne = [&] {
+        return QObject::disconnect(source, &CommonInterface::sigReceiveMsg, m_widget.get(),
+                                   nullptr);
+    };
+    QVERIFY(disconnectOne());
+    QVERIFY(!disconnectOne());
 }
 
 void WidgetTest::messageFromAReplicaChangesNothing()

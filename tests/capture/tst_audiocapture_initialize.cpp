@@ -16,6 +16,7 @@ private Q_SLOTS:
     void recoveryUsesTheDefaultAndKeepsTheChoice();
     void recoveryFailsForGood();
     void recoveryThatFailsEarlierIsReportedByThatCall();
+    void unalignedBufferIsAskedForInWholeFrames_data();
     void unalignedBufferIsAskedForInWholeFrames();
     void unalignedBufferWithoutSize();
     void announcedFormatIsStereoPcmAndWorkerGetsDeviceAlign();
@@ -174,18 +175,28 @@ void TestAudioCaptureInitialize::recoveryThatFailsEarlierIsReportedByThatCall()
     VERIFY_NOTHING_LEFT(scene);
 }
 
+void TestAudioCaptureInitialize::unalignedBufferIsAskedForInWholeFrames_data()
+{
+    QTest::addColumn<uint>("frames");
+    QTest::addColumn<qint64>("duration"); // 100 ns
+    QTest::newRow("101587.3 of 100 ns") << 448U << Q_INT64_C(101587);
+    QTest::newRow("102040.8 of 100 ns") << 450U << Q_INT64_C(102041);
+}
+
 void TestAudioCaptureInitialize::unalignedBufferIsAskedForInWholeFrames()
 {
+    QFETCH(uint, frames);
+    QFETCH(qint64, duration);
     Scene scene;
     scene.audio.setFormat(kIdA, FakeAudio::floatFormat(2, 44100));
-    scene.audio.setBufferFrames(448);
+    scene.audio.setBufferFrames(frames);
     scene.make();
     scene.audio.fail(FakeCall::Initialize, {AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED}, 1, 1);
     scene.capture->startCapture();
     const auto calls = scene.audio.records(FakeCall::Initialize);
     QCOMPARE(calls.size(), 2);
     QCOMPARE(calls.at(0).client, calls.at(1).client);
-    QCOMPARE(calls.at(1).argument, static_cast<qint64>(101587)); // 448 / 44100 s = 101587.3 units
+    QCOMPARE(calls.at(1).argument, duration);
     QVERIFY(calls.at(1).argumentsRight);
     QVERIFY(scene.log.contains(text("[Step 4c] Buffer 对齐问题，尝试调整...")));
     QVERIFY(!scene.log.contains(text("[Step 4d]")));

@@ -21,6 +21,7 @@ private Q_SLOTS:
     void afterANormalEndANewStartRuns();
     void afterACrashANewStartRuns();
     void debugOutputNeverReachesTheConsole();
+    void notEvenThatOfTheApplicationObjectDoes();
     void asksToEnd_data();
     void asksToEnd();
     void onlyTheUserMayConnect();
@@ -110,6 +111,19 @@ void ProcessTest::debugOutputNeverReachesTheConsole()
     for (const char *line : {"注册windows通知事件", "获取设备列表", "设备:", "[startCapture]",
                              "[Step", "引擎启动失败", "qt."})
         QVERIFY2(!errors.contains(QString::fromUtf8(line)), line);
+}
+
+// Qt names its plugins while the application object is made.
+void ProcessTest::notEvenThatOfTheApplicationObjectDoes()
+{
+    ProgramWorld world;
+    world.environment.insert(QStringLiteral("QT_DEBUG_PLUGINS"), QStringLiteral("1"));
+    const auto copy = world.startAndWait();
+    QVERIFY(copy);
+    copy->terminate();
+    QVERIFY(copy->waitForFinished(kPatienceMs));
+    const QByteArray errors = copy->readAllStandardError();
+    QVERIFY2(!errors.contains("QFactoryLoader"), errors.constData());
 }
 
 void ProcessTest::asksToEnd_data()
