@@ -2,8 +2,10 @@
 #include "capture/audiocapture.h"
 #include "capture/diagnosticlog.h"
 #include "platform/diagnosticlogpath.h"
+#include "tests/support/text.h"
 
 #include <QRegularExpression>
+#include <QTextCodec>
 #include <QtTest>
 
 class TestDiagnosticLog : public QObject {
@@ -41,6 +43,19 @@ private Q_SLOTS:
         QCOMPARE(second.captured(2), QStringLiteral("second"));
         QVERIFY(first.captured(1) != second.captured(1));
         QVERIFY(lines.at(2).isEmpty());
+    }
+
+    /// Whatever encoding the user's locale has.
+    void linesAreUtf8AndEndAsTheHostsDo()
+    {
+        QTextCodec *const before = QTextCodec::codecForLocale();
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
+        AudioCapture::setDiagnosticLogEnabled(true);
+        writeDiagnosticLog(QStringLiteral("é 默认"));
+        QTextCodec::setCodecForLocale(before);
+        QFile file(diagnosticLogPath());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll().mid(14), textFile(QStringLiteral(" é 默认\n"))); // after the time
     }
 
     void existingFileIsAppendedTo()

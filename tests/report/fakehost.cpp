@@ -103,6 +103,7 @@ HMODULE __wrap_LoadLibraryW(LPCWSTR name)
 
 FARPROC __wrap_GetProcAddress(HMODULE, LPCSTR name)
 {
+    ++fakeHost().resolveCalls;
     return fakeHost().getProcAddress ? fakeHost().getProcAddress(name) : nullptr;
 }
 

@@ -25,6 +25,7 @@ struct FakeHost {
     std::function<HMODULE(const wchar_t *)> loadLibrary;
     std::function<FARPROC(const char *)> getProcAddress;
     int loadCalls = 0;
+    int resolveCalls = 0;
 };
 
 FakeHost &fakeHost();

@@ -94,5 +94,6 @@ int main(int argc, char **argv)
     // Once more: the library and its functions are asked for once, success or not.
     std::puts("again");
     std::fputs(captureStackTrace(&pointers).toUtf8().constData(), stdout);
-    std::printf("loads %d initializations %d\n", fakeHost().loadCalls, s_initializations);
+    std::printf("loads %d resolves %d initializations %d\n", fakeHost().loadCalls,
+                fakeHost().resolveCalls, s_initializations);
 }

@@ -3,6 +3,7 @@
 #include "report/audioservicediagnostics.h"
 #include "tests/report/fakehost.h"
 #include "tests/support/fakeaudio.h"
+#include "tests/support/taskmemory.h"
 
 #include <objbase.h>
 #include <QtTest>
@@ -137,6 +138,7 @@ private Q_SLOTS:
     void enumeratorIsNull();
     void noCaptureEndpoint();
     void captureEndpointHasItsDetails();
+    void defaultsAreThoseOfTheConsole();
     void noEndpointAtAll();
     void deviceState_data();
     void deviceState();
@@ -164,6 +166,7 @@ void TestAudioServiceDiagnostics::init()
 void TestAudioServiceDiagnostics::cleanup()
 {
     QCOMPARE(m_audio->problems(), QStringList());
+    QCOMPARE(taskBlocksAlive(m_audio), 0); // every id and every value is freed
     delete m_audio;
     QCOMPARE(fakeHost().openHandles, 0);
 }
@@ -373,6 +376,19 @@ void TestAudioServiceDiagnostics::captureEndpointHasItsDetails()
                                          "    Friendly Name: 扬声器\n"
                                          "    Description: 扬声器\n"
                                          "  Total Active Audio Devices: 2\n")));
+}
+
+void TestAudioServiceDiagnostics::defaultsAreThoseOfTheConsole()
+{
+    for (const ERole other : {eMultimedia, eCommunications}) {
+        m_audio->add(QStringLiteral("other"), QStringLiteral("Other"));
+        m_audio->setDefault(other, QStringLiteral("other"));
+    }
+    s_fakes = setDeviceEnumeratorFactory(createBothWays);
+    const QString text = devicesBlock();
+    setDeviceEnumeratorFactory(s_fakes);
+    QCOMPARE(text.count(QStringLiteral(" (Console): Found\n    Device ID: {render-1}\n")), 2);
+    QVERIFY(!text.contains(QStringLiteral("Device ID: other")));
 }
 
 void TestAudioServiceDiagnostics::noEndpointAtAll()

@@ -1,6 +1,7 @@
 // The dialog on a real X server, operated by its buttons.
 #include "platform/display.h"
 #include "report/errorreportdialog.h"
+#include "tests/support/text.h"
 
 #include <functional>
 #include <QApplication>
@@ -14,6 +15,7 @@
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTextBlock>
+#include <QTextCodec>
 #include <QTextEdit>
 #include <QtTest>
 #include <QVBoxLayout>
@@ -100,6 +102,7 @@ private Q_SLOTS:
     void looksAsDescribed();
     void copyTwice();
     void saveIsTheReportByteForByte();
+    void saveIsUtf8InEveryLocale();
     void saveProposesAFileName();
     void saveReplacesALongerFile();
     void saveToAReadOnlyPlaceWarns();
@@ -201,14 +204,29 @@ void TestErrorReportDialog::saveIsTheReportByteForByte()
     press(m_dialog, QStringLiteral("保存到文件"));
 
     QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    QCOMPARE(file.readAll(), kReport.toUtf8());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), textFile(kReport));
     QCOMPARE(user.boxes.size(), 1);
     QCOMPARE(user.boxes.first().icon, QMessageBox::Information);
     QCOMPARE(user.boxes.first().title, QStringLiteral("提示"));
     QCOMPARE(user.boxes.first().text, QStringLiteral("错误报告已保存到：") + path);
     QCOMPARE(user.boxes.first().buttons, QMessageBox::Ok);
     QVERIFY(m_dialog->isVisible());
+}
+
+void TestErrorReportDialog::saveIsUtf8InEveryLocale()
+{
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("report.txt"));
+    User user;
+    user.answerFileDialog = [&path](QFileDialog *dialog) { choose(dialog, path); };
+    QTextCodec *const before = QTextCodec::codecForLocale();
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
+    press(m_dialog, QStringLiteral("保存到文件"));
+    QTextCodec::setCodecForLocale(before);
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), textFile(kReport));
 }
 
 void TestErrorReportDialog::saveProposesAFileName()

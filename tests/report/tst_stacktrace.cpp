@@ -76,17 +76,24 @@ void TestStackTrace::trace()
 void TestStackTrace::loadedOnce_data()
 {
     QTest::addColumn<QString>("way");
+    QTest::addColumn<int>("resolves"); // one for each name that is asked for
     QTest::addColumn<int>("initializations");
-    QTest::newRow("success") << "endless" << 1;
-    QTest::newRow("no library") << "no-library" << 0;
-    QTest::newRow("failure is remembered") << "failed-symbols" << 1;
+    QTest::newRow("success") << "endless" << 3 << 1;
+    QTest::newRow("no library") << "no-library" << 0 << 0;
+    QTest::newRow("no SymInitializeW") << "no-symbols" << 2 << 0;
+    QTest::newRow("no SymGetModuleInfo64") << "no-modules" << 3 << 1;
+    QTest::newRow("no StackWalk64") << "no-walk" << 3 << 1;
+    QTest::newRow("failure is remembered") << "failed-symbols" << 2 << 1;
 }
 
 void TestStackTrace::loadedOnce()
 {
     QFETCH(QString, way);
+    QFETCH(int, resolves);
     QFETCH(int, initializations);
-    const QString end = QStringLiteral("loads 1 initializations %1\n").arg(initializations);
+    const QString end = QStringLiteral("loads 1 resolves %1 initializations %2\n")
+                            .arg(resolves)
+                            .arg(initializations);
     QVERIFY2(run(way).endsWith(end), qPrintable(run(way)));
 }
 
