@@ -1,5 +1,9 @@
 # What every target of the project is compiled with.
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 11)
+    message(FATAL_ERROR "GCC 11 or later is needed, whose std::to_chars writes floating-point numbers;"
+        " this is ${CMAKE_CXX_COMPILER_VERSION}")
+endif()
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -23,8 +27,10 @@ target_compile_definitions(tonewell_options INTERFACE
 
 if(MSVC)
     target_compile_options(tonewell_options INTERFACE /W4 /utf-8 /permissive- /Zc:__cplusplus)
-    # The standard library's own functions, such as getenv, are what other compilers have.
-    target_compile_definitions(tonewell_options INTERFACE _CRT_SECURE_NO_WARNINGS)
+    # The standard library's own functions, such as getenv, are what other compilers have; and headers
+    # of Qt 5.15 use iterators that Visual Studio 2022 warns of.
+    target_compile_definitions(tonewell_options INTERFACE
+        _CRT_SECURE_NO_WARNINGS _SILENCE_STDEXT_ARR_ITERS_DEPRECATION_WARNING)
 else()
     target_compile_options(tonewell_options INTERFACE -Wall -Wextra -Wpedantic
         -Wshadow -Wimplicit-fallthrough)
@@ -35,6 +41,9 @@ endif()
 
 if(WIN32) # whose <cmath> has M_PI only then
     target_compile_definitions(tonewell_options INTERFACE _USE_MATH_DEFINES)
+endif()
+if(MINGW) # headers of the installer's Qt 5.15.2 use std::numeric_limits and do not include it
+    target_compile_options(tonewell_options INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:SHELL:-include limits>")
 endif()
 if(TONEWELL_WARNINGS_AS_ERRORS)
     target_compile_options(tonewell_options INTERFACE $<IF:$<CXX_COMPILER_ID:MSVC>,/WX,-Werror>)

@@ -73,6 +73,16 @@ class Options(unittest.TestCase):
         self.assert_refused("build", "--no-such-option", "release")
         self.assert_refused("build", "-DBUILD_TESTING=ON", "--no-such-option")
 
+    def test_a_build_on_windows_wants_its_qt_and_windows(self):
+        self.assert_refused("on-windows")
+        self.assert_refused("on-windows", "-G", "Ninja")
+        self.assert_refused("on-windows", "/no/such/folder")
+        with tempfile.TemporaryDirectory(prefix="tonewell-options.") as qt:
+            os.makedirs(os.path.join(qt, "lib/cmake/Qt5"))
+            with open(os.path.join(qt, "lib/cmake/Qt5/Qt5Config.cmake"), "w", encoding="ascii"):
+                pass
+            self.assert_refused("on-windows", qt)
+
     def test_the_windows_tests_want_a_tarball(self):
         self.assert_refused("test-windows", "--qt")
         self.assert_refused("test-windows", "--qt", "")
