@@ -39,7 +39,9 @@ foreach(package IN LISTS TONEWELL_BUILD_PACKAGES)
     endif()
     list(GET names 1 fedora)
     list(GET names 2 arch)
-    list(APPEND debian_build_depends " ${package},")
+    if(NOT package STREQUAL "g++") # which every Debian package is built with
+        list(APPEND debian_build_depends " ${package},")
+    endif()
     list(APPEND rpm_build_requires "BuildRequires:  ${fedora}")
     if(package MATCHES "-dev$") # which Arch does not keep apart from what runs
         list(APPEND arch_depends ${arch})
