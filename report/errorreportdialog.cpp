@@ -74,14 +74,16 @@ void ErrorReportDialog::saveReport()
     if (path.isEmpty())
         return;
 
+    const QByteArray text = m_report.toUtf8();
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)) {
+    const bool written = file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Truncate)
+        && file.write(text) == text.size() && file.flush();
+    file.close(); // some file systems say only now that there was no room
+    if (!written || file.error() != QFileDevice::NoError) {
         QMessageBox::warning(this, QStringLiteral("错误"), QStringLiteral("无法保存文件"),
                              QMessageBox::Ok);
         return;
     }
-    file.write(m_report.toUtf8());
-    file.close();
     QMessageBox::information(this, QStringLiteral("提示"),
                              QStringLiteral("错误报告已保存到：%1").arg(path), QMessageBox::Ok);
 }
