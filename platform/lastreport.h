@@ -9,7 +9,8 @@ void reserveCrashStack();
 /// Makes the calling thread the only one that may report before the process ends. Another thread
 /// that calls this later waits here for the end. A second call on the same thread means that the
 /// report itself has failed: it ends the process at once. The report has five seconds, then the
-/// process ends without it. The exit code is 1 in both cases.
+/// process ends without it; on Linux time for which the process is stopped is not counted. The exit
+/// code is 1 in both cases.
 ///
 /// For the terminate handler. On Linux the host does the same for the unhandled-exception filter
 /// before it calls it: terminate handler and filter share the one reporter. A process that ends

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr unsigned kTimeLimitSeconds = 5; // that a report has
+constexpr int kTimeLimitSeconds = 5; // that a report has
 constexpr char kNoReport[] = "Program crash: the report could not be finished";
 
 std::atomic<pid_t> s_reporter {0}; // the thread that reports, 0 before any has failed
@@ -19,6 +19,7 @@ std::atomic<int> s_signal {0}; // what ends the process, 0 for exit code 1
 std::atomic<std::uintptr_t> s_address {0};
 std::atomic<std::uintptr_t> s_instruction {0};
 std::atomic<bool> s_printed {false};
+std::atomic<int> s_secondsLeft {kTimeLimitSeconds};
 
 pid_t threadId()
 {
@@ -105,19 +106,22 @@ void sayThatThereIsNoReport()
     line.write();
 }
 
-void handleTimeout(int)
+// Second by second: of the time for which the process is stopped, one second counts at most.
+void handleSecond(int)
 {
-    endNow();
+    if (--s_secondsLeft <= 0)
+        endNow();
+    alarm(1);
 }
 
 void startTimeLimit()
 {
     struct sigaction action { };
-    action.sa_handler = handleTimeout;
-    action.sa_flags = SA_ONSTACK;
+    action.sa_handler = handleSecond;
+    action.sa_flags = SA_ONSTACK | SA_RESTART; // a report that is being written goes on
     sigaction(SIGALRM, &action, nullptr);
     setBlocked(SIGALRM, false);
-    alarm(kTimeLimitSeconds);
+    alarm(1);
 }
 
 } // namespace
