@@ -7,6 +7,11 @@
 void chooseDisplay()
 {
     qputenv("QT_NO_GLIB", "1");
+    for (const char *const name :
+         {"QT_XCB_GL_INTEGRATION", "QT_WAYLAND_CLIENT_BUFFER_INTEGRATION"}) {
+        if (qEnvironmentVariableIsEmpty(name))
+            qputenv(name, "none");
+    }
     QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
     if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         return;

@@ -11,6 +11,7 @@ class DisplayTest : public QObject {
 private Q_SLOTS:
     void eventLoopIsQtsOwn();
     void fileDialogsAreQtsOwn();
+    void openGlIsNotLoaded();
 };
 
 void DisplayTest::eventLoopIsQtsOwn()
@@ -24,6 +25,12 @@ void DisplayTest::eventLoopIsQtsOwn()
 void DisplayTest::fileDialogsAreQtsOwn()
 {
     QVERIFY(QCoreApplication::testAttribute(Qt::AA_DontUseNativeDialogs));
+}
+
+void DisplayTest::openGlIsNotLoaded()
+{
+    QCOMPARE(qgetenv("QT_XCB_GL_INTEGRATION"), QByteArray("none"));
+    QCOMPARE(qgetenv("QT_WAYLAND_CLIENT_BUFFER_INTEGRATION"), QByteArray("none"));
 }
 
 int main(int argc, char **argv)
