@@ -4,6 +4,7 @@
 #include "platform/display.h"
 #include "platform/lastreport.h"
 #include "platform/termination.h"
+#include "platform/threadstacks.h"
 #include "report/crashhandlers.h"
 
 #include <windows.h>
@@ -41,6 +42,7 @@ int main(int argc, char *argv[])
     qInstallMessageHandler(emptyMessageHandler);
 
     reserveCrashStack();
+    useSmallThreadStacks();
     chooseDisplay();
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("TonewellDetection"));

@@ -1,0 +1,3 @@
+#include "platform/threadstacks.h"
+
+void useSmallThreadStacks() { }
