@@ -2,12 +2,14 @@
 
 #include "capture/audiocapture.h"
 #include "platform/backgroundwindow.h"
+#include "platform/brokenpipe.h"
 #include "remote/commoninterface.h"
 #include "remote/consumergate.h"
 #include "remote/spectrummessage.h"
 #include "spectrum/specengine.h"
 #include "ui_widget.h"
 
+#include <cstdio>
 #include <QGuiApplication>
 #include <QRemoteObjectHost>
 #include <QTimer>
@@ -18,6 +20,27 @@ constexpr int kMinFrequencyHz = -7000;
 constexpr int kMaxFrequencyHz = 7000;
 constexpr int kBarCount = 100;
 constexpr int kPublishIntervalMs = 20;
+constexpr int kTryAgainExitCode = 75; // what sysexits.h calls a temporary failure
+
+void sayToTheUser(const QString &line)
+{
+    const BrokenPipeGuard guard;
+    std::fprintf(stderr, "TonewellDetection: %s\n", line.toLocal8Bit().constData());
+}
+
+/// A program that nobody can connect to is of no use: says so, and ends for another to try again.
+void watchGate(const ConsumerGate *gate)
+{
+    QObject::connect(gate, &ConsumerGate::listeningFails, gate, [](const QString &why) {
+        constexpr int seconds = ConsumerGate::kMostAttempts * ConsumerGate::kListenAgainMs / 1000;
+        sayToTheUser(
+            QStringLiteral("nobody can connect: %1; trying for %2 s").arg(why).arg(seconds));
+    });
+    QObject::connect(gate, &ConsumerGate::gaveUp, gate, [] {
+        sayToTheUser(QStringLiteral("ending, since nobody can connect"));
+        QCoreApplication::exit(kTryAgainExitCode);
+    });
+}
 } // namespace
 
 Widget::Widget(QWidget *parent)
@@ -77,7 +100,7 @@ void Widget::setupRemote()
     const QString name = QStringLiteral("Tonewell");
     m_host = new QRemoteObjectHost(this);
     // Listens in the host's stead, so that the host reads only what has been checked.
-    new ConsumerGate(m_host, QUrl(QStringLiteral("local:tonewell")), name);
+    watchGate(new ConsumerGate(m_host, QUrl(QStringLiteral("local:tonewell")), name));
     m_interface = new CommonInterface(this);
     m_host->enableRemoting(m_interface, name);
     connect(m_interface, &CommonInterface::sigReceiveMsg, this, &Widget::onReceiveMsg);

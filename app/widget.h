@@ -24,7 +24,8 @@ class Widget : public QWidget {
 
 public:
     /// Starts everything: capture runs and messages flow once it returns. The capture room reports
-    /// a capture that cannot start; nothing fails here.
+    /// a capture that cannot start; nothing fails here. Where no consumer can connect, and none
+    /// could for 15 s, the event loop ends with exit code 75.
     explicit Widget(QWidget *parent = nullptr);
     ~Widget() override;
 

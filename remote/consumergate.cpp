@@ -2,6 +2,7 @@
 
 #include "platform/descriptors.h"
 #include "remote/consumer.h"
+#include "remote/listenfailure.h"
 
 #include <QLocalServer>
 #include <QLocalSocket>
@@ -33,7 +34,15 @@ void ConsumerGate::listen()
     m_server = std::make_unique<QLocalServer>();
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
     connect(m_server.get(), &QLocalServer::newConnection, this, &ConsumerGate::admit);
-    m_server->listen(m_name);
+    if (m_server->listen(m_name)) {
+        m_failures = 0;
+        return;
+    }
+    ++m_failures;
+    if (m_failures == 2)
+        Q_EMIT listeningFails(listenFailure(m_name, m_server->errorString()));
+    if (m_failures == kMostAttempts)
+        Q_EMIT gaveUp();
 }
 
 void ConsumerGate::admit()
@@ -52,6 +61,6 @@ void ConsumerGate::admit()
 
 bool ConsumerGate::isFull() const
 {
-    return findChildren<Consumer *>(QString(), Qt::FindDirectChildrenOnly).size() >= kMostConsumers
-        || freeDescriptors() < kSpareDescriptors;
+    const auto others = findChildren<Consumer *>(QString(), Qt::FindDirectChildrenOnly).size();
+    return others >= kMostConsumers || (others > 0 && freeDescriptors() < kSpareDescriptors);
 }

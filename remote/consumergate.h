@@ -13,10 +13,11 @@ class QUrl;
 ///
 /// - Only the user who runs the program can connect.
 /// - A newcomer is dropped at once when kMostConsumers are there, or fewer than kSpareDescriptors
-///   could still be opened: the program needs some itself to reach the sound server again.
+///   could still be opened: the program needs some itself to reach the sound server again. Who is
+///   alone stays all the same: one descriptor is not what the program lacks.
 /// - What a consumer sends, and how much may wait for it, is checked by Consumer.
 /// - A listener that was lost (descriptors ran out while it accepted), or could not be had at
-///   first, is tried again every kListenAgainMs.
+///   first, is tried again every kListenAgainMs. The signals tell of a loss that lasts.
 ///
 /// What is dropped may connect again. Lives on the host's thread, as the host's child.
 class ConsumerGate : public QObject {
@@ -26,6 +27,7 @@ public:
     static constexpr int kMostConsumers = 128;
     static constexpr int kSpareDescriptors = 16;
     static constexpr int kListenAgainMs = 500;
+    static constexpr int kMostAttempts = 30; ///< without success, before the gate gives up
 
     /// Listens at the url (`local:NAME`) from now on, for consumers of the object of that name. The
     /// host must have no URL yet; it can enable remoting afterwards. A name that another process
@@ -33,6 +35,12 @@ public:
     /// program.
     ConsumerGate(QRemoteObjectHost *host, const QUrl &url, const QString &objectName);
     ~ConsumerGate() override;
+
+Q_SIGNALS:
+    /// The second attempt to listen has failed too; `why` is for a person.
+    void listeningFails(const QString &why);
+    /// So have all kMostAttempts: nobody can connect. It goes on trying.
+    void gaveUp();
 
 private:
     void listen();
@@ -43,4 +51,5 @@ private:
     const QString m_objectName;
     const QString m_name; ///< of the local server
     std::unique_ptr<QLocalServer> m_server; ///< null before the first attempt
+    int m_failures = 0; ///< attempts to listen since the last success
 };

@@ -1,5 +1,6 @@
 // One consumer's connection as a device, without a host.
 #include "remote/consumer.h"
+#include "remote/consumergate.h"
 #include "tests/remote/frames.h"
 
 #include <QLocalServer>
@@ -19,6 +20,7 @@ private Q_SLOTS:
     void whatIsLookedAtCanStillBeRead();
     void aLoneByteIsNotLeftBehind();
     void theLimitIsExact();
+    void limitsAreThoseThatAreDocumented();
 
 private:
     QLocalServer m_server;
@@ -73,6 +75,19 @@ void ConsumerTest::theLimitIsExact()
     QCOMPARE(m_consumer->write("x"), 1);
     QCOMPARE(socket->state(), QLocalSocket::UnconnectedState);
     QCOMPARE(m_consumer->write("lost"), 4);
+}
+
+// docs/security.md and docs/protocol.md name them.
+void ConsumerTest::limitsAreThoseThatAreDocumented()
+{
+    QCOMPARE(ConsumerFrames::kLongestBytes, 1048576);
+    QCOMPARE(Consumer::kMostUnreadBytes, Q_INT64_C(1048576));
+    QCOMPARE(Consumer::kTurnBytes, 1024);
+    QCOMPARE(Consumer::kTurnMs, 40);
+    QCOMPARE(ConsumerGate::kMostConsumers, 128);
+    QCOMPARE(ConsumerGate::kSpareDescriptors, 16);
+    QCOMPARE(ConsumerGate::kListenAgainMs, 500);
+    QCOMPARE(ConsumerGate::kMostAttempts, 30);
 }
 
 QTEST_GUILESS_MAIN(ConsumerTest)
