@@ -57,5 +57,5 @@ void addGoldenRows()
 {
     QTest::addColumn<QString>("kind");
     QTest::newRow("access-violation") << QStringLiteral("null-read");
-    QTest::newRow("terminate") << QStringLiteral("throw");
+    QTest::newRow("terminate") << QStringLiteral("noexcept");
 }
