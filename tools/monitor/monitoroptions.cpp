@@ -12,8 +12,8 @@ constexpr int kOptionColumns = 15;
 
 struct Parser {
     QCommandLineParser parser;
-    const QCommandLineOption help {{QStringLiteral("h"), QStringLiteral("help")}};
-    const QCommandLineOption version {{QStringLiteral("v"), QStringLiteral("version")}};
+    const QCommandLineOption help {QStringList {QStringLiteral("h"), QStringLiteral("help")}};
+    const QCommandLineOption version {QStringList {QStringLiteral("v"), QStringLiteral("version")}};
     const QCommandLineOption text {QStringLiteral("text")};
     const QCommandLineOption json {QStringLiteral("json")};
     const QCommandLineOption stats {QStringLiteral("stats")};
