@@ -81,7 +81,8 @@ private Q_SLOTS:
 void TestAnalysisAllocations::theCountCounts()
 {
     QCOMPARE(allocations([] { const QByteArray block(100, 'x'); }), 1);
-    QCOMPARE(allocations([] { const std::vector<float> block(100); }), 1);
+    // A vector's may be left out, and is by clang.
+    QCOMPARE(allocations([] { ::operator delete(::operator new(400)); }), 1);
 }
 
 void TestAnalysisAllocations::transform()
