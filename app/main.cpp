@@ -3,6 +3,7 @@
 #include "app/widget.h"
 #include "platform/display.h"
 #include "platform/lastreport.h"
+#include "platform/qtgeneration.h"
 #include "platform/termination.h"
 #include "platform/threadstacks.h"
 #include "report/crashhandlers.h"
@@ -10,7 +11,6 @@
 #include <windows.h>
 #include <exception>
 #include <QApplication>
-#include <QLibraryInfo>
 #include <QLocale>
 #include <QSharedMemory>
 #include <QTranslator>
@@ -24,7 +24,7 @@ void emptyMessageHandler(QtMsgType, const QMessageLogContext &, const QString &)
 /// user's language. On Windows Qt's catalogues are one file.
 void translateQt(QTranslator *translator)
 {
-    const QString folder = QLibraryInfo::location(QLibraryInfo::TranslationsPath);
+    const QString folder = qtTranslations();
     for (const char *const name : {"qtbase", "qt"}) {
         if (translator->load(QLocale(), QLatin1String(name), QStringLiteral("_"), folder)) {
             QCoreApplication::installTranslator(translator);

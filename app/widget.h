@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/qtgeneration.h"
 #include "spectrum/spectrum.h"
 
 #include <QString>
@@ -45,7 +46,8 @@ private Q_SLOTS:
 protected:
     void resizeEvent(QResizeEvent *event) override;
     /// Acts on the notifications of log-on and unlock; never marks a message as consumed.
-    bool nativeEvent(const QByteArray &eventType, void *message, long *result) override;
+    bool nativeEvent(const QByteArray &eventType, void *message,
+                     NativeEventResult *result) override;
 
 private:
     void registerSessionNotification();

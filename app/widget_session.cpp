@@ -21,7 +21,7 @@ void Widget::registerSessionNotification()
     qDebug() << "注册windows通知事件：" << registered;
 }
 
-bool Widget::nativeEvent(const QByteArray &eventType, void *message, long *result)
+bool Widget::nativeEvent(const QByteArray &eventType, void *message, NativeEventResult *result)
 {
     // Only under this name is the message a MSG: other window systems pass their own structures.
     if (eventType == "windows_generic_MSG") {

@@ -1,6 +1,7 @@
 #include "capture/diagnosticlog.h"
 
 #include "platform/diagnosticlogpath.h"
+#include "platform/qtgeneration.h"
 
 #include <atomic>
 #include <QDateTime>
@@ -26,7 +27,7 @@ void writeDiagnosticLog(const QString &message)
     if (!file.open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text))
         return;
     QTextStream stream(&file);
-    stream.setCodec("UTF-8");
+    writeUtf8(&stream);
     stream << '[' << QDateTime::currentDateTime().toString(QStringLiteral("HH:mm:ss.zzz")) << "] "
            << message << '\n';
 }

@@ -5,9 +5,7 @@
 # user's Run key starts the service with the session.
 
 # Qt's own tool copies the Qt libraries, plugins and the compiler's run-time next to the programs.
-get_target_property(qmake Qt5::qmake IMPORTED_LOCATION)
-get_filename_component(qt_bin "${qmake}" DIRECTORY)
-find_program(WINDEPLOYQT_EXECUTABLE windeployqt HINTS "${qt_bin}" NO_CMAKE_FIND_ROOT_PATH)
+find_program(WINDEPLOYQT_EXECUTABLE windeployqt HINTS "${TONEWELL_QT_TOOLS}" NO_CMAKE_FIND_ROOT_PATH)
 if(WINDEPLOYQT_EXECUTABLE)
     install(CODE "
         execute_process(

@@ -52,9 +52,9 @@ endfunction()
 # tonewell_remote_program(<name> [WIN32] <sources>...)
 #
 # add_executable for a program that uses Qt Remote Objects. Where there are only the headers of that
-# (Qt5RemoteObjects_HEADERS_ONLY), its sources are compiled and nothing is linked.
+# (TONEWELL_REMOTEOBJECTS_HEADERS_ONLY), its sources are compiled and nothing is linked.
 function(tonewell_remote_program name)
-    if(Qt5RemoteObjects_HEADERS_ONLY)
+    if(TONEWELL_REMOTEOBJECTS_HEADERS_ONLY)
         list(REMOVE_ITEM ARGN WIN32)
         add_library(${name} OBJECT ${ARGN})
     else()
@@ -83,7 +83,7 @@ function(tonewell_test name)
     endif()
     add_executable(${name} ${arg_SOURCES})
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
-    target_link_libraries(${name} PRIVATE tonewell_options ${arg_LINK} Qt5::Test)
+    target_link_libraries(${name} PRIVATE tonewell_options ${arg_LINK} Qt::Test)
     if(arg_XVFB AND NOT WIN32) # where there is always a display
         add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/support/linux/with_xvfb
             -s ${arg_XVFB} $<TARGET_FILE:${name}>)

@@ -38,7 +38,7 @@ public:
         message.message = id;
         message.wParam = code;
         message.lParam = 1;
-        long result = 4711;
+        NativeEventResult result = 4711;
         const bool consumed = nativeEvent(type, &message, &result);
         resultUntouched = result == 4711;
         return consumed;
@@ -261,4 +261,5 @@ void SessionTest::registrationIsLoggedAndItsFailureChangesNothing()
 }
 
 QTEST_MAIN(SessionTest)
+#include "platform/qtgeneration.h"
 #include "tst_session.moc"

@@ -2,10 +2,10 @@
 #include "capture/audiocapture.h"
 #include "capture/diagnosticlog.h"
 #include "platform/diagnosticlogpath.h"
+#include "platform/qtgeneration.h"
 #include "tests/support/text.h"
 
 #include <QRegularExpression>
-#include <QTextCodec>
 #include <QtTest>
 
 class TestDiagnosticLog : public QObject {
@@ -48,11 +48,11 @@ private Q_SLOTS:
     /// Whatever encoding the user's locale has.
     void linesAreUtf8AndEndAsTheHostsDo()
     {
-        QTextCodec *const before = QTextCodec::codecForLocale();
-        QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
-        AudioCapture::setDiagnosticLogEnabled(true);
-        writeDiagnosticLog(QStringLiteral("é 默认"));
-        QTextCodec::setCodecForLocale(before);
+        {
+            const LocalEncoding encoding("ISO-8859-1");
+            AudioCapture::setDiagnosticLogEnabled(true);
+            writeDiagnosticLog(QStringLiteral("é 默认"));
+        }
         QFile file(diagnosticLogPath());
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll().mid(14), textFile(QStringLiteral(" é 默认\n"))); // after the time

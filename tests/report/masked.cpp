@@ -22,7 +22,7 @@ QString masked(const QString &report)
         {"^(  Total Memory|  Available Memory): \\d+\\.\\d\\d GB$", "\\1: <size> GB"},
         {"^(  Memory Usage): \\d+%%$", "\\1: <share>%%"},
         {"^(  Screen Resolution): \\d+ x \\d+ @ \\d+Hz$", "\\1: <mode>"},
-        {"^(  Qt Version): 5\\.15\\.\\d+$", "\\1: <version>"},
+        {"^(  Qt Version): (?:5\\.15|6\\.\\d+)\\.\\d+$", "\\1: <version>"},
         {"^(  Current Thread ID): 0x[0-9a-f]{16}$", "\\1: 0x<thread>"},
         {"\\(Address: 0x[0-9a-f]{16}\\)", "(Address: 0x<address>)"},
         {"^(  R[A-Z0-9]{1,2}: +)0x[0-9a-f]{16}$", "\\10x<value>"},

@@ -2,15 +2,10 @@
 #include "report/errorreport.h"
 #include "tests/report/fakehost.h"
 
-#include <QProcess>
-#include <QTemporaryDir>
-#include <QTextCodec>
 #include <QtTest>
 #include <thread>
 
 namespace {
-
-const QString kPrintReport = QStringLiteral("--print-report");
 
 void describeVersion(DWORD major, DWORD minor, DWORD build)
 {
@@ -93,7 +88,6 @@ private Q_SLOTS:
     void messageWithLineBreakStartsAtTheLeftMargin();
     void placeholdersInArgumentsStay();
     void threadIdIsTheCallers();
-    void pathOutsideTheLocalEncodingStaysGarbled();
 };
 
 void TestErrorReport::init()
@@ -302,39 +296,11 @@ void TestErrorReport::threadIdIsTheCallers()
     QVERIFY(expected != line(QThread::currentThreadId()));
 }
 
-// The program itself, in a folder whose name the local encoding writes differently than UTF-8.
-void TestErrorReport::pathOutsideTheLocalEncodingStaysGarbled()
-{
-    const QTemporaryDir folder;
-    const QString named = folder.filePath(QStringLiteral("声音"));
-    QVERIFY(QDir().mkpath(named));
-    const QString program = named + QStringLiteral("/program");
-    QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), program));
-
-    QProcess process;
-    process.start(program, {kPrintReport});
-    QVERIFY(process.waitForFinished());
-    const QString report =
-        QString::fromUtf8(process.readAllStandardOutput()).remove(QLatin1Char('\r'));
-
-    const QByteArray local = QTextCodec::codecForName("GB18030")->fromUnicode(program);
-    const QString garbled = QString::fromUtf8(local);
-    QVERIFY(garbled != program);
-    QCOMPARE(lineStarting(report, QStringLiteral("  Executable: ")),
-             QStringLiteral("  Executable: ") + garbled);
-}
-
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("NameOfIt"));
     QCoreApplication::setApplicationVersion(QStringLiteral("7.8.9"));
-    if (QCoreApplication::arguments().contains(kPrintReport)) {
-        QCoreApplication::applicationFilePath(); // read while the encoding is the system's
-        QTextCodec::setCodecForLocale(QTextCodec::codecForName("GB18030"));
-        std::fputs(buildErrorReport({}, {}).toUtf8().constData(), stdout);
-        return 0;
-    }
     TestErrorReport test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -1,5 +1,6 @@
 // The dialog on a real X server, operated by its buttons.
 #include "platform/display.h"
+#include "platform/qtgeneration.h"
 #include "report/errorreportdialog.h"
 #include "tests/support/text.h"
 
@@ -15,7 +16,6 @@
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTextBlock>
-#include <QTextCodec>
 #include <QTextEdit>
 #include <QtTest>
 #include <QVBoxLayout>
@@ -220,10 +220,10 @@ void TestErrorReportDialog::saveIsUtf8InEveryLocale()
     const QString path = folder.filePath(QStringLiteral("report.txt"));
     User user;
     user.answerFileDialog = [&path](QFileDialog *dialog) { choose(dialog, path); };
-    QTextCodec *const before = QTextCodec::codecForLocale();
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
-    press(m_dialog, QStringLiteral("保存到文件"));
-    QTextCodec::setCodecForLocale(before);
+    {
+        const LocalEncoding encoding("ISO-8859-1");
+        press(m_dialog, QStringLiteral("保存到文件"));
+    }
     QFile file(path);
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), textFile(kReport));

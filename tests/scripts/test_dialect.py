@@ -107,6 +107,13 @@ class Dialect(unittest.TestCase):
         for condition in ("#ifdef _WIN32", "#if defined(__linux__)", "# ifndef Q_OS_WIN"):
             self.finds("capture/x.cpp", condition + "\n", "condition for the host")
 
+    def test_condition_for_the_generation_of_qt(self):
+        for condition in ("#if QT_VERSION_MAJOR >= 6", "# elif QT_VERSION < QT_VERSION_CHECK(6, 0, 0)"):
+            self.finds("platform/x.cpp", condition + "\n", "condition for the generation")
+        for line in ("target_link_libraries(x Qt5::Core)", "  qt6_add_repc_replicas(x y.rep)",
+                     "find_package(Qt6 REQUIRED)"):
+            self.finds("report/CMakeLists.txt", line + "\n", "generation of Qt named")
+
     def test_cast(self):
         for cast in ("x = int(y);", "return qint16(y);", "f(1, std::size_t(n));", "x = (int)y;",
                      "y < DWORD(x);", "x = -double(y);", "QCOMPARE(n, ULONG(2));"):

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numeric>
 #include <QtEndian>
+#include <utility>
 
 namespace reference {
 
@@ -231,7 +232,7 @@ void Engine::spectrumChanged(const QVector<Point> &received)
         const int bars = band.bars.size();
         band.bars.fill(0.0F);
         const int step = (band.maxFrequency - band.minFrequency) / bars;
-        for (const Point &point : qAsConst(spectrum)) {
+        for (const Point &point : std::as_const(spectrum)) {
             if (point.frequency <= band.minFrequency || point.frequency >= band.maxFrequency)
                 continue;
             const int bar =

@@ -1,6 +1,8 @@
+#include "platform/qtgeneration.h"
 #include "spectrum/frequencyspectrum.h"
 
 #include <QtTest>
+#include <utility>
 
 class TestFrequencySpectrum : public QObject {
     Q_OBJECT
@@ -43,14 +45,14 @@ void TestFrequencySpectrum::writingOneOwnerLeavesTheOther()
     FrequencySpectrum first(3);
     first[1].amplitude = 0.5;
     const FrequencySpectrum second = first;
-    QCOMPARE(qAsConst(first).begin(), second.begin());
+    QCOMPARE(std::as_const(first).begin(), second.begin());
 
     first[1].amplitude = 0.75;
     first[2].clipped = true;
     QCOMPARE(second[1].amplitude, 0.5);
     QCOMPARE(second[2].clipped, false);
-    QCOMPARE(qAsConst(first)[1].amplitude, 0.75);
-    QVERIFY(qAsConst(first).begin() != second.begin());
+    QCOMPARE(std::as_const(first)[1].amplitude, 0.75);
+    QVERIFY(std::as_const(first).begin() != second.begin());
 
     FrequencySpectrum third = second;
     for (FrequencySpectrum::Element &point : third)
@@ -75,20 +77,20 @@ void TestFrequencySpectrum::iteratesFromFirstToLast()
         point.frequency = n++;
     QCOMPARE(n, 4);
     n = 0;
-    for (const FrequencySpectrum::Element &point : qAsConst(spectrum))
+    for (const FrequencySpectrum::Element &point : std::as_const(spectrum))
         QCOMPARE(point.frequency, static_cast<double>(n++));
     QCOMPARE(spectrum[3].frequency, 3.0);
 }
 
 void TestFrequencySpectrum::isAMetaType()
 {
-    qRegisterMetaType<FrequencySpectrum>();
-    const int type = QMetaType::type("FrequencySpectrum");
-    QVERIFY(type != QMetaType::UnknownType);
+    const QMetaType type(qRegisterMetaType<FrequencySpectrum>());
+    QVERIFY(type.isValid());
+    QCOMPARE(metaTypeNamed("FrequencySpectrum"), type.id());
     const FrequencySpectrum spectrum(2);
-    void *copy = QMetaType::create(type, &spectrum);
+    void *copy = type.create(&spectrum);
     QCOMPARE(static_cast<FrequencySpectrum *>(copy)->count(), 2);
-    QMetaType::destroy(type, copy);
+    type.destroy(copy);
 }
 
 QTEST_APPLESS_MAIN(TestFrequencySpectrum)

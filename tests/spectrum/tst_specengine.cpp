@@ -1,4 +1,5 @@
 // The engine's buffer, its slots and its life; levels and hand-over have files of their own.
+#include "platform/qtgeneration.h"
 #include "tests/spectrum/enginetest.h"
 #include "tests/spectrum/testsound.h"
 
@@ -63,8 +64,8 @@ void TestSpecEngine::metaObjectIsAsDeclared()
 void TestSpecEngine::registersItsMetaTypes()
 {
     const SpecEnginePeer peer;
-    QVERIFY(QMetaType::type("FrequencySpectrum") != QMetaType::UnknownType);
-    QVERIFY(QMetaType::type("WindowFunction") != QMetaType::UnknownType);
+    QVERIFY(metaTypeNamed("FrequencySpectrum") != QMetaType::UnknownType);
+    QVERIFY(metaTypeNamed("WindowFunction") != QMetaType::UnknownType);
 }
 
 void TestSpecEngine::fresh()

@@ -11,6 +11,7 @@
 #include <QPointer>
 #include <QThread>
 #include <QtTest>
+#include <utility>
 
 namespace {
 
@@ -137,7 +138,7 @@ void TestSpectrumAnalyser::blockIsCopiedAtTheHandOver()
     QVector<reference::Point> expected;
     reference::analyse(block, 48000, 2, expected);
     for (int i = 0; i < 2048; ++i)
-        QVERIFY(std::fabs(qAsConst(received)[i].amplitude - expected[i].amplitude) < 2e-5);
+        QVERIFY(std::fabs(std::as_const(received)[i].amplitude - expected[i].amplitude) < 2e-5);
 }
 
 void TestSpectrumAnalyser::destroyingTheAnalyserLeavesTheWorker()

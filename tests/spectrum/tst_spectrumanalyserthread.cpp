@@ -11,6 +11,7 @@
 #include <QPointer>
 #include <QThread>
 #include <QtTest>
+#include <utility>
 
 namespace {
 
@@ -142,7 +143,7 @@ void TestSpectrumAnalyserThread::windowValueAboveEightMakesEveryAmplitudeZero()
     for (int i = 0; i < 2; ++i)
         worker.calculate(sound::pcm(sound::whiteNoise(1.0), 0, 2048));
     QCOMPARE(worker.spectra.size(), 2);
-    for (const FrequencySpectrum &spectrum : qAsConst(worker.spectra)) {
+    for (const FrequencySpectrum &spectrum : std::as_const(worker.spectra)) {
         for (const FrequencySpectrum::Element &point : spectrum)
             QCOMPARE(point.amplitude, 0.0);
     }

@@ -1,14 +1,15 @@
 #include "tools/monitor/spectrumreading.h"
 
+#include "platform/qtgeneration.h"
+
 #include <cmath>
-#include <QStringRef>
 #include <utility>
 
 namespace {
 
 constexpr int kLevelCount = 3;
 
-bool readLevel(const QStringRef &field, double *level)
+bool readLevel(TextPiece field, double *level)
 {
     bool ok = false;
     *level = field.toDouble(&ok);
@@ -19,7 +20,7 @@ bool readLevel(const QStringRef &field, double *level)
 
 bool readSpectrumMessage(const QString &message, SpectrumReading *reading)
 {
-    const QVector<QStringRef> fields = message.splitRef(QStringLiteral("/&+&/"));
+    const auto fields = splitText(message, QStringLiteral("/&+&/"));
     if (fields.size() != 1 + kLevelCount + kBarCount
         || fields.first() != QLatin1String("SoundSpectrum"))
         return false;

@@ -39,7 +39,8 @@ int fittingLength(const QVector<uint> &text, int columns)
 
 QString asText(const QVector<uint> &characters)
 {
-    return QString::fromUcs4(characters.constData(), characters.size());
+    return QString::fromUcs4(reinterpret_cast<const char32_t *>(characters.constData()),
+                             characters.size());
 }
 
 } // namespace

@@ -34,9 +34,10 @@ QString coloured(const QString &text, int colour)
 QVector<int> spread(const QVector<int> &bars, int columns)
 {
     QVector<int> result;
+    const int count = static_cast<int>(bars.size());
     for (int i = 0; i < columns; ++i) {
-        const int first = i * bars.size() / columns;
-        const int last = std::max((i + 1) * bars.size() / columns, first + 1);
+        const int first = i * count / columns;
+        const int last = std::max((i + 1) * count / columns, first + 1);
         result.append(std::max(*std::max_element(bars.begin() + first, bars.begin() + last), 0));
     }
     return result;
@@ -56,13 +57,13 @@ QString axisOf(int columns)
     QString axis(columns, QLatin1Char(' '));
     const auto put = [&](int frequency, const QString &label) {
         const int middle = (frequency + kHighestFrequencyHz) * columns / (2 * kHighestFrequencyHz);
-        const int start =
-            std::clamp(middle - label.size() / 2, 0, std::max(columns - label.size(), 0));
+        const int width = static_cast<int>(label.size());
+        const int start = std::clamp(middle - width / 2, 0, std::max(columns - width, 0));
         // A label that would touch another one, or be cut, is left out.
-        if (start + label.size() > columns
-            || !axis.mid(std::max(start - 1, 0), label.size() + 2).trimmed().isEmpty())
+        if (start + width > columns
+            || !axis.mid(std::max(start - 1, 0), width + 2).trimmed().isEmpty())
             return;
-        axis.replace(start, label.size(), label);
+        axis.replace(start, width, label);
     };
     put(0, QStringLiteral("0"));
     put(-kHighestFrequencyHz, QStringLiteral("%1 Hz").arg(kHighestFrequencyHz));

@@ -1,7 +1,8 @@
 #include "tools/monitor/translation.h"
 
+#include "platform/qtgeneration.h"
+
 #include <QCoreApplication>
-#include <QLibraryInfo>
 #include <QLocale>
 #include <QTranslator>
 
@@ -18,7 +19,7 @@ bool install(const QString &name, const QString &folder)
 
 void installTranslations()
 {
-    const QString qt = QLibraryInfo::location(QLibraryInfo::TranslationsPath);
+    const QString qt = qtTranslations();
     // On Windows Qt's catalogues are one file.
     if (!install(QStringLiteral("qtbase"), qt))
         install(QStringLiteral("qt"), qt);

@@ -1,5 +1,7 @@
 #include "platform/linux/desktop/sessionnotifier.h"
 
+#include "platform/qtgeneration.h"
+
 #include <windows.h>
 #include <QCoreApplication>
 #include <QDBusArgument>
@@ -12,6 +14,7 @@
 #include <QPointer>
 #include <QWindow>
 #include <unistd.h>
+#include <utility>
 #include <wtsapi32.h>
 
 namespace {
@@ -219,7 +222,7 @@ QString SessionNotifier::sessionOfUser() const
             seated.append(path.path());
     }
     list.endArray();
-    for (const QString &path : qAsConst(seated)) {
+    for (const QString &path : std::as_const(seated)) {
         const QDBusReply<QVariantMap> session =
             m_bus.call(propertiesCall(path), QDBus::Block, kTimeoutMs);
         if (session.isValid() && isOwnAndLocal(session.value()))
@@ -320,7 +323,7 @@ void SessionNotifier::onSessionRemoved(const QDBusMessage &message)
 
 void SessionNotifier::notify(const QString &path, UINT code)
 {
-    for (const HWND handle : qAsConst(m_windows)) {
+    for (const HWND handle : std::as_const(m_windows)) {
         QWindow *const window = windowOf(handle);
         if (!window)
             continue;
@@ -330,7 +333,7 @@ void SessionNotifier::notify(const QString &path, UINT code)
         message.wParam = code;
         message.lParam = sessionNumber(path);
         message.time = static_cast<DWORD>(GetTickCount64());
-        long result = 0;
+        NativeEventResult result = 0;
         QWindowSystemInterface::handleNativeEvent(window, QByteArrayLiteral("windows_generic_MSG"),
                                                   &message, &result);
     }

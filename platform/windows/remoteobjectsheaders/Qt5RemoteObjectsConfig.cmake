@@ -19,14 +19,16 @@ set(Qt5RemoteObjects_INCLUDE_DIRS
 file(COPY ${TONEWELL_REMOTEOBJECTS_HEADERS}/QtRemoteObjects
     DESTINATION ${CMAKE_BINARY_DIR}/remoteobjectsheaders)
 
+find_package(Qt5Network REQUIRED)
 set(Qt5RemoteObjects_HEADERS_ONLY TRUE)
 set(Qt5RemoteObjects_REPC_EXECUTABLE ${TONEWELL_REPC})
 set(Qt5RemoteObjects_VERSION ${Qt5Core_VERSION})
 if(NOT TARGET Qt5::RemoteObjects)
-    find_package(Qt5Network REQUIRED)
     add_library(Qt5::RemoteObjects INTERFACE IMPORTED)
     target_include_directories(Qt5::RemoteObjects INTERFACE ${Qt5RemoteObjects_INCLUDE_DIRS})
     target_compile_definitions(Qt5::RemoteObjects INTERFACE QT_REMOTEOBJECTS_LIB)
     target_link_libraries(Qt5::RemoteObjects INTERFACE Qt5::Network Qt5::Core)
+    add_library(Qt::RemoteObjects INTERFACE IMPORTED)
+    target_link_libraries(Qt::RemoteObjects INTERFACE Qt5::RemoteObjects)
 endif()
 include(${TONEWELL_REMOTEOBJECTS_MACROS})

@@ -40,7 +40,7 @@ public:
     }
 
 protected:
-    bool nativeEvent(const QByteArray &eventType, void *message, long *result) override
+    bool nativeEvent(const QByteArray &eventType, void *message, NativeEventResult *result) override
     {
         if (eventType == "windows_generic_MSG") {
             const MSG *const msg = static_cast<const MSG *>(message);
@@ -376,4 +376,5 @@ void LogindTest::unlockLogOnAndConnectRestartCaptureLockAndDisconnectDoNot()
 }
 
 QTEST_MAIN(LogindTest)
+#include "platform/qtgeneration.h"
 #include "tst_logind.moc"

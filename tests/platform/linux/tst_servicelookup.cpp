@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <unistd.h>
+#include <utility>
 
 class ServiceLookupTest : public QObject {
     Q_OBJECT
@@ -54,7 +55,7 @@ void ServiceLookupTest::init()
 
 void ServiceLookupTest::cleanup()
 {
-    for (const auto &variable : qAsConst(m_before))
+    for (const auto &variable : std::as_const(m_before))
         qputenv(variable.first.constData(), variable.second);
     m_before.clear();
     m_folder.reset();

@@ -1,5 +1,6 @@
 #include "tests/support/linux/soundserver.h"
 
+#include "platform/qtgeneration.h"
 #include "tests/support/text.h"
 
 #include <csignal>
@@ -15,9 +16,9 @@ namespace {
 constexpr int kPatienceMs = 15000; // for anything that a loaded machine may take its time for
 
 // Ends with this process, whatever ends it.
-class Companion : public QProcess {
+class Companion : public PreparedProcess {
 protected:
-    void setupChildProcess() override { ::prctl(PR_SET_PDEATHSIG, SIGKILL); }
+    void prepare() override { ::prctl(PR_SET_PDEATHSIG, SIGKILL); }
 };
 
 void endProcess(QProcess *process)

@@ -11,6 +11,7 @@
 #include <QRemoteObjectHost>
 #include <QTest>
 #include <QTimer>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -106,7 +107,7 @@ void MonitorJsonTest::nothingElseIsOnStandardOutput()
     QVERIFY(lines.takeLast().isEmpty());
     QVERIFY(!lines.isEmpty());
     double time = 0;
-    for (const QByteArray &line : qAsConst(lines)) {
+    for (const QByteArray &line : std::as_const(lines)) {
         const QJsonObject object = QJsonDocument::fromJson(line).object();
         QCOMPARE(
             object.keys(),

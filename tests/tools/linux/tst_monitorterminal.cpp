@@ -1,4 +1,5 @@
 // tonewell-monitor in a terminal of this test: fills it, follows its size, gives it back.
+#include "platform/qtgeneration.h"
 #include "remote/commoninterface.h"
 #include "remote/spectrummessage.h"
 #include "tests/support/privatefolder.h"
@@ -28,9 +29,9 @@ constexpr char kLeave[] = "\x1b[?25h\x1b[?1049l";
 
 /// A process in a group of its own, as a shell starts it: one without a parent in another group of
 /// its session could not be stopped.
-class Job : public QProcess {
+class Job : public PreparedProcess {
 protected:
-    void setupChildProcess() override { setpgid(0, 0); }
+    void prepare() override { setpgid(0, 0); }
 };
 
 /// A pseudo-terminal with the monitor in it and what it has written.

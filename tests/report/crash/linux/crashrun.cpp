@@ -1,5 +1,6 @@
 #include "tests/report/crash/linux/crashrun.h"
 
+#include "platform/qtgeneration.h"
 #include "tests/report/crash/crashreport.h"
 
 #include <ctime>
@@ -24,7 +25,7 @@ qint64 monotonicNow() // ns, the same clock in all processes
     return now.tv_sec * Q_INT64_C(1000000000) + now.tv_nsec;
 }
 
-class Program : public QProcess {
+class Program : public PreparedProcess {
 public:
     explicit Program(Errors errors)
         : m_errors(errors)
@@ -65,7 +66,7 @@ public:
     }
 
 protected:
-    void setupChildProcess() override
+    void prepare() override
     {
         if (m_writer >= 0)
             dup2(m_writer, STDERR_FILENO);

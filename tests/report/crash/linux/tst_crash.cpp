@@ -101,7 +101,7 @@ void TestCrash::checkAddress(const Run &run)
                  qPrintable(message));
     if (field(run.report, QStringLiteral("Exception Type"))
         == QLatin1String("EXCEPTION_STACK_OVERFLOW")) {
-        QCOMPARE(mappedFile(run.facts, address.midRef(2).toULongLong(nullptr, 16)),
+        QCOMPARE(mappedFile(run.facts, address.mid(2).toULongLong(nullptr, 16)),
                  QStringLiteral("crashprogram"));
     }
 }
