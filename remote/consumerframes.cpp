@@ -1,7 +1,10 @@
 #include "remote/consumerframes.h"
 
+#include "remote/frameformat.h"
+
 #include <QByteArray>
 #include <QDataStream>
+#include <QIODevice>
 #include <QMetaType>
 #include <QtEndian>
 
@@ -27,13 +30,15 @@ template <typename... Values> std::string serialised(const Values &...values)
 {
     QByteArray bytes;
     QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream.setByteOrder(kFrameByteOrder);
     (stream << ... << values);
     return bytes.toStdString();
 }
 
 quint32 lengthAt(std::string_view bytes)
 {
-    return qFromBigEndian<quint32>(bytes.data());
+    return kFrameByteOrder == QDataStream::BigEndian ? qFromBigEndian<quint32>(bytes.data())
+                                                     : qFromLittleEndian<quint32>(bytes.data());
 }
 
 bool startsWith(std::string_view bytes, std::string_view start)

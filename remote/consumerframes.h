@@ -4,11 +4,11 @@
 #include <string>
 #include <string_view>
 
-/// What one consumer may say, and where each piece of it ends. The only place that knows the wire
-/// format of Qt Remote Objects 5.12 to 5.15; needs nothing of that library.
+/// What one consumer may say, and where each piece of it ends. The only place, with frameformat.h,
+/// that knows the wire format of Qt Remote Objects; needs nothing of that library.
 ///
-/// A frame is a length of four bytes, big-endian, and that many bytes. Of all that the format can
-/// express, a replica of the published interface sends four things:
+/// A frame is a length of four bytes and that many bytes. Of all that the format can express, a
+/// replica of the published interface sends four things:
 ///
 /// - it asks for the object, as a typed or as a dynamic replica, once until it has given it back;
 /// - it gives the object back;

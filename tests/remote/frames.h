@@ -1,8 +1,11 @@
 // What a consumer sends, built piece by piece: right as it stands, wrong where a test changes it.
 #pragma once
 
+#include "remote/frameformat.h"
+
 #include <QByteArray>
 #include <QDataStream>
+#include <QIODevice>
 #include <QString>
 #include <QVariant>
 
@@ -20,8 +23,25 @@ template <typename... Values> QByteArray bytes(const Values &...values)
     QByteArray result;
     QDataStream stream(&result, QIODevice::WriteOnly);
     stream.setVersion(QDataStream::Qt_5_12);
+    stream.setByteOrder(kFrameByteOrder);
     (stream << ... << values);
     return result;
+}
+
+/// The number that stands there.
+template <typename Number> Number numberAt(const QByteArray &bytes, int position)
+{
+    Number result {};
+    QDataStream stream(bytes.mid(position));
+    stream.setByteOrder(kFrameByteOrder);
+    stream >> result;
+    return result;
+}
+
+/// What kind of frame that is.
+inline quint16 kindOf(const QByteArray &frame)
+{
+    return numberAt<quint16>(frame, sizeof(quint32));
 }
 
 /// The content with its length before it.
