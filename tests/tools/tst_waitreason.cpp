@@ -13,11 +13,12 @@ namespace {
 
 constexpr int kPatienceMs = 20000;
 
-/// The first packet of a host.
-QByteArray handshake(const QString &protocol)
+/// The first packet of a host: of Qt 5, or of Qt 6.
+QByteArray handshake(const QString &protocol, bool six = false)
 {
     QByteArray packet;
     QDataStream stream(&packet, QIODevice::WriteOnly);
+    stream.setByteOrder(six ? QDataStream::LittleEndian : QDataStream::BigEndian);
     stream << quint32 {0} << quint16 {1} << protocol;
     return packet;
 }
@@ -165,11 +166,19 @@ void WaitReasonTest::theServiceIsFull()
 
 void WaitReasonTest::protocolIsReadFromThePacket()
 {
-    const QByteArray packet = handshake(QStringLiteral("QtRO 1.3"));
-    QCOMPARE(ServiceProbe::protocolOf(packet), QStringLiteral("QtRO 1.3"));
-    QCOMPARE(ServiceProbe::protocolOf(packet + "more"), QStringLiteral("QtRO 1.3"));
-    for (int size = 0; size < packet.size(); ++size)
-        QCOMPARE(ServiceProbe::protocolOf(packet.left(size)), QString());
+    for (const bool six : {false, true}) {
+        const QString protocol = six ? QStringLiteral("QtRO 2.0") : QStringLiteral("QtRO 1.3");
+        const QByteArray packet = handshake(protocol, six);
+        QCOMPARE(ServiceProbe::protocolOf(packet), protocol);
+        QCOMPARE(ServiceProbe::protocolOf(packet + "more"), protocol);
+        for (int size = 0; size < packet.size(); ++size)
+            QCOMPARE(ServiceProbe::protocolOf(packet.left(size)), QString());
+    }
+    // As a host of Qt 6.8.2 sent it.
+    QCOMPARE(ServiceProbe::protocolOf(QByteArray::fromHex("16000000010010000000510074005200"
+                                                          "4f00200032002e003000"
+                                                          "6800000009000100")),
+             QStringLiteral("QtRO 2.0"));
     QCOMPARE(ServiceProbe::protocolOf(handshake(QStringLiteral("HTTP/1.1"))), QString());
     QCOMPARE(ServiceProbe::protocolOf(QByteArray(64, '\xff')), QString());
 }

@@ -59,12 +59,16 @@ void ServiceProbe::read()
 
 QString ServiceProbe::protocolOf(const QByteArray &packet)
 {
-    QDataStream stream(packet);
-    quint32 size = 0;
-    quint16 kind = 0;
-    QString name;
-    stream >> size >> kind >> name;
-    if (stream.status() != QDataStream::Ok || !name.startsWith(QLatin1String("QtRO ")))
-        return {};
-    return name;
+    // Qt 5 writes its numbers in one order, Qt 6 in the other.
+    for (const auto order : {QDataStream::BigEndian, QDataStream::LittleEndian}) {
+        QDataStream stream(packet);
+        stream.setByteOrder(order);
+        quint32 size = 0;
+        quint16 kind = 0;
+        QString name;
+        stream >> size >> kind >> name;
+        if (stream.status() == QDataStream::Ok && name.startsWith(QLatin1String("QtRO ")))
+            return name;
+    }
+    return {};
 }
