@@ -14,7 +14,9 @@ set(tonewell_doc ${CMAKE_INSTALL_DATADIR}/doc/tonewell-detection)
 install(FILES remote/commoninterface.rep DESTINATION ${tonewell_shared})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/TonewellConfigVersion.cmake
     VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion ARCH_INDEPENDENT)
-install(FILES packaging/TonewellConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/TonewellConfigVersion.cmake
+configure_file(packaging/TonewellConfig.cmake.in TonewellConfig.cmake @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/TonewellConfig.cmake
+    ${CMAKE_CURRENT_BINARY_DIR}/TonewellConfigVersion.cmake
     DESTINATION ${tonewell_shared}/cmake)
 install(DIRECTORY examples DESTINATION ${tonewell_doc} PATTERN __pycache__ EXCLUDE)
 install(FILES docs/protocol.md DESTINATION ${tonewell_doc})

@@ -1,14 +1,19 @@
 #!/usr/bin/env python3
 """Prints the levels and the loudest frequency of each channel, twice a second, from what
-TonewellDetection publishes. Ctrl-C ends it. Needs PyQt5 with Qt Remote Objects (on Debian:
-python3-pyqt5.qtremoteobjects).
+TonewellDetection publishes. Ctrl-C ends it. Needs PyQt with Qt Remote Objects, of the generation of Qt
+that the service is of (on Debian 12: python3-pyqt5.qtremoteobjects, on Debian 13:
+python3-pyqt6.qtremoteobjects).
 """
 import signal
 import sys
 import time
 
-from PyQt5.QtCore import QCoreApplication, QTimer, QUrl
-from PyQt5.QtRemoteObjects import QRemoteObjectNode
+try:
+    from PyQt5.QtCore import QCoreApplication, QTimer, QUrl
+    from PyQt5.QtRemoteObjects import QRemoteObjectNode
+except ImportError:
+    from PyQt6.QtCore import QCoreApplication, QTimer, QUrl
+    from PyQt6.QtRemoteObjects import QRemoteObjectNode
 
 SEPARATOR = "/&+&/"
 BARS = 100

@@ -7,14 +7,13 @@ import json
 import sys
 import time
 
-from PyQt5.QtCore import QCoreApplication, QSocketNotifier, QUrl
-from PyQt5.QtRemoteObjects import QRemoteObjectNode
+from pyqt import QtCore, QtRemoteObjects
 
 
 def main():
-    app = QCoreApplication(sys.argv)
-    node = QRemoteObjectNode()
-    node.connectToNode(QUrl("local:tonewell"))
+    app = QtCore.QCoreApplication(sys.argv)
+    node = QtRemoteObjects.QRemoteObjectNode()
+    node.connectToNode(QtCore.QUrl("local:tonewell"))
     replica = node.acquireDynamic("Tonewell")
     connected = []
 
@@ -29,7 +28,7 @@ def main():
         show(["ready"])
 
     replica.initialized.connect(initialised)
-    end = QSocketNotifier(sys.stdin.fileno(), QSocketNotifier.Read)
+    end = QtCore.QSocketNotifier(sys.stdin.fileno(), QtCore.QSocketNotifier.Type.Read)
     end.activated.connect(app.quit)
     return app.exec()
 

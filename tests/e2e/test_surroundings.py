@@ -30,7 +30,7 @@ BANNER = "     TonewellDetection Error Report\n"
 LAST_LINE = "  pwfx = null (device not initialized)\n"  # of the report of a failed start
 WHOLE_REPORT = "\n            End of Report\n"
 NAMESPACE = ("unshare", "--mount") if os.getuid() == 0 else \
-    ("unshare", "--user", "--map-current-user", "--keep-caps", "--mount")
+    ("unshare", "--user", "--map-root-user", "--mount")
 
 
 def in_namespace(script):

@@ -16,14 +16,13 @@ TONES = (1015, 455)  # Hz, left and right, each the middle of a bar
 
 # Under the service's name, but without its signal.
 OTHER_SOURCE = """
-from PyQt5.QtCore import QCoreApplication, QObject, QUrl, pyqtSignal
-from PyQt5.QtRemoteObjects import QRemoteObjectHost
+from pyqt import QtCore, QtRemoteObjects
 
-class Other(QObject):
-    sigOther = pyqtSignal(str)
+class Other(QtCore.QObject):
+    sigOther = QtCore.pyqtSignal(str)
 
-app = QCoreApplication([])
-host = QRemoteObjectHost(QUrl("local:tonewell"))
+app = QtCore.QCoreApplication([])
+host = QtRemoteObjects.QRemoteObjectHost(QtCore.QUrl("local:tonewell"))
 other = Other()
 host.enableRemoting(other, "Tonewell")
 app.exec()

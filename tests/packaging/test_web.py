@@ -14,10 +14,9 @@ import sys
 import tempfile
 import unittest
 
-from PyQt5.QtGui import QImage
-
 import harness
 from browser import Browser
+from pyqt import QtGui
 
 BRIDGE = os.path.join(os.environ["TONEWELL_SOURCE"], "examples/web/bridge.py")
 MONITOR = os.path.join(os.path.dirname(harness.PROGRAM), "tonewell-monitor")
@@ -284,7 +283,7 @@ class Page(unittest.TestCase):
         self.addCleanup(self.browser.close)
 
     def picture(self):
-        picture = QImage.fromData(self.browser.picture(), "PNG")
+        picture = QtGui.QImage.fromData(self.browser.picture(), "PNG")
         self.assertEqual((picture.width(), picture.height()), (self.WIDTH, self.HEIGHT))
         return picture
 
