@@ -62,7 +62,7 @@ class Options(unittest.TestCase):
 
     def test_unknown_options_are_refused(self):
         for name in SCRIPTS:
-            if name not in ("test", "test-windows"):  # which hand them to ctest
+            if name not in ("test", "test-debian", "test-windows"):  # which hand them to ctest
                 self.assert_refused(name, "--no-such-option")
 
     def test_what_is_no_preset_is_refused(self):
@@ -82,6 +82,10 @@ class Options(unittest.TestCase):
             with open(os.path.join(qt, "lib/cmake/Qt5/Qt5Config.cmake"), "w", encoding="ascii"):
                 pass
             self.assert_refused("on-windows", qt)
+
+    def test_what_is_no_release_is_refused(self):
+        for name in ("test-debian", "test-package"):
+            self.assert_refused(name, "11")
 
     def test_the_windows_tests_want_a_tarball(self):
         self.assert_refused("test-windows", "--qt")
