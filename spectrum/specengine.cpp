@@ -147,7 +147,7 @@ void SpecEngine::appendToBuffer(const QByteArray &data)
     char *buffer = m_buffer.data();
     if (m_bufferPosition + m_analysisLength >= m_bufferLength) {
         const qint64 keep = std::min<qint64>(m_analysisLength, m_bufferLength);
-        if (keep > 0 && m_bufferPosition >= keep) {
+        if (m_bufferPosition >= keep) {
             std::memmove(buffer, buffer + m_bufferPosition - keep, static_cast<std::size_t>(keep));
             m_bufferPosition = keep;
         }
