@@ -21,15 +21,26 @@ class Logind:
     """The bus, the mocked logind on it, and the one session of this user that is there at first."""
 
     def __init__(self, world):
-        path = os.path.join(world.folder, "system-bus")
-        world.environment["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + path
-        world.others.append(world.start("system-bus", "dbus-daemon", "--session", "--nofork", "--nopidfile",
-                                        "--address=unix:path=" + path))
-        harness.wait_until(lambda: harness.is_listening(path), 10, "the system bus")
-        world.others.append(world.start("logind", sys.executable, "-m", "dbusmock", "--template", "logind"))
-        self.bus = dbus.bus.BusConnection("unix:path=" + path)
+        self.world = world
+        self.path = os.path.join(world.folder, "system-bus")
+        world.environment["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + self.path
+        self.start()
+
+    def start(self):
+        self.daemon = self.world.start("system-bus", "dbus-daemon", "--session", "--nofork", "--nopidfile",
+                                       "--address=unix:path=" + self.path)
+        self.world.others.append(self.daemon)
+        harness.wait_until(lambda: harness.is_listening(self.path), 10, "the system bus")
+        self.world.others.append(self.world.start("logind", sys.executable, "-m", "dbusmock",
+                                                  "--template", "logind"))
+        self.bus = dbus.bus.BusConnection("unix:path=" + self.path)
         harness.wait_until(self.lists_sessions, 20, "logind")
         self.add_session("1")
+
+    def kill_bus(self):
+        self.bus.close()
+        self.daemon.kill()
+        self.daemon.wait()
 
     def close(self):
         self.bus.close()
@@ -119,6 +130,21 @@ class Session(unittest.TestCase):
 
     def test_log_on_restarts(self):
         self.check_restart(lambda: self.logind.add_session("2"))
+
+    def test_a_bus_that_returns_is_followed_again(self):
+        self.check_no_restart(self.logind.kill_bus)
+        before = self.streams()
+        self.logind.start()
+        end = time.monotonic() + 30
+        while self.streams() == before:
+            self.assertLess(time.monotonic(), end, "no event is heard")
+            self.logind.call("Unlock")
+            time.sleep(1)
+        harness.wait_until(lambda: len(self.streams()) == 1, 10, "a new stream")
+        time.sleep(3)  # the last of these calls has had its effect
+        self.bars_follow()
+        self.check_no_restart(lambda: self.logind.call("Lock"))
+        self.check_restart(lambda: self.logind.call("Unlock"))
 
 
 if __name__ == "__main__":

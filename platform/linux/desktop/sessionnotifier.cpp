@@ -1,53 +1,44 @@
 #include "platform/linux/desktop/sessionnotifier.h"
 
+#include "platform/linux/desktop/logind.h"
 #include "platform/qtgeneration.h"
 
 #include <windows.h>
+#include <algorithm>
+#include <atomic>
 #include <QCoreApplication>
-#include <QDBusArgument>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QDBusReply>
 #include <QGuiApplication>
 #include <qpa/qwindowsysteminterface.h>
 #include <QPointer>
+#include <QThread>
 #include <QWindow>
-#include <unistd.h>
 #include <utility>
 #include <wtsapi32.h>
 
 namespace {
 
-constexpr int kTimeoutMs = 1000; // for one answer of logind
+using Logind::managerInterface;
+using Logind::managerPath;
+using Logind::propertiesInterface;
+using Logind::service;
+using Logind::sessionInterface;
 
-QString service()
+constexpr int kFirstPauseMs = 500;
+constexpr int kLastPauseMs = 15000;
+
+/// The library keeps a connection under its name, also one that has ended.
+QString newConnectionName()
 {
-    return QStringLiteral("org.freedesktop.login1");
-}
-QString managerPath()
-{
-    return QStringLiteral("/org/freedesktop/login1");
-}
-QString managerInterface()
-{
-    return QStringLiteral("org.freedesktop.login1.Manager");
-}
-QString sessionInterface()
-{
-    return QStringLiteral("org.freedesktop.login1.Session");
-}
-QString propertiesInterface()
-{
-    return QStringLiteral("org.freedesktop.DBus.Properties");
+    static std::atomic<int> s_number {0};
+    return QStringLiteral("tonewell-session-%1").arg(++s_number);
 }
 
-QDBusMessage managerCall(const QString &method, const QVariantList &arguments = {})
+QDBusConnection noConnection()
 {
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(service(), managerPath(), managerInterface(), method);
-    call.setArguments(arguments);
-    return call;
+    return QDBusConnection(QString());
 }
 
 /// logind escapes a path element's leading digit and every character beyond letters and digits.
@@ -59,64 +50,6 @@ LPARAM sessionNumber(const QString &path)
     bool ok = false;
     const uint number = name.toUInt(&ok);
     return ok ? static_cast<LPARAM>(number) : 0;
-}
-
-/// Opens a new connection. The bus library reads the variable once in a process; this function
-/// reads it at each call.
-QDBusConnection connectToSystemBus(const QString &name)
-{
-    const QString address = qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
-    return address.isEmpty() ? QDBusConnection::connectToBus(QDBusConnection::SystemBus, name)
-                             : QDBusConnection::connectToBus(address, name);
-}
-
-/// QDBusConnectionInterface would ask the same, but wait 25 s for a bus that does not answer.
-bool isLogindOn(const QDBusConnection &bus)
-{
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameHasOwner"));
-    call.setArguments({service()});
-    const QDBusReply<bool> reply = bus.call(call, QDBus::Block, kTimeoutMs);
-    return reply.isValid() && reply.value();
-}
-
-QDBusMessage propertiesCall(const QString &path)
-{
-    QDBusMessage call = QDBusMessage::createMethodCall(service(), path, propertiesInterface(),
-                                                       QStringLiteral("GetAll"));
-    call.setArguments({sessionInterface()});
-    return call;
-}
-
-/// Whether this user sits at the machine itself: neither a remote nor a background session.
-bool isOwnAndLocal(const QVariantMap &session)
-{
-    const QDBusArgument user = session.value(QStringLiteral("User")).value<QDBusArgument>();
-    if (user.currentSignature() != QLatin1String("(uo)"))
-        return false;
-    uint id = 0;
-    QDBusObjectPath userPath;
-    user.beginStructure();
-    user >> id >> userPath;
-    user.endStructure();
-    return id == getuid() && !session.value(QStringLiteral("Remote")).toBool()
-        && session.value(QStringLiteral("Class")).toString() == QLatin1String("user");
-}
-
-/// Only a session with a seat has a desktop that is locked and unlocked, and connected to the
-/// console.
-bool hasSeat(const QVariantMap &session)
-{
-    const QDBusArgument seat = session.value(QStringLiteral("Seat")).value<QDBusArgument>();
-    if (seat.currentSignature() != QLatin1String("(so)"))
-        return false;
-    QString id;
-    QDBusObjectPath path;
-    seat.beginStructure();
-    seat >> id >> path;
-    seat.endStructure();
-    return !id.isEmpty();
 }
 
 QWindow *windowOf(HWND handle)
@@ -136,105 +69,163 @@ BOOL WTSRegisterSessionNotification(HWND window, DWORD flags)
 {
     if (!window || flags != NOTIFY_FOR_THIS_SESSION)
         return FALSE;
-    SessionNotifier *const notifier = SessionNotifier::connected();
-    if (!notifier)
-        return FALSE;
-    notifier->addWindow(window);
-    return TRUE;
+    return SessionNotifier::instance()->addWindow(window) ? TRUE : FALSE;
 }
 
-SessionNotifier *SessionNotifier::connected()
+SessionNotifier *SessionNotifier::instance()
 {
     static QPointer<SessionNotifier> s_notifier;
-    if (s_notifier && s_notifier->m_bus.isConnected())
-        return s_notifier;
-    delete s_notifier;
-
-    const QString name = QStringLiteral("tonewell-session");
-    const QDBusConnection bus = connectToSystemBus(name);
-    if (!bus.isConnected() || !isLogindOn(bus)) {
-        QDBusConnection::disconnectFromBus(name);
-        return nullptr;
-    }
-    s_notifier = new SessionNotifier(bus, QCoreApplication::instance());
+    if (!s_notifier)
+        s_notifier = new SessionNotifier(QCoreApplication::instance());
     return s_notifier;
 }
 
-SessionNotifier::SessionNotifier(const QDBusConnection &bus, QObject *parent)
+SessionNotifier::SessionNotifier(QObject *parent)
     : QObject(parent)
-    , m_bus(bus)
+    , m_bus(noConnection())
+    , m_pauseMs(kFirstPauseMs)
 {
-    m_bus.connect(service(), managerPath(), managerInterface(), QStringLiteral("SessionNew"), this,
-                  SLOT(onSessionNew(QDBusMessage)));
-    m_bus.connect(service(), managerPath(), managerInterface(), QStringLiteral("SessionRemoved"),
-                  this, SLOT(onSessionRemoved(QDBusMessage)));
-    follow(ownSession());
+    m_retry.setSingleShot(true);
+    connect(&m_retry, &QTimer::timeout, this, &SessionNotifier::startAttempt);
 }
 
 SessionNotifier::~SessionNotifier()
 {
-    const QString name = m_bus.name();
-    leave();
-    QDBusConnection::disconnectFromBus(name);
+    if (m_attempt) {
+        m_attempt->wait();
+        QDBusConnection::disconnectFromBus(m_found->bus.name());
+    }
+    QDBusConnection::disconnectFromBus(m_bus.name());
 }
 
-void SessionNotifier::addWindow(HWND window)
+bool SessionNotifier::addWindow(HWND window)
 {
     if (!m_windows.contains(window))
         m_windows.append(window);
+    if (!m_bus.isConnected())
+        onBusGone(); // its end may not have been told yet
+    if (!m_logind)
+        finishAttempt();
+    if (!m_logind)
+        take(look(m_bus));
+    return m_logind;
 }
 
-QString SessionNotifier::ownSession() const
+// On any thread: it changes nothing but the subscriptions.
+SessionNotifier::Finding SessionNotifier::look(QDBusConnection bus)
 {
-    const QString id = qEnvironmentVariable("XDG_SESSION_ID");
-    if (!id.isEmpty()) {
-        const QDBusReply<QDBusObjectPath> reply =
-            m_bus.call(managerCall(QStringLiteral("GetSession"), {id}), QDBus::Block, kTimeoutMs);
-        if (reply.isValid())
-            return reply.value().path();
+    if (!bus.isConnected()) {
+        bus = Logind::connectToSystemBus(newConnectionName());
+        // A bus that does not answer would hold up a subscription for 25 s.
+        if (Logind::isOn(bus).has_value())
+            subscribe(bus);
+        else
+            QDBusConnection::disconnectFromBus(bus.name());
     }
-    const QDBusReply<QDBusObjectPath> reply =
-        m_bus.call(managerCall(QStringLiteral("GetSessionByPID"), {static_cast<uint>(getpid())}),
-                   QDBus::Block, kTimeoutMs);
-    return reply.isValid() ? reply.value().path() : sessionOfUser();
+    const std::optional<bool> logind = Logind::isOn(bus);
+    if (!logind) {
+        QDBusConnection::disconnectFromBus(bus.name());
+        return {noConnection(), false, std::nullopt};
+    }
+    return {bus, *logind, *logind ? Logind::ownSession(bus) : std::nullopt};
 }
 
-QString SessionNotifier::sessionOfUser() const
+void SessionNotifier::subscribe(QDBusConnection bus)
 {
-    const QDBusMessage reply =
-        m_bus.call(managerCall(QStringLiteral("ListSessions")), QDBus::Block, kTimeoutMs);
-    if (reply.type() != QDBusMessage::ReplyMessage
-        || reply.signature() != QLatin1String("a(susso)"))
-        return {};
-    QStringList seated;
-    const QDBusArgument list = reply.arguments().constFirst().value<QDBusArgument>();
-    list.beginArray();
-    while (!list.atEnd()) {
-        QString id;
-        uint user = 0;
-        QString userName;
-        QString seat;
-        QDBusObjectPath path;
-        list.beginStructure();
-        list >> id >> user >> userName >> seat >> path;
-        list.endStructure();
-        if (user == getuid() && !seat.isEmpty())
-            seated.append(path.path());
+    bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
+                QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
+                SLOT(onBusGone()));
+    bus.connect(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+                QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameOwnerChanged"),
+                {service()}, QStringLiteral("sss"), this,
+                SLOT(onOwnerChanged(QString, QString, QString)));
+    bus.connect(service(), managerPath(), managerInterface(), QStringLiteral("SessionNew"), this,
+                SLOT(onSessionNew(QDBusMessage)));
+    bus.connect(service(), managerPath(), managerInterface(), QStringLiteral("SessionRemoved"),
+                this, SLOT(onSessionRemoved(QDBusMessage)));
+}
+
+void SessionNotifier::take(const Finding &finding)
+{
+    const bool outdated = std::exchange(m_outdated, false);
+    if (!finding.bus.isConnected()) {
+        onBusGone();
+        return;
     }
-    list.endArray();
-    for (const QString &path : std::as_const(seated)) {
-        const QDBusReply<QVariantMap> session =
-            m_bus.call(propertiesCall(path), QDBus::Block, kTimeoutMs);
-        if (session.isValid() && isOwnAndLocal(session.value()))
-            return path;
+    if (m_bus.isConnected() && m_bus.name() != finding.bus.name()) {
+        QDBusConnection::disconnectFromBus(finding.bus.name()); // one is enough
+        return;
     }
-    return {};
+    m_bus = finding.bus;
+    m_logind = finding.logind;
+    m_retry.stop();
+    if (outdated) {
+        startAttempt();
+    } else if (m_logind && !finding.session) {
+        retry();
+    } else {
+        m_pauseMs = kFirstPauseMs;
+        follow(finding.session.value_or(QString()));
+    }
+}
+
+void SessionNotifier::startAttempt()
+{
+    if (m_attempt)
+        return;
+    m_retry.stop();
+    m_attempt.reset(QThread::create([this, bus = m_bus] { m_found = look(bus); }));
+    connect(m_attempt.get(), &QThread::finished, this, [this] {
+        if (m_attempt && m_attempt->isFinished()) // else it has been waited for
+            finishAttempt();
+    });
+    m_attempt->start();
+}
+
+void SessionNotifier::finishAttempt()
+{
+    if (!m_attempt)
+        return;
+    m_attempt->wait();
+    m_attempt.reset();
+    take(*std::exchange(m_found, std::nullopt));
+}
+
+void SessionNotifier::retry()
+{
+    m_retry.start(m_pauseMs);
+    m_pauseMs = std::min(2 * m_pauseMs, kLastPauseMs);
+}
+
+void SessionNotifier::onBusGone()
+{
+    if (m_bus.isConnected())
+        return; // the end of a connection that is not used
+    if (m_logind) // the first news of it
+        m_pauseMs = kFirstPauseMs;
+    leave();
+    m_logind = false;
+    QDBusConnection::disconnectFromBus(m_bus.name());
+    m_bus = noConnection();
+    retry();
+}
+
+void SessionNotifier::onOwnerChanged(const QString &, const QString &, const QString &now)
+{
+    leave();
+    m_logind = !now.isEmpty();
+    m_pauseMs = kFirstPauseMs;
+    if (m_attempt)
+        m_outdated = true;
+    else if (m_logind)
+        startAttempt();
 }
 
 void SessionNotifier::follow(const QString &path)
 {
-    if (path.isEmpty())
+    if (path.isEmpty() || path == m_session)
         return;
+    leave();
     m_session = path;
     m_bus.connect(service(), m_session, sessionInterface(), QStringLiteral("Lock"), this,
                   SLOT(onLock()));
@@ -294,8 +285,11 @@ void SessionNotifier::onSessionNew(const QDBusMessage &message)
 {
     if (message.signature() != QLatin1String("so"))
         return;
+    if (m_attempt)
+        m_outdated = true; // it may have asked before
     const QString path = message.arguments().at(1).value<QDBusObjectPath>().path();
-    auto *const reply = new QDBusPendingCallWatcher(m_bus.asyncCall(propertiesCall(path)), this);
+    auto *const reply =
+        new QDBusPendingCallWatcher(m_bus.asyncCall(Logind::propertiesCall(path)), this);
     connect(reply, &QDBusPendingCallWatcher::finished, this,
             [this, path](QDBusPendingCallWatcher *finished) { sessionDescribed(path, finished); });
 }
@@ -307,15 +301,17 @@ void SessionNotifier::sessionDescribed(const QString &path, QDBusPendingCallWatc
     if (properties.isError())
         return;
     const QVariantMap session = properties.value();
-    if (!isOwnAndLocal(session))
+    if (!Logind::isOwnAndLocal(session))
         return;
-    if (m_session.isEmpty() && hasSeat(session))
+    if (m_session.isEmpty() && Logind::hasSeat(session))
         follow(path);
     notify(path, WTS_SESSION_LOGON);
 }
 
 void SessionNotifier::onSessionRemoved(const QDBusMessage &message)
 {
+    if (m_attempt)
+        m_outdated = true;
     if (message.signature() == QLatin1String("so")
         && message.arguments().at(1).value<QDBusObjectPath>().path() == m_session)
         leave();

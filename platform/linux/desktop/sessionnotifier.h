@@ -1,15 +1,18 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <QVariantMap>
 #include <QVector>
 #include <windef.h>
 
 class QDBusPendingCallWatcher;
+class QThread;
 
 /// The user's session as logind tells of it on the system bus, handed to the registered windows as
 /// the window message WM_WTSSESSION_CHANGE through Qt's native-event path.
@@ -21,13 +24,15 @@ class QDBusPendingCallWatcher;
 /// - a new session of the same user at the machine itself, neither remote nor one of the system's
 ///   background ones: WTS_SESSION_LOGON.
 ///
-/// The session is the one of XDG_SESSION_ID, else the one this process belongs to, else (a service
-/// of the user belongs to none) the user's desktop: the first session at the machine itself that
-/// has a seat; else the next such one that begins. When the session ends, the next desktop that
-/// begins takes its place.
+/// The session is the one that Logind::ownSession() finds. Where there is none, it is the user's
+/// next desktop that begins; when the session ends, the next one takes its place.
 ///
-/// The notifications end with the bus and are not renewed: once the system bus has been restarted,
-/// no window hears anything more until one registers again.
+/// A bus or a logind that comes late, goes away or returns is subscribed to again, for all windows
+/// that ever asked. What happened meanwhile is not told. The attempts run on a thread of their own,
+/// the first one in a registration excepted, since they wait for answers. After one that failed the
+/// next follows in half a second, then after twice the time, in the end every 15 s: against 200
+/// polls a second that capture makes that costs nothing, and who comes back to a desktop has seldom
+/// seen the bus return less than 15 s ago.
 ///
 /// Lives on the GUI thread with the application object as parent. lParam is the session's number, 0
 /// for one whose name is no number.
@@ -35,16 +40,18 @@ class SessionNotifier : public QObject {
     Q_OBJECT
 
 public:
-    /// The one notifier, connected to the system bus, or to the bus that
-    /// DBUS_SYSTEM_BUS_ADDRESS names; null, promptly, without a bus or without logind on it. Only a
-    /// bus that takes connections and never greets holds the call up, for as long as the bus
-    /// library waits (25 s).
-    static SessionNotifier *connected();
+    /// The one notifier; made by the first call.
+    static SessionNotifier *instance();
+    /// Waits for an attempt that is under way.
     ~SessionNotifier() override;
 
-    void addWindow(HWND window);
+    /// The window is told from now on. Whether logind is there; without it this call looks for it,
+    /// as long as Logind's functions take.
+    bool addWindow(HWND window);
 
 private Q_SLOTS:
+    void onBusGone();
+    void onOwnerChanged(const QString &name, const QString &before, const QString &now);
     void onLock();
     void onUnlock();
     void onPropertiesChanged(const QString &interface, const QVariantMap &changed);
@@ -52,17 +59,34 @@ private Q_SLOTS:
     void onSessionRemoved(const QDBusMessage &message);
 
 private:
-    explicit SessionNotifier(const QDBusConnection &bus, QObject *parent);
+    /// What an attempt found.
+    struct Finding {
+        QDBusConnection bus; ///< not connected when there is none that answers
+        bool logind = false;
+        std::optional<QString> session; ///< as of Logind::ownSession()
+    };
 
-    QString ownSession() const;
-    QString sessionOfUser() const;
+    explicit SessionNotifier(QObject *parent);
+
+    Finding look(QDBusConnection bus);
+    void subscribe(QDBusConnection bus);
+    void take(const Finding &finding);
+    void startAttempt();
+    void finishAttempt();
+    void retry();
     void follow(const QString &path);
     void leave();
     void sessionDescribed(const QString &path, QDBusPendingCallWatcher *reply);
     void setLocked(bool locked);
     void notify(const QString &path, UINT code);
 
-    QDBusConnection m_bus;
+    QDBusConnection m_bus; ///< with the subscriptions; not connected while there is none
+    bool m_logind = false; ///< logind is on the bus
+    std::unique_ptr<QThread> m_attempt; ///< while an attempt is under way
+    std::optional<Finding> m_found; ///< what it found, once it has finished
+    bool m_outdated = false; ///< what it finds is old
+    QTimer m_retry;
+    int m_pauseMs; ///< until the next attempt
     QVector<HWND> m_windows;
     QString m_session; ///< object path; empty while there is none
     std::optional<bool> m_active; ///< as last told

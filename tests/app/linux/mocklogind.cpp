@@ -52,6 +52,18 @@ void end(QProcess *process)
 
 MockLogind::MockLogind(bool withLogind)
 {
+    m_valid = startBus() && (!withLogind || startLogind());
+}
+
+MockLogind::~MockLogind()
+{
+    QDBusConnection::disconnectFromBus(m_connectionName);
+    end(&m_logind);
+    end(&m_bus);
+}
+
+bool MockLogind::startBus()
+{
     static int s_number = 0;
     m_connectionName = QStringLiteral("mocklogind-%1").arg(++s_number);
     m_bus.setProcessChannelMode(QProcess::SeparateChannels);
@@ -60,16 +72,15 @@ MockLogind::MockLogind(bool withLogind)
                  QStringLiteral("--print-address"), QStringLiteral("--address"),
                  QStringLiteral("unix:path=%1/bus").arg(m_folder.path())});
     if (!m_bus.waitForReadyRead(kPatienceMs))
-        return;
-    m_address = QString::fromLatin1(m_bus.readLine()).trimmed();
-    const QDBusConnection connection = QDBusConnection::connectToBus(m_address, m_connectionName);
-    if (!connection.isConnected())
-        return;
-    if (!withLogind) {
-        m_valid = true;
-        return;
-    }
+        return false;
+    // Without the "guid" that it prints: the next bus there has another one.
+    m_bus.readLine();
+    m_address = QStringLiteral("unix:path=%1/bus").arg(m_folder.path());
+    return QDBusConnection::connectToBus(m_address, m_connectionName).isConnected();
+}
 
+bool MockLogind::startLogind()
+{
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), m_address);
     m_logind.setProcessEnvironment(environment);
@@ -79,24 +90,34 @@ MockLogind::MockLogind(bool withLogind)
                    {QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--template"),
                     QStringLiteral("logind")});
     const QDeadlineTimer deadline(kPatienceMs);
-    while (!m_valid && !deadline.hasExpired()) {
+    while (!answers() && !deadline.hasExpired())
         QThread::msleep(20);
-        // The template's methods come after the name.
-        m_valid = connection.interface()->isServiceRegistered(service()).value()
-            && connection
-                    .call(methodCall(managerPath(),
-                                     QStringLiteral("org.freedesktop.login1.Manager"),
-                                     "ListSessions", {}))
-                    .type()
-                == QDBusMessage::ReplyMessage;
-    }
+    return answers();
 }
 
-MockLogind::~MockLogind()
+void MockLogind::endLogind()
+{
+    end(&m_logind);
+}
+
+void MockLogind::killBus()
 {
     QDBusConnection::disconnectFromBus(m_connectionName);
+    m_bus.kill();
+    m_bus.waitForFinished(kPatienceMs);
     end(&m_logind);
-    end(&m_bus);
+}
+
+// The template's methods come after the name.
+bool MockLogind::answers() const
+{
+    const QDBusConnection connection(m_connectionName);
+    return connection.interface()->isServiceRegistered(service()).value()
+        && connection
+               .call(methodCall(managerPath(), QStringLiteral("org.freedesktop.login1.Manager"),
+                                "ListSessions", {}))
+               .type()
+        == QDBusMessage::ReplyMessage;
 }
 
 QString MockLogind::path(const QString &id)

@@ -6,7 +6,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
-/// A system bus of the test's own, with a mocked logind on it.
+/// A system bus of the test's own, with a mocked logind on it. Both can be ended and started again;
+/// the bus keeps its address, logind forgets its sessions.
 class MockLogind {
 public:
     /// Starts the bus, and logind if wanted. valid() says whether all of it is there.
@@ -16,6 +17,14 @@ public:
     MockLogind &operator=(const MockLogind &) = delete;
 
     bool valid() const { return m_valid; }
+
+    // False when that fails.
+    bool startBus();
+    bool startLogind();
+    /// Ends logind: its name has no owner any more.
+    void endLogind();
+    /// Ends the bus and with it logind, without a word to anybody.
+    void killBus();
 
     /// For DBUS_SYSTEM_BUS_ADDRESS.
     QString address() const { return m_address; }
@@ -35,6 +44,7 @@ public:
 
 private:
     static QString path(const QString &id);
+    bool answers() const;
 
     QTemporaryDir m_folder;
     QProcess m_bus;

@@ -67,8 +67,10 @@ void MuteBus::serve()
     if (connection < 0)
         return;
     greet(connection);
+    m_waitedFor = true;
     char unread[256];
     while (read(connection, unread, sizeof unread) > 0) { }
+    m_waitedFor = false;
     close(connection);
 }
 

@@ -4,6 +4,7 @@
 #include "spectrum/specengine.h"
 #include "tests/app/linux/mocklogind.h"
 #include "tests/app/linux/mutebus.h"
+#include "tests/app/linux/sessionwindow.h"
 #include "tests/support/fakeaudio.h"
 
 #include <windows.h>
@@ -11,7 +12,6 @@
 #include <QElapsedTimer>
 #include <QTest>
 #include <QTextBrowser>
-#include <QWidget>
 #include <unistd.h>
 #include <wtsapi32.h>
 
@@ -24,35 +24,6 @@ FakeAudio &world()
     static FakeAudio audio;
     return audio;
 }
-
-/// Keeps the session messages that reach it.
-class Window : public QWidget {
-public:
-    QVector<int> codes;
-    QVector<int> sessions;
-    bool forThisWindow = true;
-
-    bool registerForSession()
-    {
-        return WTSRegisterSessionNotification(reinterpret_cast<HWND>(winId()),
-                                              NOTIFY_FOR_THIS_SESSION)
-            != FALSE;
-    }
-
-protected:
-    bool nativeEvent(const QByteArray &eventType, void *message, NativeEventResult *result) override
-    {
-        if (eventType == "windows_generic_MSG") {
-            const MSG *const msg = static_cast<const MSG *>(message);
-            if (msg->message == WM_WTSSESSION_CHANGE) {
-                codes.append(static_cast<int>(msg->wParam));
-                sessions.append(static_cast<int>(msg->lParam));
-                forThisWindow = forThisWindow && msg->hwnd == reinterpret_cast<HWND>(winId());
-            }
-        }
-        return QWidget::nativeEvent(eventType, message, result);
-    }
-};
 
 uint otherUser()
 {
@@ -81,6 +52,7 @@ private Q_SLOTS:
     void onlyADesktopIsFollowed();
     void everyWindowIsTold();
     void theBusMayGo();
+    void afterARestartOfTheBusEventsRestartCapture();
     void unlockLogOnAndConnectRestartCaptureLockAndDisconnectDoNot();
 
 private:
@@ -333,6 +305,30 @@ void LogindTest::theBusMayGo()
     QCOMPARE(window.codes, QVector<int>());
 }
 
+void LogindTest::afterARestartOfTheBusEventsRestartCapture()
+{
+    start();
+    Widget widget;
+    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), kPatienceMs);
+    m_logind->killBus();
+    QVERIFY(m_logind->startBus());
+    QVERIFY(m_logind->startLogind());
+    QVERIFY(!m_logind->addSession(QStringLiteral("1"), getuid()).isEmpty());
+    QVERIFY(m_logind->emitManagerSignal("SessionNew", QStringLiteral("1")));
+    const auto *const log = widget.findChild<QTextBrowser *>();
+    const int starts = world().calls(FakeCall::Initialize);
+    QElapsedTimer clock;
+    clock.start();
+    while (!log->toPlainText().contains(QStringLiteral("用户登录：重启服务"))) {
+        QVERIFY2(clock.elapsed() < 2 * kPatienceMs, "nothing restarts");
+        QVERIFY(m_logind->callSession(QStringLiteral("1"), "Unlock"));
+        QTest::qWait(50);
+    }
+    QVERIFY(
+        QTest::qWaitFor([&] { return world().calls(FakeCall::Initialize) > starts; }, kPatienceMs));
+    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), kPatienceMs);
+}
+
 void LogindTest::unlockLogOnAndConnectRestartCaptureLockAndDisconnectDoNot()
 {
     start();
@@ -376,5 +372,4 @@ void LogindTest::unlockLogOnAndConnectRestartCaptureLockAndDisconnectDoNot()
 }
 
 QTEST_MAIN(LogindTest)
-#include "platform/qtgeneration.h"
 #include "tst_logind.moc"
