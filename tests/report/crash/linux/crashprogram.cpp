@@ -257,6 +257,12 @@ LONG WINAPI faultingFilter(EXCEPTION_POINTERS *)
     faultDivide();
 }
 
+LONG WINAPI endFaultingFilter(EXCEPTION_POINTERS *)
+{
+    makeTheEndFault();
+    faultRead();
+}
+
 LONG WINAPI misalignedFilter(EXCEPTION_POINTERS *)
 {
     faultAlignment();
@@ -302,6 +308,8 @@ LPTOP_LEVEL_EXCEPTION_FILTER filterNamed(const std::string &name)
         return hangingFilter;
     if (name == "faulting")
         return faultingFilter;
+    if (name == "end-faulting")
+        return endFaultingFilter;
     if (name == "misaligned")
         return misalignedFilter;
     if (name == "aborting")

@@ -10,3 +10,6 @@ void holdErrorsLock();
 /// thread that finds no memory for a stack for its handlers.
 [[noreturn]] void faultOnOverwrittenStack();
 [[noreturn]] void faultWithoutHandlerStack();
+
+/// From now on the end of a report that has failed faults itself, by a division by zero.
+void makeTheEndFault();

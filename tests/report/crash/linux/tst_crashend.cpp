@@ -24,12 +24,15 @@ const QString kNoReport = QStringLiteral("Program crash: the report could not be
 QRegularExpression lastLine(int status, const Run &run)
 {
     const QString digits = QStringLiteral("[0-9a-f]{16}");
-    const QByteArray instruction = run.fact("instruction");
+    const auto known = [&](const char *name) {
+        const QByteArray fact = run.fact(name);
+        return fact.isEmpty() ? digits : QString::fromLatin1(fact);
+    };
     return QRegularExpression(
         QRegularExpression::escape(kNoReport)
         + QStringLiteral(" \\(signal %1, address 0x%2, instruction 0x%3\\)\n\\z")
               .arg(status - 128)
-              .arg(digits, instruction.isEmpty() ? digits : QString::fromLatin1(instruction)));
+              .arg(known("data"), known("instruction")));
 }
 
 // A moment at which a tracer has the program, about to receive the signal.
@@ -139,6 +142,15 @@ void TestCrashEnd::filterThatFailsEndsTheProcess_data()
                                         << "hanging" << 128 + SIGSEGV << 3900 << 10000 << true;
     QTest::newRow("hangs, stack overflow") << "stack-overflow"
                                            << "hanging" << 128 + SIGSEGV << 3900 << 10000 << true;
+    QTest::newRow("hangs, data at a known address")
+        << "bus"
+        << "hanging" << 128 + SIGBUS << 3900 << 10000 << true;
+    QTest::newRow("hangs, every signal blocked")
+        << "blocked-null-read"
+        << "hanging" << 128 + SIGSEGV << 3900 << 10000 << true;
+    QTest::newRow("faults again in the same way")
+        << "divide"
+        << "faulting" << 128 + SIGFPE << 0 << 3500 << true;
     QTest::newRow("faults again") << "null-read"
                                   << "faulting" << 128 + SIGSEGV << 0 << 3500 << true;
     QTest::newRow("faults again, worker") << "worker"
@@ -151,6 +163,9 @@ void TestCrashEnd::filterThatFailsEndsTheProcess_data()
                                            << "" << 128 + SIGSEGV << 3900 << 10000 << true;
     QTest::newRow("misaligned, faults again") << "alignment"
                                               << "misaligned" << 128 + SIGBUS << 0 << 3500 << true;
+    QTest::newRow("faults again, and in the end")
+        << "illegal"
+        << "end-faulting" << 128 + SIGFPE << 0 << 3500 << false;
     QTest::newRow("throws") << "divide"
                             << "throwing" << 128 + SIGFPE << 0 << 3500 << false;
 }
@@ -274,19 +289,22 @@ void TestCrashEnd::damagedStackEndsInTime()
 
 void TestCrashEnd::nobodyReadsTheReport_data()
 {
+    QTest::addColumn<QString>("filter");
     QTest::addColumn<int>("status");
-    QTest::newRow("throw") << 1;
-    QTest::newRow("null-read") << 128 + SIGSEGV;
-    QTest::newRow("early-throw") << 1;
-    QTest::newRow("early-null-read") << 128 + SIGSEGV;
-    QTest::newRow("deliver") << 7; // what the program ends with in order
+    QTest::newRow("throw") << "" << 1;
+    QTest::newRow("null-read") << "" << 128 + SIGSEGV;
+    QTest::newRow("early-throw") << "" << 1;
+    QTest::newRow("early-null-read") << "" << 128 + SIGSEGV;
+    QTest::newRow("illegal") << "faulting" << 128 + SIGILL; // nor the last line
+    QTest::newRow("deliver") << "" << 7; // what the program ends with in order
 }
 
 void TestCrashEnd::nobodyReadsTheReport()
 {
+    QFETCH(QString, filter);
     QFETCH(int, status);
     const QString kind = QLatin1String(QTest::currentDataTag());
-    const Run run = runProgram({kind}, Errors::Closed);
+    const Run run = runProgram({kind, filter}, Errors::Closed);
     QVERIFY2(run.trouble.isEmpty(), qPrintable(run.trouble));
     QCOMPARE(run.status, status);
     if (kind.startsWith(QLatin1String("early-"))) { // after the attempt to print
