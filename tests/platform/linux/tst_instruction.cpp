@@ -30,6 +30,7 @@ private Q_SLOTS:
     void registerDivisor();
     void memoryDivisor_data();
     void memoryDivisor();
+    void shortAddressHasNoUpperHalf();
     void operandOfTheThreadIsUnknown();
     void operandThatCannotBeReadIsUnknown();
     void noDivisionHasNoDivisor_data();
@@ -194,6 +195,20 @@ void TestInstruction::memoryDivisor()
     QCOMPARE(divisorOf(instruction(bytes), context), Divisor::Zero);
     data[size - 1] = 0x80;
     QCOMPARE(divisorOf(instruction(bytes), context), Divisor::Other);
+    munmap(memory, kMemoryBytes);
+}
+
+void TestInstruction::shortAddressHasNoUpperHalf()
+{
+    constexpr std::size_t kMemoryBytes = 4096;
+    void *const memory = mmap(nullptr, kMemoryBytes, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0);
+    QVERIFY(memory != MAP_FAILED);
+    CONTEXT context {};
+    context.Rax = reinterpret_cast<DWORD64>(memory) | 0xFFFFFFFF00000000;
+    QCOMPARE(divisorOf(instruction("67f738"), context), Divisor::Zero);
+    QCOMPARE(divisorOf(instruction("67f2f738"), context), Divisor::Zero);
+    QCOMPARE(divisorOf(instruction("f2f738"), context), Divisor::Unknown);
     munmap(memory, kMemoryBytes);
 }
 
