@@ -9,6 +9,7 @@ class QWidget;
 ///
 /// On X11 no window manager takes care of it, so it also stays where it was put. On Wayland, where
 /// a program cannot place its windows, it is not handed to the compositor at all. On Windows it
-/// cannot be activated, by the system neither. Creates the native window; GUI thread only, before
+/// cannot be activated, by the system neither, and the program keeps the resolution of its timers
+/// although no window of it can be seen. Creates the native window; GUI thread only, before
 /// the window is shown.
 void keepInBackground(QWidget *window);
