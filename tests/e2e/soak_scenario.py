@@ -10,6 +10,7 @@ Ends with 1 if the scenario itself could not go on.
 """
 import contextlib
 import csv
+import glob
 import json
 import os
 import random
@@ -359,10 +360,11 @@ class Consumers(Scenario):
     def begin(self):
         super().begin()
         self.recorded = []
-        for name in sorted(os.listdir(CORPUS)):
-            if name.endswith(".bin"):
-                with open(os.path.join(CORPUS, name), "rb") as file:
-                    self.recorded.append(file.read())
+        for path in sorted(glob.glob(os.path.join(CORPUS, "*", "*.bin"))):
+            with open(path, "rb") as file:
+                self.recorded.append(file.read())
+        if not self.recorded:
+            raise AssertionError(f"no recorded sessions in {CORPUS}")
         self.sockets = []
         self.counts = {}
 
