@@ -7,6 +7,15 @@ void LayeredWidget::copy(QPainter *painter, const QRect &part, Layer layer)
 {
     if (part.isEmpty())
         return;
+    const QPixmap &pixmap = *picture(layer);
+    const qreal ratio = pixmap.devicePixelRatioF();
+    painter->drawPixmap(
+        QRectF(part), pixmap,
+        QRectF(part.x() * ratio, part.y() * ratio, part.width() * ratio, part.height() * ratio));
+}
+
+QPixmap *LayeredWidget::picture(Layer layer)
+{
     QPixmap &pixmap = m_layers[layer];
     if (pixmap.isNull() || !qFuzzyCompare(pixmap.devicePixelRatioF(), devicePixelRatioF())) {
         const qreal ratio = devicePixelRatioF();
@@ -16,10 +25,7 @@ void LayeredWidget::copy(QPainter *painter, const QRect &part, Layer layer)
         layerPainter.setFont(font());
         paintLayer(&layerPainter, layer);
     }
-    const qreal ratio = pixmap.devicePixelRatioF();
-    painter->drawPixmap(
-        QRectF(part), pixmap,
-        QRectF(part.x() * ratio, part.y() * ratio, part.width() * ratio, part.height() * ratio));
+    return &pixmap;
 }
 
 void LayeredWidget::startAnew()

@@ -5,13 +5,18 @@
 #include <algorithm>
 #include <QPainter>
 #include <QPaintEvent>
+#include <utility>
 
 namespace {
 
 constexpr int kMarginPixels = 4;
 constexpr int kTickPixels = 4;
 constexpr int kGapPixels = 6; ///< between two labels
-constexpr int kBarsTogether = 5; ///< that are painted anew when one of them changes
+
+// The plot's cells, of which the changed ones are shown anew. Small ones are many and each costs;
+// large ones are much to copy.
+constexpr int kBarsTogether = 5;
+constexpr int kCellRows = 16;
 
 QColor mixed(const QColor &a, const QColor &b, double share)
 {
@@ -174,13 +179,6 @@ QRect SpectrumPlot::barArea(int bar) const
     return column.adjusted(0, 0, column.width() > 2 ? -1 : 0, 0);
 }
 
-int SpectrumPlot::barAt(int x) const
-{
-    const auto behind = std::upper_bound(m_columns.begin() + 1, m_columns.end(), x,
-                                         [](int a, const QRect &b) { return a < b.left(); });
-    return static_cast<int>(behind - m_columns.begin()) - 1;
-}
-
 int SpectrumPlot::positionOf(int frequency) const
 {
     return m_area.left()
@@ -197,26 +195,43 @@ void SpectrumPlot::setBars(const QVector<int> &bars)
 {
     Q_ASSERT(bars.size() == kBarCount);
     m_bars = bars;
-    // One rectangle for several bars: one for all would cover nearly the whole plot, and one for
-    // each costs more than it saves.
-    QRect changed;
-    for (int i = 0; i < kBarCount; ++i) {
-        if (i % kBarsTogether == 0 && !changed.isEmpty()) {
-            update(changed);
-            changed = QRect();
-        }
-        const int before = m_heights.at(i);
-        const int after = heightOf(bars.at(i));
-        if (after == before)
-            continue;
-        m_heights[i] = after;
-        const QRect bar = barArea(i);
-        const int low = std::min(before, after);
-        const int high = std::max(before, after);
-        changed |= QRect(bar.left(), m_area.bottom() + 1 - high, bar.width(), high - low);
+    if (size().isEmpty())
+        return; // there is no picture
+    QPainter painter(picture(Now));
+    QRegion changed;
+    for (int first = 0; first < kBarCount; first += kBarsTogether) {
+        QRect together;
+        for (int i = first; i < first + kBarsTogether; ++i)
+            together |= setHeight(&painter, i, heightOf(bars.at(i)));
+        if (!together.isEmpty())
+            changed += cellsAround(together);
     }
     if (!changed.isEmpty())
         update(changed);
+}
+
+QRect SpectrumPlot::setHeight(QPainter *painter, int bar, int height)
+{
+    const int before = std::exchange(m_heights[bar], height);
+    if (height == before)
+        return {};
+    const int low = std::min(before, height);
+    const int high = std::max(before, height);
+    // With the gap behind it, which is the same in both layers: so neighbours are one piece.
+    const QRect column = m_columns.at(bar);
+    const QRect changed(column.left(), m_area.bottom() + 1 - high, column.width(), high - low);
+    copy(painter, changed, height > before ? Full : Empty);
+    return changed;
+}
+
+QRect SpectrumPlot::cellsAround(const QRect &part) const
+{
+    // Edges at few heights: rectangles side by side, each as high as it must be, would be cut into
+    // many more where they become one region.
+    const int cell = std::max(m_area.height() / kCellRows, 1);
+    const int top = (part.top() - m_area.top()) / cell * cell;
+    const int bottom = ((part.bottom() - m_area.top()) / cell + 1) * cell;
+    return QRect(part.left(), m_area.top() + top, part.width(), bottom - top) & m_area;
 }
 
 void SpectrumPlot::setScale(const HeightScale &scale, double top)
@@ -238,6 +253,14 @@ void SpectrumPlot::setNotice(const QString &notice)
 
 void SpectrumPlot::paintLayer(QPainter *painter, Layer layer)
 {
+    if (layer == Now) {
+        copy(painter, rect(), Empty);
+        for (int i = 0; i < kBarCount; ++i) {
+            const QRect area = barArea(i);
+            copy(painter, area.adjusted(0, area.height() - m_heights.at(i), 0, 0), Full);
+        }
+        return;
+    }
     painter->fillRect(rect(), palette().window());
     painter->fillRect(m_area, palette().base());
     paintAxis(painter);
@@ -272,17 +295,8 @@ void SpectrumPlot::paintAxis(QPainter *painter) const
 void SpectrumPlot::paintEvent(QPaintEvent *event)
 {
     QPainter painter(this);
-    for (const QRect &dirty : event->region()) {
-        if (!m_area.contains(dirty))
-            copy(&painter, dirty, Empty);
-        for (int i = barAt(dirty.left()); i <= barAt(dirty.right()); ++i) {
-            // With the gap behind it, which is the same in both layers.
-            const QRect column = m_columns.at(i);
-            const int height = m_heights.at(i);
-            copy(&painter, column.adjusted(0, 0, 0, -height) & dirty, Empty);
-            copy(&painter, column.adjusted(0, column.height() - height, 0, 0) & dirty, Full);
-        }
-    }
+    for (const QRect &dirty : event->region())
+        copy(&painter, dirty, Now);
     if (!m_notice.isEmpty())
         paintNotice(&painter);
 }

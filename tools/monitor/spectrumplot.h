@@ -64,7 +64,9 @@ private:
     void paintAxis(QPainter *painter) const;
     void paintNotice(QPainter *painter) const;
     int heightOf(int value) const;
-    int barAt(int x) const; ///< the nearest one
+    /// Draws a bar's change into the picture. Returns the change's place, which may be empty.
+    QRect setHeight(QPainter *painter, int bar, int height);
+    QRect cellsAround(const QRect &part) const; ///< the smallest cells that hold it
 
     QRect m_area;
     QVector<QRect> m_columns; ///< each bar's place with the gap behind it
