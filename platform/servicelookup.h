@@ -10,6 +10,10 @@ struct ServiceLookup {
     /// copy in another session's run-time folder is left out. Empty where the host does not say.
     QStringList runningIn;
 
+    /// True when the copy whose socket is where this process looks is told of another sound server
+    /// than this process: what plays here is then not what it hears.
+    bool hearsElsewhere = false;
+
     /// The user that the socket belongs to, if that is another one; else empty.
     QString foreignOwner;
 
@@ -21,7 +25,9 @@ struct ServiceLookup {
     QStringList startCommand;
 };
 
-/// Looks for it now; takes some milliseconds. processes: the system's list of processes. beside:
-/// the folder in which the program is looked for before PATH.
-ServiceLookup lookForService(const QString &processes = QStringLiteral("/proc"),
-                             const QString &beside = QCoreApplication::applicationDirPath());
+/// Looks for it now; takes some milliseconds. processes: the system's list of processes; where
+/// TONEWELL_PROCESSES is set it names the folder of another one, so that a test sees no other
+/// copies than its own. beside: the folder in which the program is looked for before PATH.
+ServiceLookup lookForService(
+    const QString &processes = qEnvironmentVariable("TONEWELL_PROCESSES", QStringLiteral("/proc")),
+    const QString &beside = QCoreApplication::applicationDirPath());

@@ -3,6 +3,7 @@
 each of its lines on as a server-sent event. Open the address that it prints. Ctrl-C ends it.
 """
 import argparse
+import errno
 import os
 import shutil
 import signal
@@ -188,6 +189,8 @@ def main():
     parser.add_argument("--monitor", default=find_monitor(), metavar="PROGRAM", help="default: %(default)s")
     options = parser.parse_args()
 
+    if not 0 <= options.port <= 65535:
+        parser.error(f"--port {options.port}: a port is a number from 0 to 65535")
     newest = Newest()
     try:
         bridge = Bridge(options.port, newest)
@@ -196,7 +199,11 @@ def main():
         print(f"{parser.prog}: '{options.monitor}' was not found: install the package tonewell-detection, "
               "or name the program with --monitor", file=sys.stderr)
         return 1
-    except (OSError, OverflowError) as failure:
+    except OSError as failure:
+        if failure.errno == errno.EADDRINUSE:
+            print(f"{parser.prog}: port {options.port} is taken, perhaps by another {parser.prog}: end that one, "
+                  "or choose another port with --port", file=sys.stderr)
+            return 1
         print(f"{parser.prog}: --port {options.port}, --monitor {options.monitor}: {failure}", file=sys.stderr)
         return 1
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))

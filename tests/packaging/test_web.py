@@ -262,7 +262,8 @@ class Ends(BridgeCase):
         self.assertEqual(found.stop(), (0, ""))
 
     def test_a_port_that_is_taken_is_named(self):
-        self.assertIn("in use", self.run_bridge("--port", str(self.bridge.port), "--monitor", self.monitor))
+        self.assertRegex(self.run_bridge("--port", str(self.bridge.port), "--monitor", self.monitor),
+                         rf"^bridge.py: port {self.bridge.port} is taken, .* --port\n$")
 
 
 class Page(unittest.TestCase):

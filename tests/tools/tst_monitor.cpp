@@ -75,9 +75,10 @@ private:
 void MonitorTest::init()
 {
     m_folder = std::make_unique<PrivateFolder>();
-    // A session of its own, in which no other test's service is, and of which Qt has nothing to
-    // say.
+    // A session of its own, of which Qt has nothing to say, and no processes in which anybody's
+    // service is.
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_folder->path()));
+    qputenv("TONEWELL_PROCESSES", QFile::encodeName(m_folder->path()));
 }
 
 void MonitorTest::cleanup()
@@ -148,6 +149,10 @@ void MonitorTest::withoutTheServiceItWaitsAndSaysSo()
     QCOMPARE(process->exitStatus(), QProcess::NormalExit);
     QCOMPARE(process->exitCode(), 2);
     QVERIFY(process->readAllStandardOutput().contains("waiting for the service"));
+    // It ends before it would say why, and looks then.
+    const QByteArray error = process->readAllStandardError();
+    QVERIFY2(error.contains("no message came: waiting for the service: it is not running; "),
+             error.constData());
 }
 
 void MonitorTest::whyItWaitsIsSaid()

@@ -4,6 +4,7 @@
 #include "tools/monitor/monitor.h"
 #include "tools/monitor/monitorwindow.h"
 #include "tools/monitor/spectrumplot.h"
+#include "tools/monitor/statusline.h"
 #include "tools/monitor/toplabels.h"
 
 #include <memory>
@@ -57,6 +58,8 @@ private Q_SLOTS:
     void everyKeyIsInTheMenuAndTheHelp();
     void picturesAreNeverOverwritten();
     void aPictureThatCannotBeSavedIsTold();
+    void theStatusIsNeverCut();
+    void shorterNumbersMoveNothing();
     void theSummarySaysWhereItIsLoudest();
 
 private:
@@ -207,6 +210,9 @@ void MonitorLabelsTest::everyKeyIsInTheMenuAndTheHelp()
     for (const QString &text : texts)
         QVERIFY2(box->text().contains(text), qPrintable(text));
     QVERIFY(box->button(QMessageBox::Ok));
+    QVERIFY2(box->text().contains(QStringLiteral("<b>+ or =</b>")), qPrintable(box->text()));
+    QVERIFY2(box->text().contains(QStringLiteral("<b>Q or Ctrl+Q or Ctrl+W</b>")),
+             qPrintable(box->text()));
 }
 
 void MonitorLabelsTest::picturesAreNeverOverwritten()
@@ -228,11 +234,45 @@ void MonitorLabelsTest::aPictureThatCannotBeSavedIsTold()
     Monitor monitor(nullptr);
     MonitorWindow window(&monitor);
     window.savePictureIn(QStringLiteral("/no/such/folder"));
-    const auto labels = window.findChildren<QWidget *>();
-    QVERIFY(std::any_of(labels.begin(), labels.end(), [](const QWidget *widget) {
-        return widget->toolTip().contains(QStringLiteral("/no/such/folder/spectrum-"))
-            && widget->toolTip().contains(QStringLiteral("No such file"));
-    }));
+    const QString said = window.findChild<StatusLine *>()->text();
+    QVERIFY(said.contains(QStringLiteral("/no/such/folder/spectrum-")));
+    QVERIFY(said.contains(QStringLiteral("No such file")));
+}
+
+void MonitorLabelsTest::theStatusIsNeverCut()
+{
+    Monitor monitor(nullptr);
+    MonitorWindow window(&monitor);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    auto *const status = window.findChild<StatusLine *>();
+    const int line = status->height();
+    for (const bool smallest : {false, true}) {
+        if (smallest)
+            window.resize(window.minimumSizeHint());
+        // A word that no line holds, and all that can be said at once.
+        for (const QString &folder : {QStringLiteral("/no/") + QString(150, QLatin1Char('x')),
+                                      QStringLiteral("/no/such folder").repeated(10)}) {
+            window.savePictureIn(folder);
+            QTRY_VERIFY(status->rect().contains(status->textArea()));
+            QVERIFY(status->height() > line || !smallest);
+            QVERIFY(window.rect().contains(status->geometry()));
+        }
+    }
+}
+
+void MonitorLabelsTest::shorterNumbersMoveNothing()
+{
+    StatusLine status;
+    const QString text = QStringLiteral("newest 12 ms old");
+    status.resize(status.fontMetrics().horizontalAdvance(text) - 1, 100);
+    status.setText(text);
+    const int two = status.sizeHint().height();
+    status.setText(QStringLiteral("newest 9 ms old"));
+    QCOMPARE(status.sizeHint().height(), two);
+    status.setText(QStringLiteral("newest"));
+    QVERIFY(status.sizeHint().height() < two);
+    QVERIFY(status.sizeHint().height() >= status.textArea().height());
 }
 
 void MonitorLabelsTest::theSummarySaysWhereItIsLoudest()

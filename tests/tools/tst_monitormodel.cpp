@@ -200,6 +200,13 @@ void MonitorModelTest::silenceIsExplained()
         QCOMPARE(model.isSilent(time), time >= 4000);
     }
     QCOMPARE(model.notice(4000), text);
+    // Of another sound server than the service's all that is not known.
+    model.setServiceHearsElsewhere(true);
+    QCOMPARE(
+        model.notice(4000),
+        QStringLiteral(
+            "nothing is playing on the service's sound server, which is another one than here"));
+    model.setServiceHearsElsewhere(false);
     // The rate stays to be seen.
     QCOMPARE(model.status(4000), QStringLiteral("50.0 a second, newest 0 ms old  ") + text);
     model.setState(ServiceState::Missing);

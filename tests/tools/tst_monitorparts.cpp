@@ -60,6 +60,7 @@ private Q_SLOTS:
     void channelsAndScaleAreNamed_data();
     void channelsAndScaleAreNamed();
     void aNoticeStandsInTheMiddle();
+    void aNoticeIsAllThatASmallTerminalShows();
     void plainIsAsciiOnly();
     void valuesBeyondTheScaleStayInside();
     void axisSaysTrueFrequencies();
@@ -267,8 +268,27 @@ void MonitorPartsTest::aNoticeStandsInTheMiddle()
     const int first = picture.indexOf(QStringLiteral("   waiting for the service:   "));
     QVERIFY2(first > 8 && first < 18, qPrintable(picture.join(QLatin1Char('\n'))));
     QCOMPARE(picture.at(first + 1).trimmed(), QStringLiteral("it is not running"));
-    // Where there is no room for it, the bars stay.
-    QVERIFY(view.picture(frame, 30, 6).at(4).contains(QChar(0x2588)));
+}
+
+void MonitorPartsTest::aNoticeIsAllThatASmallTerminalShows()
+{
+    const TerminalView view(false, TerminalView::Unicode);
+    TerminalFrame frame = frameOf(SpectrumReading());
+    frame.reading.bars.fill(0, kBarCount);
+    frame.notice = QStringLiteral("waiting for the service: it is not running");
+    QCOMPARE(view.picture(frame, 20, 5),
+             (QStringList {QStringLiteral("waiting for the     "),
+                           QStringLiteral("service: it is not  "),
+                           QStringLiteral("running             ")}));
+    QCOMPARE(view.picture(frame, 20, 2),
+             (QStringList {QStringLiteral("waiting for the     "),
+                           QStringLiteral("service: it is no...")}));
+    for (int columns = 1; columns < 30; ++columns) {
+        for (int rows = 1; rows < 10; ++rows) {
+            for (const QString &row : view.picture(frame, columns, rows))
+                QCOMPARE(row.size(), columns);
+        }
+    }
 }
 
 void MonitorPartsTest::plainIsAsciiOnly()

@@ -1,10 +1,12 @@
 // Why the service is not there: what is said of what is known, and what is found at the socket.
 #include "tests/support/privatefolder.h"
 #include "tools/monitor/serviceprobe.h"
+#include "tools/monitor/servicewatch.h"
 #include "tools/monitor/waitreason.h"
 
 #include <QDataStream>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QLocalServer>
 #include <QSignalSpy>
 #include <QTest>
@@ -47,6 +49,7 @@ private Q_SLOTS:
     void runsWithoutAnswer();
     void theOtherGeneration_data();
     void theOtherGeneration();
+    void whatHasJustAnsweredMayPublishIt();
     void whatHoldsTheSocketSaysNothing();
     void theServiceIsFull();
     void protocolIsReadFromThePacket();
@@ -54,6 +57,9 @@ private Q_SLOTS:
     void probeFindsAHost();
     void probeFindsAMute();
     void probeFindsOneThatHangsUp();
+    void aReasonIsSaidWhenItLasts();
+    void aReasonIsSaidAtOnceWhenAskedFor();
+    void aReasonThatIsNoMoreIsTakenBack();
 
 private:
     std::unique_ptr<PrivateFolder> m_folder;
@@ -62,6 +68,7 @@ private:
 void WaitReasonTest::init()
 {
     m_folder = std::make_unique<PrivateFolder>();
+    qputenv("TONEWELL_PROCESSES", QFile::encodeName(m_folder->path())); // without anybody's copies
 }
 
 void WaitReasonTest::cleanup()
@@ -108,6 +115,11 @@ void WaitReasonTest::anotherTemporaryFolder()
              QStringLiteral("it runs with another TMPDIR: /elsewhere there, %1 here")
                  .arg(QDir::tempPath()));
     QVERIFY(reason.startCommand().isEmpty());
+    // Of two, which is meant is not known.
+    lookup.runningIn.append(QStringLiteral("/at/another"));
+    QCOMPARE(WaitReason::explain(lookup, {}).text(),
+             QStringLiteral("it runs with another TMPDIR: /elsewhere, /at/another there, %1 here")
+                 .arg(QDir::tempPath()));
 }
 
 void WaitReasonTest::runsWithoutAnswer()
@@ -134,12 +146,20 @@ void WaitReasonTest::theOtherGeneration_data()
     QTest::newRow("6 finds 6") << six << 6 << nothing;
 }
 
+void WaitReasonTest::whatHasJustAnsweredMayPublishIt()
+{
+    const ProbeResult probe {true, QStringLiteral("QtRO %1.0").arg(QT_VERSION_MAJOR - 4), false};
+    QCOMPARE(WaitReason::explain(installed(), probe, false).text(),
+             QStringLiteral("it answers, but has sent nothing yet"));
+}
+
 void WaitReasonTest::theOtherGeneration()
 {
     QFETCH(QString, protocol);
     QFETCH(int, generation);
     QFETCH(QString, text);
-    QCOMPARE(WaitReason::explain(installed(), {true, protocol, false}, generation).text(), text);
+    QCOMPARE(WaitReason::explain(installed(), {true, protocol, false}, true, generation).text(),
+             text);
 }
 
 void WaitReasonTest::whatHoldsTheSocketSaysNothing()
@@ -160,7 +180,9 @@ void WaitReasonTest::theServiceIsFull()
     ServiceLookup lookup = installed();
     lookup.runningIn = QStringList {QStringLiteral("/elsewhere"), QDir::tempPath()};
     const WaitReason reason = WaitReason::explain(lookup, {true, {}, true});
-    QCOMPARE(reason.text(), QStringLiteral("it takes no more consumers"));
+    QCOMPARE(
+        reason.text(),
+        QStringLiteral("it takes no more consumers; as soon as one of them ends, there is room"));
     QVERIFY(reason.startCommand().isEmpty()); // it runs
 }
 
@@ -250,6 +272,57 @@ void WaitReasonTest::probeFindsOneThatHangsUp()
     QVERIFY(result.accepted);
     QVERIFY(result.hungUp);
     QVERIFY(result.protocol.isEmpty());
+}
+
+void WaitReasonTest::aReasonIsSaidWhenItLasts()
+{
+    // It is waited for already when something takes the name: what is found there must last as long
+    // as if that had been the begin.
+    ServiceWatch watch;
+    QElapsedTimer sinceChange;
+    qint64 said = -1;
+    connect(&watch, &ServiceWatch::explained, this, [&](const WaitReason &reason) {
+        if (reason.text().contains(QStringLiteral("says nothing")) && said < 0)
+            said = sinceChange.elapsed();
+    });
+    watch.setWaiting(true);
+    QTest::qWait(ServiceWatch::kPatienceMs - 500);
+    QLocalServer mute;
+    sinceChange.start();
+    QVERIFY(mute.listen(QStringLiteral("tonewell")));
+    QTRY_VERIFY_WITH_TIMEOUT(said >= 0, kPatienceMs);
+    QVERIFY2(said >= ServiceWatch::kPatienceMs, qPrintable(QString::number(said)));
+}
+
+void WaitReasonTest::aReasonIsSaidAtOnceWhenAskedFor()
+{
+    ServiceWatch watch;
+    QSignalSpy spy(&watch, &ServiceWatch::explained);
+    QString reason;
+    connect(&watch, &ServiceWatch::explained, this,
+            [&](const WaitReason &said) { reason = said.text(); });
+    watch.lookAtOnce(); // nobody waits
+    watch.setWaiting(true);
+    QVERIFY(spy.isEmpty());
+    watch.lookAtOnce();
+    QTRY_VERIFY_WITH_TIMEOUT(!spy.isEmpty(), kPatienceMs);
+    QVERIFY2(reason.startsWith(QStringLiteral("it is not ")), qPrintable(reason));
+}
+
+void WaitReasonTest::aReasonThatIsNoMoreIsTakenBack()
+{
+    ServiceWatch watch;
+    QStringList said;
+    connect(&watch, &ServiceWatch::explained, this,
+            [&](const WaitReason &reason) { said.append(reason.text()); });
+    watch.setWaiting(true);
+    QTRY_COMPARE_WITH_TIMEOUT(said.size(), 1, kPatienceMs);
+    QLocalServer mute;
+    QVERIFY(mute.listen(QStringLiteral("tonewell")));
+    QTRY_COMPARE_WITH_TIMEOUT(said.size(), 3, kPatienceMs);
+    QVERIFY2(said.at(0).startsWith(QStringLiteral("it is not ")), qPrintable(said.at(0)));
+    QCOMPARE(said.at(1), QString());
+    QVERIFY2(said.at(2).contains(QStringLiteral("says nothing")), qPrintable(said.at(2)));
 }
 
 QTEST_GUILESS_MAIN(WaitReasonTest)

@@ -4,6 +4,7 @@
 #include "tools/monitor/meterscale.h"
 #include "tools/monitor/monitorwindow.h"
 #include "tools/monitor/spectrumplot.h"
+#include "tools/monitor/statusline.h"
 
 #include <array>
 #include <QAccessible>
@@ -150,6 +151,23 @@ private:
     SpectrumPlot *const m_plot;
 };
 
+class AccessibleStatus : public QAccessibleWidget {
+public:
+    explicit AccessibleStatus(StatusLine *status)
+        : QAccessibleWidget(status, QAccessible::StaticText)
+        , m_status(status)
+    {
+    }
+
+    QString text(QAccessible::Text kind) const override
+    {
+        return kind == QAccessible::Name ? m_status->text() : QAccessibleWidget::text(kind);
+    }
+
+private:
+    StatusLine *const m_status;
+};
+
 QAccessibleInterface *makeInterface(const QString &, QObject *object)
 {
     if (auto *const window = qobject_cast<MonitorWindow *>(object))
@@ -158,6 +176,8 @@ QAccessibleInterface *makeInterface(const QString &, QObject *object)
         return new AccessibleMeters(meters);
     if (auto *const plot = qobject_cast<SpectrumPlot *>(object))
         return new AccessiblePlot(plot);
+    if (auto *const status = qobject_cast<StatusLine *>(object))
+        return new AccessibleStatus(status);
     return nullptr;
 }
 

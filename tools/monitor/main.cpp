@@ -8,6 +8,7 @@
 #include "tools/monitor/monitoroptions.h"
 #include "tools/monitor/monitorwindow.h"
 #include "tools/monitor/picturefile.h"
+#include "tools/monitor/standardoutput.h"
 #include "tools/monitor/terminalsession.h"
 #include "tools/monitor/translation.h"
 
@@ -15,6 +16,7 @@
 #include <cstdio>
 #include <memory>
 #include <QApplication>
+#include <QEventLoop>
 #include <QTimer>
 
 namespace {
@@ -35,9 +37,10 @@ void say(const QString &text)
 /// Whether everything printed so far was written. Reports it on standard error if not.
 bool standardOutputIsWritten()
 {
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+    const QString error = standardOutputError();
+    if (error.isEmpty())
         return true;
-    say(Main::tr("standard output cannot be written"));
+    say(QStringLiteral("%1: %2").arg(Main::tr("standard output"), error));
     return false;
 }
 
@@ -61,6 +64,27 @@ bool hasDisplay()
 {
     return qobject_cast<QApplication *>(QCoreApplication::instance())
         && QGuiApplication::platformName() != QStringLiteral("offscreen");
+}
+
+/// Whether it writes plain lines, which are for programs and for reports.
+bool writesLines(const MonitorOptions &options)
+{
+    return options.request == MonitorOptions::Run && !options.json && options.pngFile.isEmpty()
+        && (options.text || !hasDisplay()) && !standardOutputIsTerminal();
+}
+
+/// Where the service has never been and it is not known why, it is looked up now. The service may
+/// come meanwhile.
+void findReason(Monitor *monitor)
+{
+    const MonitorModel *const model = monitor->model();
+    if (model->statistics().messages() > 0 || model->state() != ServiceState::Missing
+        || !model->waitReason().text().isEmpty())
+        return;
+    QEventLoop loop;
+    QObject::connect(monitor, &Monitor::changed, &loop, &QEventLoop::quit);
+    QTimer::singleShot(0, monitor, &Monitor::explain); // it may know at once
+    loop.exec();
 }
 
 TerminalView::Style textStyle()
@@ -151,7 +175,7 @@ bool run(Monitor *monitor, const MonitorOptions &options)
 /// Prints the text, and nothing else happens.
 int answer(const QString &text)
 {
-    std::fputs(qPrintable(text), stdout);
+    writeToStandardOutput(text.toLocal8Bit());
     return standardOutputIsWritten() ? MessagesCame : FileNotWritten;
 }
 
@@ -166,7 +190,7 @@ int main(int argc, char **argv)
     const auto application = makeApplication(argc, argv, shows && !options.text && !options.json);
     QCoreApplication::setApplicationName(QStringLiteral("tonewell-monitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TONEWELL_VERSION));
-    if (hasDisplay() || terminalShowsUtf8())
+    if ((hasDisplay() || terminalShowsUtf8()) && !writesLines(options))
         installTranslations();
     options = MonitorOptions::read(QCoreApplication::arguments()); // without Qt's own ones
     switch (options.request) {
@@ -200,13 +224,17 @@ int main(int argc, char **argv)
                            &QCoreApplication::quit);
 
     bool written = run(&monitor, options);
+    const bool readerLeft = options.json && !standardOutputHasReader();
+    if (written && !readerLeft)
+        findReason(&monitor);
 
     const MessageStatistics &statistics = monitor.model()->statistics();
-    if (options.stats)
-        std::fputs(qPrintable(statistics.report()), options.json ? stderr : stdout);
+    if (options.stats && options.json)
+        std::fputs(qPrintable(statistics.report()), stderr);
+    else if (options.stats)
+        writeToStandardOutput(statistics.report().toLocal8Bit());
     if (!standardOutputIsWritten())
         written = false;
-    const bool readerLeft = options.json && !standardOutputHasReader();
     if (!failure.isEmpty() && !readerLeft) {
         say(QStringLiteral("%1: %2").arg(
             options.json ? Main::tr("standard output") : options.recordFile, failure));

@@ -35,7 +35,7 @@ void Monitor::onMessage(const QString &message)
         m_recorder = nullptr;
         Q_EMIT recordingFailed(error);
     }
-    m_output.setActive(m_model.isSilent(time));
+    askWhySilent(m_model.isSilent(time));
     if (m_model.statistics().messages() == 1)
         Q_EMIT started();
     Q_EMIT changed();
@@ -46,6 +46,16 @@ void Monitor::onStateChanged(ServiceState state)
     m_model.setState(state);
     m_watch.setWaiting(state == ServiceState::Missing);
     if (state != ServiceState::Connected)
-        m_output.setActive(false);
+        askWhySilent(false);
     Q_EMIT changed();
+}
+
+void Monitor::askWhySilent(bool silent)
+{
+    if (silent == m_asked)
+        return;
+    m_asked = silent;
+    if (silent)
+        m_model.setServiceHearsElsewhere(lookForService().hearsElsewhere);
+    m_output.setActive(silent);
 }

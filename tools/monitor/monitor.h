@@ -18,6 +18,10 @@ public:
 
     MonitorModel *model() { return &m_model; }
 
+    /// Looks at once why the service is not there, instead of after some seconds. `changed` says
+    /// that the model knows, or that the service has come meanwhile. Only while it is missing.
+    void explain() { m_watch.lookAtOnce(); }
+
     /// Milliseconds of the clock of the model's times; it never runs backwards.
     static double now();
 
@@ -31,6 +35,7 @@ Q_SIGNALS:
 
 private:
     void onMessage(const QString &message);
+    void askWhySilent(bool silent);
     void onStateChanged(ServiceState state);
 
     MessageRecorder *m_recorder;
@@ -38,4 +43,5 @@ private:
     MessageSource m_source;
     ServiceWatch m_watch;
     SoundOutput m_output;
+    bool m_asked = false; ///< why it is silent
 };

@@ -122,6 +122,9 @@ QString MonitorModel::whatLacks(double now) const
 
 QString MonitorModel::whySilent() const
 {
+    if (m_hearsElsewhere) // what is known of the sound server here says nothing of that one
+        return tr(
+            "nothing is playing on the service's sound server, which is another one than here");
     switch (m_output.kind) {
     case SoundOutputState::Unknown:
         break;

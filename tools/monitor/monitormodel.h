@@ -37,6 +37,9 @@ public:
     /// Takes what the sound system says, which explains silence.
     void setSoundOutput(const SoundOutputState &output) { m_output = output; }
 
+    /// Takes whether the service listens to another sound server than the one that says that.
+    void setServiceHearsElsewhere(bool elsewhere) { m_hearsElsewhere = elsewhere; }
+
     /// The height of the bars, which fits the newest ones.
     HeightScale &scale() { return m_scale; }
 
@@ -74,6 +77,7 @@ private:
     std::deque<double> m_arrivals; ///< of the last second
     WaitReason m_reason;
     SoundOutputState m_output;
+    bool m_hearsElsewhere = false;
     HeightScale m_scale;
     double m_lastSound = 0; ///< or the first message since the service is there
     bool m_received = false; ///< a message since the service is there

@@ -4,12 +4,12 @@
 #include "tools/monitor/monitor.h"
 #include "tools/monitor/picturefile.h"
 #include "tools/monitor/spectrumplot.h"
+#include "tools/monitor/statusline.h"
 
 #include <QAction>
 #include <QDateTime>
 #include <QDir>
 #include <QIcon>
-#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QStandardPaths>
@@ -35,7 +35,7 @@ MonitorWindow::MonitorWindow(Monitor *monitor, QWidget *parent)
     , m_meters(new LevelMeters)
     , m_plot(new SpectrumPlot)
     , m_start(new QPushButton(tr("Start the service")))
-    , m_status(new QLabel)
+    , m_status(new StatusLine)
 {
     setWindowTitle(tr("Sound Spectrum Monitor"));
     setWindowIcon(QIcon::fromTheme(QStringLiteral("tonewell")));
@@ -45,8 +45,6 @@ MonitorWindow::MonitorWindow(Monitor *monitor, QWidget *parent)
     layout->addWidget(m_start, 0, Qt::AlignHCenter);
     layout->addWidget(m_status);
     m_start->hide();
-    m_status->setTextFormat(Qt::PlainText);
-    m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     resize(900, 480);
     addActions();
 
@@ -111,6 +109,16 @@ void MonitorWindow::leave()
         close();
 }
 
+QString MonitorWindow::keysOf(const QAction &action)
+{
+    QString keys;
+    for (const QKeySequence &key : action.shortcuts()) {
+        const QString text = key.toString(QKeySequence::NativeText);
+        keys = keys.isEmpty() ? text : tr("%1 or %2", "keys").arg(keys, text);
+    }
+    return keys;
+}
+
 void MonitorWindow::showKeys()
 {
     QString rows;
@@ -118,9 +126,7 @@ void MonitorWindow::showKeys()
         if (action->isSeparator())
             continue;
         rows += QStringLiteral("<tr><td><b>%1</b></td><td>&nbsp;&nbsp;%2</td></tr>")
-                    .arg(QKeySequence::listToString(action->shortcuts(), QKeySequence::NativeText)
-                             .toHtmlEscaped(),
-                         action->text().toHtmlEscaped());
+                    .arg(keysOf(*action).toHtmlEscaped(), action->text().toHtmlEscaped());
     }
     auto *const box =
         new QMessageBox(QMessageBox::NoIcon, tr("Keys"),
@@ -175,7 +181,5 @@ void MonitorWindow::showStatus()
     m_meters->setNumbers(model->heldLevels(now));
     m_plot->setNotice(model->notice(now));
     m_start->setVisible(!model->waitReason().startCommand().isEmpty());
-    const QString text = now < m_messageEnd ? m_message : model->status(now);
-    m_status->setText(text);
-    m_status->setToolTip(text);
+    m_status->setText(now < m_messageEnd ? m_message : model->status(now));
 }

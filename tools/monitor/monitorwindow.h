@@ -7,10 +7,11 @@
 
 class LevelMeters;
 class Monitor;
+class QAction;
 class QKeySequence;
-class QLabel;
 class QPushButton;
 class SpectrumPlot;
+class StatusLine;
 
 /// The window: meters, bars, and a line of status. The bars and meters move with every message, the
 /// numbers and the status a few times a second.
@@ -39,6 +40,7 @@ private:
     void showReading();
     void showStatus();
     void showKeys();
+    static QString keysOf(const QAction &action);
     void toggleFullScreen();
     void leave(); ///< full screen, or the program
     void say(const QString &message); ///< in place of the status, for some seconds
@@ -47,7 +49,7 @@ private:
     LevelMeters *const m_meters;
     SpectrumPlot *const m_plot;
     QPushButton *const m_start; ///< visible when the service can be started
-    QLabel *const m_status;
+    StatusLine *const m_status;
     ServiceStarter m_starter;
     QTimer m_slow;
     QString m_message;

@@ -2,28 +2,19 @@
 
 #include "platform/terminal.h"
 #include "tools/monitor/meterscale.h"
+#include "tools/monitor/standardoutput.h"
 #include "tools/monitor/terminaltext.h"
 #include "tools/monitor/toplabels.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace {
 
 constexpr char kEnter[] = "\x1b[?1049h\x1b[?25l";
 constexpr char kLeave[] = "\x1b[?25h\x1b[?1049l";
-constexpr int kMeterRow = 1; // the status is above
-constexpr int kMeters = 3;
 constexpr int kRowsWithLabels = 9; // of the picture, from which on it has a row for them
 constexpr int kNameColumns = 7;
 constexpr int kLineColumns = 50;
-
-bool print(const QString &text)
-{
-    const QByteArray bytes = text.toUtf8();
-    const std::size_t size = static_cast<std::size_t>(bytes.size());
-    return std::fwrite(bytes.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0;
-}
 
 QString coloured(const QString &text, int colour)
 {
@@ -104,7 +95,7 @@ void TerminalView::close()
 bool TerminalView::show(const TerminalFrame &frame)
 {
     if (!m_onTerminal)
-        return print(line(frame, kLineColumns) + QLatin1Char('\n'));
+        return writeToStandardOutput((line(frame, kLineColumns) + QLatin1Char('\n')).toUtf8());
     if (!takeTerminal(kEnter, kLeave))
         return true;
     const TerminalSize size = terminalSize();
@@ -115,8 +106,8 @@ bool TerminalView::show(const TerminalFrame &frame)
         picture.rows.append(QString(size.columns, QLatin1Char(' ')));
     if (m_style == ColouredUnicode)
         colour(size.columns, &picture);
-    return print(QStringLiteral("\x1b[H")
-                 + picture.rows.mid(0, size.rows).join(QStringLiteral("\r\n")));
+    const QString text = picture.rows.mid(0, size.rows).join(QStringLiteral("\r\n"));
+    return writeToStandardOutput("\x1b[H" + text.toUtf8());
 }
 
 QString TerminalView::meter(int which, double level, double held, int columns) const
@@ -143,6 +134,7 @@ TerminalView::Picture TerminalView::draw(const TerminalFrame &frame, int columns
     picture.rows = QStringList {frame.status, meter(0, reading.rms, frame.held.rms, columns),
                                 meter(1, reading.peak, frame.held.peak, columns),
                                 meter(2, reading.dynamic, frame.held.dynamic, columns)};
+    picture.meterRows = {1, 2, 3}; // the status is above
     if (rows >= kRowsWithLabels) {
         QString labels;
         for (const TopLabel &label : topLabels(frame.scale, columns, 2, terminalColumns))
@@ -150,7 +142,7 @@ TerminalView::Picture TerminalView::draw(const TerminalFrame &frame, int columns
         picture.rows.append(labels);
     }
     drawBars(frame, columns, rows - picture.rows.size() - 1, &picture);
-    drawNotice(frame.notice, columns, &picture);
+    drawNotice(frame.notice, columns, rows, &picture);
     for (QString &row : picture.rows)
         row = fittedToColumns(m_style == Plain ? asciiOnly(row) : row, columns);
     return picture;
@@ -176,12 +168,23 @@ void TerminalView::drawBars(const TerminalFrame &frame, int columns, int rows,
     picture->rows.append(axisOf(columns));
 }
 
-void TerminalView::drawNotice(const QString &notice, int columns, Picture *picture) const
+void TerminalView::drawNotice(const QString &notice, int columns, int rows, Picture *picture)
 {
     constexpr int kMargin = 2;
     const QStringList lines = wrappedToColumns(notice, std::max(columns - 2 * kMargin, 2));
-    if (lines.size() > picture->barRows.size())
-        return; // the status says it, too
+    if (lines.size() > picture->barRows.size()) {
+        // It is all that there is to say: the levels are zero, and the status is in it.
+        picture->rows = wrappedToColumns(notice, std::max(columns, 2));
+        if (picture->rows.size() > rows) {
+            picture->rows = picture->rows.mid(0, rows);
+            picture->rows.last() =
+                fittedToColumns(picture->rows.last(), std::max(columns - 3, 0)).trimmed()
+                + QStringLiteral("...");
+        }
+        picture->meterRows.clear();
+        picture->barRows.clear();
+        return;
+    }
     const int first = (picture->barRows.size() - lines.size()) / 2;
     for (int i = 0; i < lines.size(); ++i) {
         const int indent = std::max((columns - terminalColumns(lines.at(i))) / 2, 0);
@@ -199,7 +202,7 @@ void TerminalView::colour(int columns, Picture *picture) const
     constexpr int green = 32;
     constexpr int cyan = 36;
     constexpr int magenta = 35;
-    for (int i = kMeterRow; i < kMeterRow + kMeters; ++i)
+    for (const int i : picture->meterRows)
         picture->rows[i] = coloured(picture->rows.at(i), green);
     for (const int i : picture->barRows) {
         const QString row = picture->rows.at(i);

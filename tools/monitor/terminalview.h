@@ -36,8 +36,9 @@ public:
     /// Shows the frame. False when it cannot be written.
     bool show(const TerminalFrame &frame);
 
-    /// The picture: rows of exactly `columns` columns, `rows` of them at most and four at least:
-    /// status, the three levels, what the bars are (where there is room), bars, axis. No colours.
+    /// The picture: rows of exactly `columns` columns, `rows` of them at most, but for the first
+    /// four: status, the three levels, what the bars are (where there is room), bars, axis. A
+    /// notice for which there is no room among the bars is the whole picture. No colours.
     QStringList picture(const TerminalFrame &frame, int columns, int rows) const;
 
     /// One line: the status, the levels, and the bars in `columns` characters, of the height that
@@ -45,15 +46,16 @@ public:
     QString line(const TerminalFrame &frame, int columns) const;
 
 private:
-    /// A picture, and which of its rows are bars and nothing else.
+    /// A picture, and which of its rows are levels, or bars and nothing else.
     struct Picture {
         QStringList rows;
+        QVector<int> meterRows;
         QVector<int> barRows;
     };
     Picture draw(const TerminalFrame &frame, int columns, int rows) const;
     QString meter(int which, double level, double held, int columns) const;
     void drawBars(const TerminalFrame &frame, int columns, int rows, Picture *picture) const;
-    void drawNotice(const QString &notice, int columns, Picture *picture) const;
+    static void drawNotice(const QString &notice, int columns, int rows, Picture *picture);
     void colour(int columns, Picture *picture) const;
 
     bool m_onTerminal;

@@ -67,10 +67,6 @@
         <translation>标准输出</translation>
     </message>
     <message>
-        <source>standard output cannot be written</source>
-        <translation>无法写入标准输出</translation>
-    </message>
-    <message>
         <source>%1; see --help</source>
         <translation>%1；参见 --help</translation>
     </message>
@@ -132,6 +128,10 @@
     <message>
         <source>of another type: %1</source>
         <translation>类型不同：%1</translation>
+    </message>
+    <message>
+        <source>nothing is playing on the service&apos;s sound server, which is another one than here</source>
+        <translation>服务所用的声音服务器与这里的不同，那里没有播放任何内容</translation>
     </message>
 </context>
 <context>
@@ -263,6 +263,11 @@
         <source>saved: %1</source>
         <translation>已保存：%1</translation>
     </message>
+    <message>
+        <source>%1 or %2</source>
+        <comment>keys</comment>
+        <translation>%1 或 %2</translation>
+    </message>
 </context>
 <context>
     <name>ServiceStarter</name>
@@ -330,10 +335,6 @@
         <translation>其套接字 %2 被用户 %1 占用</translation>
     </message>
     <message>
-        <source>it takes no more consumers</source>
-        <translation>连接它的程序已达上限</translation>
-    </message>
-    <message>
         <source>what holds its socket says nothing: another program, or it hangs</source>
         <translation>占用其套接字的程序没有应答：是别的程序，或它已停止响应</translation>
     </message>
@@ -352,6 +353,14 @@
     <message>
         <source>it is not running; this starts it: %1</source>
         <translation>它没有运行；用此命令启动：%1</translation>
+    </message>
+    <message>
+        <source>it answers, but has sent nothing yet</source>
+        <translation>它有应答，但尚未发送任何内容</translation>
+    </message>
+    <message>
+        <source>it takes no more consumers; as soon as one of them ends, there is room</source>
+        <translation>连接它的程序已达上限；其中一个结束后即可连接</translation>
     </message>
 </context>
 </TS>

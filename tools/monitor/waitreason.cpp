@@ -27,7 +27,7 @@ bool runsIn(const QString &folder, const ServiceLookup &lookup)
 
 } // namespace
 
-WaitReason WaitReason::explain(const ServiceLookup &lookup, const ProbeResult &probe,
+WaitReason WaitReason::explain(const ServiceLookup &lookup, const ProbeResult &probe, bool settled,
                                int qtGeneration)
 {
     if (!probe.protocol.isEmpty()) {
@@ -36,7 +36,9 @@ WaitReason WaitReason::explain(const ServiceLookup &lookup, const ProbeResult &p
             return WaitReason(tr("it speaks %1, which programs of Qt %2 do not understand")
                                   .arg(probe.protocol)
                                   .arg(qtGeneration));
-        return WaitReason(tr("what answers at its socket publishes nothing named Tonewell"));
+        return WaitReason(settled
+                              ? tr("what answers at its socket publishes nothing named Tonewell")
+                              : tr("it answers, but has sent nothing yet"));
     }
     const bool runs = !lookup.runningIn.isEmpty();
     if (!lookup.foreignOwner.isEmpty())
@@ -45,13 +47,14 @@ WaitReason WaitReason::explain(const ServiceLookup &lookup, const ProbeResult &p
                               .arg(lookup.foreignOwner, lookup.socket));
     const QString here = QFileInfo(lookup.socket).path();
     if (probe.hungUp && runsIn(here, lookup))
-        return WaitReason(tr("it takes no more consumers"));
+        return WaitReason(
+            tr("it takes no more consumers; as soon as one of them ends, there is room"));
     if (probe.accepted)
         return WaitReason(tr("what holds its socket says nothing: another program, or it hangs"));
     if (runs) {
         if (!runsIn(here, lookup))
             return WaitReason(tr("it runs with another TMPDIR: %1 there, %2 here")
-                                  .arg(lookup.runningIn.first(), here));
+                                  .arg(lookup.runningIn.join(QStringLiteral(", ")), here));
         return WaitReason(tr("it runs, but its socket %1 does not answer").arg(lookup.socket));
     }
     if (lookup.startCommand.isEmpty())

@@ -13,10 +13,10 @@ public:
     /// Nothing is known.
     WaitReason() = default;
 
-    /// From what the host knows and what was found at the socket. qtGeneration: of this program, 5
-    /// or 6.
+    /// From what the host knows and what was found at the socket. settled: false while this may
+    /// just be how it starts. qtGeneration: of this program, 5 or 6.
     static WaitReason explain(const ServiceLookup &lookup, const ProbeResult &probe,
-                              int qtGeneration = QT_VERSION_MAJOR);
+                              bool settled = true, int qtGeneration = QT_VERSION_MAJOR);
 
     /// One sentence for a person, without a full stop; empty if nothing is known.
     const QString &text() const { return m_text; }

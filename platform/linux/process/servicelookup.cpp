@@ -1,8 +1,11 @@
 #include "platform/servicelookup.h"
 
+#include <algorithm>
+#include <iterator>
 #include <QDir>
 #include <QFileInfo>
 #include <QStandardPaths>
+#include <QVector>
 #include <unistd.h>
 
 namespace {
@@ -34,9 +37,24 @@ bool isOfOtherSession(const QList<QByteArray> &environment)
     return !theirs.isEmpty() && !ours.isEmpty() && theirs != ours;
 }
 
-QStringList runningCopies(const QDir &processes)
+/// Whether the sound library would find another server there than here.
+bool hearsElsewhere(const QList<QByteArray> &environment)
 {
-    QStringList folders;
+    const char *const names[] = {"PULSE_SERVER", "PULSE_RUNTIME_PATH", "XDG_RUNTIME_DIR"};
+    return std::any_of(std::begin(names), std::end(names), [&](const char *name) {
+        return variable(environment, name) != qgetenv(name);
+    });
+}
+
+struct Copy {
+    QString folder;
+    bool hearsElsewhere;
+    bool isOfOtherSession;
+};
+
+QVector<Copy> runningCopies(const QDir &processes)
+{
+    QVector<Copy> copies;
     for (const QString &id : processes.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         // Only this user's can be read; a program whose file was replaced has a word behind it.
         const QString program =
@@ -49,11 +67,10 @@ QStringList runningCopies(const QDir &processes)
         if (!file.open(QIODevice::ReadOnly) || QFileInfo(file).ownerId() != getuid())
             continue;
         const QList<QByteArray> environment = file.readAll().split('\0');
-        if (!isOfOtherSession(environment))
-            folders.append(temporaryFolder(environment));
+        copies.append({temporaryFolder(environment), hearsElsewhere(environment),
+                       isOfOtherSession(environment)});
     }
-    folders.removeDuplicates();
-    return folders;
+    return copies;
 }
 
 bool hasUnit()
@@ -99,8 +116,15 @@ QStringList commandThatStarts(const QString &beside)
 ServiceLookup lookForService(const QString &processes, const QString &beside)
 {
     ServiceLookup found;
-    found.runningIn = runningCopies(QDir(processes));
-    found.socket = QDir::cleanPath(QDir::tempPath() + QStringLiteral("/tonewell"));
+    const QString here = QDir::cleanPath(QDir::tempPath());
+    for (const Copy &copy : runningCopies(QDir(processes))) {
+        if (!copy.isOfOtherSession)
+            found.runningIn.append(copy.folder);
+        if (copy.folder == here)
+            found.hearsElsewhere = copy.hearsElsewhere;
+    }
+    found.runningIn.removeDuplicates();
+    found.socket = here + QStringLiteral("/tonewell");
     const QFileInfo socket(found.socket);
     if (socket.exists() && socket.ownerId() != getuid())
         found.foreignOwner =

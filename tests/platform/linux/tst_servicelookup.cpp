@@ -23,6 +23,8 @@ private Q_SLOTS:
     void aReplacedProgramStillRuns();
     void otherSessionsAreLeftOut();
     void othersAreLeftOut();
+    void theSoundServerOfTheCopyHere();
+    void anotherListOfProcesses();
     void thisProcessIsNone();
     void aSocketOfOurs();
     void aSocketOfAnother();
@@ -162,6 +164,36 @@ void ServiceLookupTest::othersAreLeftOut()
     addProcess(102, QStringLiteral("/TonewellDetection/other"), "TMPDIR=/a");
     QVERIFY(QFile::link(QStringLiteral("/usr/bin/TonewellDetection"), path(QStringLiteral("exe"))));
     QVERIFY(running().isEmpty());
+}
+
+void ServiceLookupTest::theSoundServerOfTheCopyHere()
+{
+    const QString program = QStringLiteral("/usr/bin/TonewellDetection");
+    const QByteArray here = "TMPDIR=" + qgetenv("TMPDIR");
+    const QByteArray session =
+        QByteArray(1, '\0') + "XDG_RUNTIME_DIR=" + qgetenv("XDG_RUNTIME_DIR");
+    const QByteArray server = QByteArray(1, '\0') + "PULSE_SERVER=unix:/x";
+    QVERIFY(!look().hearsElsewhere);
+    addProcess(101, program, here + session);
+    QVERIFY(!look().hearsElsewhere);
+    addProcess(102, program, "TMPDIR=/elsewhere" + session + server); // not the one that is heard
+    QVERIFY(!look().hearsElsewhere);
+    QVERIFY(QDir(path(QStringLiteral("proc/101"))).removeRecursively());
+    addProcess(103, program, here + session + server);
+    QVERIFY(look().hearsElsewhere);
+    QVERIFY(QDir(path(QStringLiteral("proc/103"))).removeRecursively());
+    addProcess(104, program, here); // of no session
+    QVERIFY(look().hearsElsewhere);
+}
+
+void ServiceLookupTest::anotherListOfProcesses()
+{
+    addProcess(101, QStringLiteral("/usr/bin/TonewellDetection"), "TMPDIR=/made/up");
+    QVERIFY(!lookForService().runningIn.contains(QStringLiteral("/made/up")));
+    qputenv("TONEWELL_PROCESSES", QFile::encodeName(path(QStringLiteral("proc"))));
+    const QStringList running = lookForService().runningIn;
+    qunsetenv("TONEWELL_PROCESSES");
+    QCOMPARE(running, QStringList {QStringLiteral("/made/up")});
 }
 
 void ServiceLookupTest::thisProcessIsNone()

@@ -34,7 +34,11 @@ class MonitorWindow(unittest.TestCase):
             # A window that opens while the manager starts may stay without one.
             harness.wait_until(cls.is_managed, PATIENCE, "the window manager")
             cls.pictures = os.path.join(cls.world.environment["HOME"], "Pictures")
+            # The processes in which a service is looked for: those that a test puts there.
+            cls.processes = os.path.join(cls.world.folder, "processes")
+            os.makedirs(cls.processes)
             cls.environment = {**cls.world.environment, **cls.bus.environment, "DISPLAY": DISPLAY,
+                               "TONEWELL_PROCESSES": cls.processes,
                                "QT_QPA_PLATFORM": "xcb", "LC_ALL": "C.UTF-8"}
         except BaseException:
             cls.tearDownClass()
@@ -173,7 +177,11 @@ class MonitorWindow(unittest.TestCase):
 
     def test_a_full_service_is_told(self):
         self.world.start_program()
-        self.addCleanup(harness.end_process, self.world.others[-1])
+        service = self.world.others[-1]
+        self.addCleanup(harness.end_process, service)
+        link = os.path.join(self.processes, str(service.pid))
+        os.symlink(f"/proc/{service.pid}", link)
+        self.addCleanup(os.remove, link)
         taken = [socket.socket(socket.AF_UNIX) for _ in range(CONSUMERS)]
         for place in taken:
             self.addCleanup(place.close)

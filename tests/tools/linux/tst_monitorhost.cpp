@@ -31,6 +31,8 @@ private Q_SLOTS:
     void cleanup();
     void withoutUtf8ItIsPlain();
     void itSpeaksChinese();
+    void linesAreEnglishEverywhere();
+    void aFullDeviceHasOneText();
     void aFullDiskLeavesTheOldPicture();
     void aFullDiskIsNamed();
 
@@ -46,6 +48,7 @@ void MonitorHostTest::init()
 {
     m_folder = std::make_unique<PrivateFolder>();
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_folder->path()));
+    qputenv("TONEWELL_PROCESSES", QFile::encodeName(m_folder->path()));
 }
 
 void MonitorHostTest::cleanup()
@@ -100,17 +103,60 @@ void MonitorHostTest::withoutUtf8ItIsPlain()
 void MonitorHostTest::itSpeaksChinese()
 {
     const auto process =
-        monitor({QStringLiteral("--text"), QStringLiteral("--seconds"), QStringLiteral("1")},
+        monitor({QStringLiteral("--json"), QStringLiteral("--seconds"), QStringLiteral("1")},
                 "zh_CN.UTF-8");
     QVERIFY(process->waitForFinished(kPatienceMs));
-    const QString output = QString::fromUtf8(process->readAllStandardOutput());
-    QVERIFY2(output.contains(QStringLiteral("正在等待服务")), qPrintable(output));
+    const QString said = QString::fromUtf8(process->readAllStandardError());
+    QVERIFY2(said.contains(QStringLiteral("没有收到消息：正在等待服务")), qPrintable(said));
     // What Qt itself says, too.
     const auto wrong = monitor({QStringLiteral("--louder")}, "zh_CN.UTF-8");
     QVERIFY(wrong->waitForFinished(kPatienceMs));
     const QString error = QString::fromUtf8(wrong->readAllStandardError());
     QVERIFY2(error.contains(QStringLiteral("参见 --help")), qPrintable(error));
     QVERIFY2(!error.contains(QStringLiteral("nknown option")), qPrintable(error));
+}
+
+void MonitorHostTest::linesAreEnglishEverywhere()
+{
+    CommonInterface source;
+    auto node = std::make_unique<QRemoteObjectHost>(QUrl(QStringLiteral("local:tonewell")));
+    QVERIFY(node->enableRemoting(&source, QStringLiteral("Tonewell")));
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
+    timer.start(20);
+    for (const bool there : {true, false}) {
+        const auto process = monitor({QStringLiteral("--text"), QStringLiteral("--stats"),
+                                      QStringLiteral("--seconds"), QStringLiteral("1.5")},
+                                     "zh_CN.UTF-8");
+        QTRY_COMPARE_WITH_TIMEOUT(process->state(), QProcess::NotRunning, kPatienceMs);
+        const QString output = QString::fromUtf8(process->readAllStandardOutput());
+        const char *const status = there ? " a second, newest " : "waiting for the service";
+        QVERIFY2(output.contains(QLatin1String(status)), qPrintable(output));
+        QVERIFY2(output.contains(QStringLiteral("messages  ")), qPrintable(output));
+        const QByteArray error = process->readAllStandardError();
+        QVERIFY2(there || error.contains("no message came: waiting for the service: "),
+                 error.constData());
+        node.reset();
+    }
+}
+
+void MonitorHostTest::aFullDeviceHasOneText()
+{
+    CommonInterface source;
+    QRemoteObjectHost node(QUrl(QStringLiteral("local:tonewell")));
+    QVERIFY(node.enableRemoting(&source, QStringLiteral("Tonewell")));
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, &source, [&] { source.sendMessage(goodMessage()); });
+    timer.start(20);
+    for (const char *const option : {"--text", "--json", "--help", "--version"}) {
+        QProcess process;
+        process.setStandardOutputFile(QStringLiteral("/dev/full"));
+        process.start(QStringLiteral(TONEWELL_MONITOR), {QLatin1String(option)});
+        QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, kPatienceMs);
+        QCOMPARE(process.exitCode(), 3);
+        QCOMPARE(process.readAllStandardError(),
+                 QByteArray("tonewell-monitor: standard output: No space left on device\n"));
+    }
 }
 
 void MonitorHostTest::aFullDiskLeavesTheOldPicture()
