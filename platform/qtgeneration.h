@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAbstractEventDispatcher>
 #include <QLibraryInfo>
 #include <QList>
 #include <QMetaType>
@@ -24,6 +25,11 @@
 
 /// What QWidget::nativeEvent answers with.
 using NativeEventResult = qintptr;
+
+/// An event dispatcher that needs none of what only one of them asks for, and how it hears of the
+/// interval of a timer.
+using BareEventDispatcher = QAbstractEventDispatcher;
+using TimerIntervalMs = qint64;
 
 /// A piece of a text that lives elsewhere.
 using TextPiece = QStringView;
@@ -79,6 +85,21 @@ protected:
 #else
 
 using NativeEventResult = long;
+
+class BareEventDispatcher : public QAbstractEventDispatcher {
+public:
+    bool hasPendingEvents() override { return false; }
+    void flush() override { }
+#ifdef Q_OS_WIN
+    bool registerEventNotifier(QWinEventNotifier *) override
+    {
+        return true;
+    }
+    void unregisterEventNotifier(QWinEventNotifier *) override { }
+#endif
+};
+using TimerIntervalMs = int;
+
 using TextPiece = QStringRef;
 
 inline QVector<TextPiece> splitText(const QString &text, const QString &separator)

@@ -16,7 +16,6 @@ thread_local FakeAudio *t_world = nullptr;
 
 FakeAudio::FakeAudio()
 {
-    m_clock.start();
     FakeAudio *none = nullptr;
     if (s_first.compare_exchange_strong(none, this))
         setDeviceEnumeratorFactory(&FakeAudio::create);
@@ -143,10 +142,11 @@ void FakeAudio::setFormat(const QString &id, const WAVEFORMATEXTENSIBLE &format)
     find(id)->mix = format;
 }
 
-void FakeAudio::setEndlessFrames(const QString &id, UINT32 frames)
+void FakeAudio::setEndlessFrames(const QString &id, UINT32 frames, int pollsPerPacket)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     find(id)->endlessFrames = frames;
+    find(id)->pollsPerPacket = pollsPerPacket;
 }
 
 void FakeAudio::push(const QString &id, const FakePacket &packet)
@@ -343,6 +343,12 @@ QList<FakeCallRecord> FakeAudio::timeline() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_records;
+}
+
+int FakeAudio::timelineLength() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_records.size();
 }
 
 QList<FakeCallRecord> FakeAudio::records() const

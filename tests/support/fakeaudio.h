@@ -2,6 +2,8 @@
 // everything.
 #pragma once
 
+#include "platform/timesource.h"
+
 #include <audioclient.h>
 #include <condition_variable>
 #include <functional>
@@ -9,7 +11,6 @@
 #include <mmdeviceapi.h>
 #include <mutex>
 #include <QByteArray>
-#include <QElapsedTimer>
 #include <QList>
 #include <QQueue>
 #include <QString>
@@ -61,6 +62,7 @@ struct FakeEndpoint {
     bool present = true;
     WAVEFORMATEXTENSIBLE mix {};
     UINT32 endlessFrames = 0; ///< when not 0, a packet of that many frames of `level` always waits
+    int pollsPerPacket = 1; ///< an endless packet waits at every so-manieth question only
     float level = 0.25F;
     QQueue<FakePacket> packets; ///< taken before the endless ones
 };
@@ -84,6 +86,7 @@ struct FakeCallRecord {
     const WAVEFORMATEX *format = nullptr; ///< Initialize: as passed; not to be read
     bool argumentsRight = true; ///< Initialize: the other arguments ask for shared loopback
     QString text; ///< of a message
+    int position = 0; ///< in the timeline, for those who sort it
 };
 
 class FakeObject;
@@ -121,7 +124,7 @@ public:
     void bringBack(const QString &id);
     void setState(const QString &id, DWORD state);
     void setFormat(const QString &id, const WAVEFORMATEXTENSIBLE &format);
-    void setEndlessFrames(const QString &id, UINT32 frames);
+    void setEndlessFrames(const QString &id, UINT32 frames, int pollsPerPacket = 1);
     void push(const QString &id, const FakePacket &packet);
     /// Default render endpoint of every role, or of one; empty for none.
     void setDefault(const QString &id);
@@ -156,9 +159,10 @@ public:
     QList<FakeCallRecord> records() const;
     /// The same with the debug messages of this world's threads (kept by a MessageLog).
     QList<FakeCallRecord> timeline() const;
+    int timelineLength() const;
     void note(const QString &message);
     QList<FakeCallRecord> records(FakeCall call) const;
-    qint64 nowMs() const { return m_clock.elapsed(); }
+    qint64 nowMs() const { return static_cast<qint64>(tickCountMs() - m_madeMs); }
     /// Endpoint id of the client that runs and was polled within the last 250 ms; else empty.
     QString capturedDevice() const;
     int registeredClients() const;
@@ -204,7 +208,7 @@ private:
     template <typename Notify> void notifyAll(Notify notify);
 
     mutable std::mutex m_mutex;
-    QElapsedTimer m_clock;
+    const quint64 m_madeMs = tickCountMs();
     QList<FakeEndpoint> m_endpoints;
     QString m_defaults[3];
     UINT32 m_bufferFrames = 48000;

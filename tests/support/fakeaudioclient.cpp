@@ -231,8 +231,10 @@ HRESULT FakeCaptureClient::GetNextPacketSize(UINT32 *frames)
             if (!endpoint || !endpoint->present)
                 return AUDCLNT_E_DEVICE_INVALIDATED;
             m_world->m_lastPollMs = m_world->nowMs();
-            *frames = endpoint->packets.isEmpty() ? endpoint->endlessFrames
-                                                  : qMax(1U, endpoint->packets.head().frames);
+            const bool due = ++m_questions % endpoint->pollsPerPacket == 0;
+            *frames = !endpoint->packets.isEmpty() ? qMax(1U, endpoint->packets.head().frames)
+                : due                              ? endpoint->endlessFrames
+                                                   : 0;
             call.argument = *frames;
             return S_OK;
         },

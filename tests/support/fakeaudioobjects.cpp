@@ -148,8 +148,8 @@ HRESULT FakeEnumerator::UnregisterEndpointNotificationCallback(IMMNotificationCl
     const auto unregister = [&] {
         std::unique_lock<std::mutex> lock(m_world->m_mutex);
         const bool known = m_world->m_registered.removeOne(client);
-        m_world->m_callbackEnded.wait(lock,
-                                      [&] { return !m_world->m_inCallback.contains(client); });
+        waitFor(m_world->m_callbackEnded, &lock,
+                [&] { return !m_world->m_inCallback.contains(client); });
         lock.unlock();
         if (known)
             client->Release();

@@ -143,6 +143,7 @@ private:
     std::unique_ptr<BYTE[]> m_buffer;
     bool m_taken = false;
     UINT32 m_takenFrames = 0;
+    int m_questions = 0; ///< for a packet that were answered
 };
 
 template <typename Record, typename Fill, typename Empty, typename Junk>

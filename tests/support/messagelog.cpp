@@ -1,8 +1,8 @@
 #include "tests/support/messagelog.h"
 
+#include "platform/timesource.h"
 #include "tests/support/fakeaudio.h"
 
-#include <chrono>
 #include <cstdio>
 #include <mutex>
 
@@ -22,9 +22,7 @@ void collect(QtMsgType type, const QMessageLogContext &context, const QString &t
     MessageLog::Line line;
     line.text = text;
     line.text.remove(QLatin1Char('"'));
-    line.atMs = std::chrono::duration_cast<std::chrono::milliseconds>(
-                    std::chrono::steady_clock::now().time_since_epoch())
-                    .count();
+    line.atMs = static_cast<qint64>(tickCountMs());
     FakeAudio *world = FakeAudio::ofThread();
     line.world = world;
     if (world)

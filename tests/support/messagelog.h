@@ -13,7 +13,7 @@ class MessageLog {
 public:
     struct Line {
         QString text;
-        qint64 atMs = 0; ///< steady clock
+        qint64 atMs = 0; ///< by the clock of the product
         const FakeAudio *world = nullptr;
     };
 

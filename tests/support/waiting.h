@@ -1,5 +1,8 @@
-// Waiting for what must happen, while events are handled.
+// Waiting for what must happen, while events are handled. In virtual time where the thread takes
+// part in it (virtualtime.h), which is then exact and costs nothing; else in real time.
 #pragma once
+
+#include "tests/support/virtualtime.h"
 
 #include <functional>
 #include <QCoreApplication>
@@ -17,6 +20,10 @@ inline void handleEvents()
 /// Handles events for a while.
 inline void spin(int ms, const std::function<void()> &handle = handleEvents)
 {
+    if (VirtualTime *const time = VirtualTime::ofThread()) {
+        time->pass(static_cast<quint64>(ms), handle);
+        return;
+    }
     QElapsedTimer clock;
     clock.start();
     do {
@@ -30,6 +37,8 @@ inline void spin(int ms, const std::function<void()> &handle = handleEvents)
 inline bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 8000,
                       const std::function<void()> &handle = handleEvents)
 {
+    if (VirtualTime *const time = VirtualTime::ofThread())
+        return time->passUntil(condition, static_cast<quint64>(timeoutMs), handle);
     QElapsedTimer clock;
     clock.start();
     while (!condition()) {
