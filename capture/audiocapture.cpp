@@ -65,31 +65,31 @@ AudioCapture::~AudioCapture()
 
 void AudioCapture::flushDevices()
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     m_deviceList = renderEndpoints(pOutputEnumerator);
 }
 
 QList<DeviceEntry> AudioCapture::devices() const
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     return m_deviceList;
 }
 
 QString AudioCapture::currentDevice() const
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     return m_currentDevice;
 }
 
 bool AudioCapture::isCapturing() const
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     return m_captureThread.isRunning();
 }
 
 const DeviceEntry *AudioCapture::findDevice(const QString &name) const
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     return findByName(m_deviceList, name);
 }
 
@@ -102,7 +102,7 @@ void AudioCapture::setCurrentDevice(const QString &name)
 {
     writeDiagnosticLog(QStringLiteral("setCurrentDevice -> ") + name);
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         m_currentDevice = name;
     }
     startCapture();
@@ -110,7 +110,7 @@ void AudioCapture::setCurrentDevice(const QString &name)
 
 void AudioCapture::stopCapture()
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     m_autoRestart = false;
     m_captureThread.sessions().retire();
     m_captureThread.clearRunning();
@@ -124,7 +124,7 @@ void AudioCapture::handleStartError(HRESULT hr)
 
     QString report = startFailureReport(hr);
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         const QMutexLocker pendingLock(&m_pendingMutex);
         report += deviceFormatDebugInfo({m_currentDevice, m_pendingDeviceId, m_ready,
                                          pOutputEnumerator, pDevice, pAudioClient, pwfx});
@@ -139,7 +139,7 @@ void AudioCapture::handleStartError(HRESULT hr)
     {
         // Not within a start, and not for a session that a newer start has taken over meanwhile:
         // that must not undo a choice that came after it.
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         fallBack = !m_starting && !m_captureThread.sessions().nextIsSuperseded();
     }
     if (fallBack)
@@ -153,7 +153,7 @@ void AudioCapture::handleThreadStopped()
     {
         // A start ends the session before it, and that stop may arrive here only after the start
         // has set m_autoRestart again.
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         const bool superseded = m_captureThread.sessions().stopArrived();
         restart = m_autoRestart && !superseded;
     }
@@ -169,7 +169,7 @@ void AudioCapture::restartAfterStop()
 {
     bool wanted = false;
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         wanted = m_autoRestart;
     }
     if (wanted) {

@@ -3,6 +3,7 @@
 
 #include "capture/captureaudiothread.h"
 #include "capture/deviceentry.h"
+#include "platform/patientmutex.h"
 
 #include <atomic>
 #include <audioclient.h>
@@ -118,7 +119,7 @@ private:
     void startWorker(int blockAlign);
 
     LONG m_refCount = 1;
-    mutable QRecursiveMutex m_mutex;
+    mutable PatientMutex m_mutex;
     IMMDevice *pDevice = nullptr;
     IMMDeviceEnumerator *pOutputEnumerator = nullptr;
     IAudioClient *pAudioClient = nullptr;

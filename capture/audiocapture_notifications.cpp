@@ -3,17 +3,17 @@
 
 #include "capture/diagnosticlog.h"
 #include "capture/renderendpoints.h"
+#include "platform/timesource.h"
 
 #include <windows.h>
 #include <QDebug>
-#include <QThread>
 #include <QTimer>
 
 namespace {
 
 constexpr int kReturnDelayMs = 500; // from a device's return to the restart
 constexpr int kLeaveLoopMs = 100; // for the worker to leave its loop
-constexpr ULONGLONG kSameDefaultMs = 500;
+constexpr quint64 kSameDefaultMs = 500;
 
 const char *stateText(DWORD state)
 {
@@ -44,9 +44,9 @@ bool isNewDefault(const QString &id)
 {
     static QMutex mutex;
     static QString lastId;
-    static ULONGLONG lastTick = 0;
+    static quint64 lastTick = 0;
     const QMutexLocker lock(&mutex);
-    const ULONGLONG now = GetTickCount64(); // with the lock held, or it may lie before lastTick
+    const quint64 now = tickCountMs(); // with the lock held, or it may lie before lastTick
     if (id == lastId && now - lastTick < kSameDefaultMs)
         return false;
     lastId = id;
@@ -89,7 +89,7 @@ QString AudioCapture::getDeviceName(LPCWSTR id)
 
 AudioCapture::InUse AudioCapture::inUse() const
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     return {m_currentDevice, m_captureThread.isRunning()};
 }
 
@@ -126,7 +126,7 @@ HRESULT AudioCapture::OnDeviceStateChanged(LPCWSTR id, DWORD newState)
 /// that returns restarts capture even after a deliberate stop.
 void AudioCapture::restartAfterDeviceReturn(const QString &armedFor)
 {
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     if (m_currentDevice == armedFor) {
         qDebug() << "[设备状态] 正在重启采集...";
         startCapture();
@@ -155,7 +155,7 @@ HRESULT AudioCapture::OnDeviceRemoved(LPCWSTR id)
     qDebug() << "[设备移除] 当前使用的设备被移除，切换到默认设备";
     if (before.running) {
         stopCapture();
-        QThread::msleep(kLeaveLoopMs);
+        sleepMs(kLeaveLoopMs);
     }
     setCurrentDevice(followDefaultName());
     flushDevices();
@@ -198,7 +198,7 @@ HRESULT AudioCapture::OnDefaultDeviceChanged(EDataFlow flow, ERole, LPCWSTR id)
 QString AudioCapture::followTarget(const QString &newDefault)
 {
     flushDevices();
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     if (findDevice(newDefault)) {
         qDebug() << "[设备切换] 已自动跟随到:" << newDefault;
         return newDefault;

@@ -5,12 +5,12 @@
 #include "capture/diagnosticlog.h"
 #include "capture/loopbackclient.h"
 #include "capture/renderendpoints.h"
+#include "platform/timesource.h"
 #include "report/hextext.h"
 
 #include <objbase.h>
 #include <QDebug>
 #include <QEventLoop>
-#include <QThread>
 #include <QTimer>
 #include <utility>
 
@@ -27,7 +27,7 @@ void AudioCapture::startCapture()
 {
     QString device;
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         if (m_starting) {
             qDebug() << "[startCapture] 已在执行中，跳过本次调用";
             return;
@@ -43,14 +43,14 @@ void AudioCapture::startCapture()
 
     bool oldSessionRuns = false;
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         m_autoRestart = true;
         oldSessionRuns = m_captureThread.isRunning();
     }
     if (oldSessionRuns)
         waitForOldSession();
 
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     releaseOldSession();
     const HRESULT result = bringUpSession();
     if (FAILED(result))
@@ -63,7 +63,7 @@ void AudioCapture::waitForOldSession()
 {
     qDebug() << "[startCapture] 等待旧线程停止...";
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         m_autoRestart = false; // no restart may answer the stop that comes now
     }
 
@@ -80,7 +80,7 @@ void AudioCapture::waitForOldSession()
     // Queued to this thread, so that a worker that stops before exec() ends it all the same.
     connect(&m_captureThread, &CaptureAudioThread::stoped, &loop, &QEventLoop::quit);
     {
-        const QMutexLocker lock(&m_mutex);
+        const std::lock_guard<PatientMutex> lock(m_mutex);
         m_captureThread.sessions().supersede();
         m_captureThread.clearRunning();
     }
@@ -92,7 +92,7 @@ void AudioCapture::waitForOldSession()
     if (timedOut)
         qDebug() << "[startCapture] 线程停止超时，强制终止";
     qDebug() << "[startCapture] 旧线程已停止";
-    const QMutexLocker lock(&m_mutex);
+    const std::lock_guard<PatientMutex> lock(m_mutex);
     m_autoRestart = true;
 }
 
@@ -105,7 +105,7 @@ void AudioCapture::releaseOldSession()
         pAudioClient->Stop();
         releaseAndClear(pAudioClient);
         m_mutex.unlock();
-        QThread::msleep(kReleasePauseMs);
+        sleepMs(kReleasePauseMs);
         m_mutex.lock();
     }
     releaseAndClear(pDevice);
@@ -186,7 +186,7 @@ HRESULT AudioCapture::initializeClient()
     qDebug() << "Initialize 失败" << hexText(hr);
     writeDiagnosticLog(QStringLiteral("Initialize 失败, hr=0x") + hexText(hr));
     for (int attempt = 1; attempt <= kRecoveryAttempts && FAILED(hr); ++attempt) {
-        QThread::msleep(kRecoveryPauseMs);
+        sleepMs(kRecoveryPauseMs);
         writeDiagnosticLog(QStringLiteral("Initialize 重试 #%1").arg(attempt));
         hr = recoverOnDefaultDevice();
     }

@@ -4,6 +4,7 @@
 #include "capture/sampleconversion.h"
 #include "capture/workerthread.h"
 #include "platform/lastreport.h"
+#include "platform/timesource.h"
 #include "report/hextext.h"
 
 #include <objbase.h>
@@ -100,7 +101,7 @@ bool restartClient(IAudioClient *client, int emptyPolls)
     qDebug().nospace() << "[Thread] 2秒无数据(" << emptyPolls * kPollMs / 1000
                        << "秒)，尝试 Stop/Start 恢复";
     WorkerThread::terminable([&] { return client->Stop(); });
-    QThread::msleep(kRecoveryPauseMs);
+    sleepMs(kRecoveryPauseMs);
     if (FAILED(WorkerThread::terminable([&] { return client->Start(); })))
         return false;
     qDebug() << "[Thread] Stop/Start 恢复成功";
@@ -114,17 +115,17 @@ CaptureAudioThread::CaptureAudioThread()
 {
     connect(m_thread, &QThread::started, this, &reserveCrashStack, Qt::DirectConnection);
     moveToThread(m_thread);
-    m_thread->start();
+    startThread(*m_thread);
 }
 
 CaptureAudioThread::~CaptureAudioThread()
 {
     m_thread->quit();
-    if (!m_thread->wait(kQuitWaitMs)) {
+    if (!waitForThread(*m_thread, kQuitWaitMs)) {
         terminate(m_thread);
-        m_thread->wait(kTerminateWaitMs);
+        waitForThread(*m_thread, kTerminateWaitMs);
     }
-    if (m_thread->wait(0))
+    if (waitForThread(*m_thread, 0))
         delete m_thread;
     else
         m_sessions.leaveBehind(); // with the thread: one that runs must not be deleted
@@ -187,7 +188,7 @@ void CaptureAudioThread::drain(IAudioClient *pAudioClient, IAudioCaptureClient *
     QByteArray raw;
     int emptyPolls = 0;
     while (m_sessions.mayRun()) {
-        QThread::msleep(kPollMs);
+        sleepMs(kPollMs);
 
         UINT32 waiting = 0;
         const HRESULT hr =
@@ -249,9 +250,9 @@ void CaptureAudioThread::forceStop()
     if (!m_thread || !m_thread->isRunning())
         return;
     m_thread->quit();
-    if (!m_thread->wait(kQuitWaitMs)) {
+    if (!waitForThread(*m_thread, kQuitWaitMs)) {
         qDebug() << "[Thread] forceStop 等待超时";
         terminate(m_thread);
-        m_thread->wait(kTerminateWaitMs);
+        waitForThread(*m_thread, kTerminateWaitMs);
     }
 }

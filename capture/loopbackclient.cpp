@@ -2,11 +2,11 @@
 
 #include "capture/comobjects.h"
 #include "capture/diagnosticlog.h"
+#include "platform/timesource.h"
 #include "report/hextext.h"
 
 #include <objbase.h>
 #include <QDebug>
-#include <QThread>
 
 namespace {
 
@@ -186,7 +186,7 @@ HRESULT initializeWithRetries(IAudioClient *client, const WAVEFORMATEX *format)
             return hr;
         qDebug().noquote() << QStringLiteral("[Step 4d] 瞬态错误 0x%1，第%2次重试...")
                                   .arg(hexText(hr), QString::number(retry));
-        QThread::msleep(kTransientPauseMs);
+        sleepMs(kTransientPauseMs);
     }
 }
 

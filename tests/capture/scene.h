@@ -108,17 +108,31 @@ struct Scene {
     std::unique_ptr<AudioCapture> capture;
 };
 
+/// Milliseconds from the first line of the one text to the first line of the other; -1 without
+/// them.
+inline qint64 between(const MessageLog &log, const QString &from, const QString &to)
+{
+    qint64 fromMs = -1;
+    qint64 toMs = -1;
+    for (const MessageLog::Line &line : log.lines()) {
+        if (fromMs < 0 && line.text == from)
+            fromMs = line.atMs;
+        if (toMs < 0 && line.text == to)
+            toMs = line.atMs;
+    }
+    return fromMs < 0 || toMs < 0 ? -1 : toMs - fromMs;
+}
+
 /// Runs a function on a thread that Qt did not start, as the audio system's callbacks do; events of
 /// this thread go on meanwhile.
 inline void onForeignThread(const std::function<void()> &function)
 {
     std::atomic<bool> done {false};
-    std::thread thread([&] {
+    VirtualThread thread([&] {
         function();
         done = true;
     });
-    while (!done)
-        QTest::qWait(1);
+    while (!waitUntil([&] { return done.load(); })) { }
     thread.join();
 }
 

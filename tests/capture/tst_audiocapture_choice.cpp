@@ -2,6 +2,7 @@
 #include "capture/wasapierrortext.h"
 #include "report/hextext.h"
 #include "tests/capture/scene.h"
+#include "tests/support/virtualmain.h"
 
 class TestAudioCaptureChoice : public QObject {
     Q_OBJECT
@@ -218,5 +219,5 @@ void TestAudioCaptureChoice::hexadecimalCodes()
              QStringLiteral("Unknown error: 0xffffffff88890fff"));
 }
 
-QTEST_GUILESS_MAIN(TestAudioCaptureChoice)
+VIRTUAL_TIME_MAIN(TestAudioCaptureChoice)
 #include "tst_audiocapture_choice.moc"

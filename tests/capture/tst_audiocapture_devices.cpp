@@ -1,5 +1,6 @@
 // Construction, destruction, the catalogue, friendly names and IUnknown.
 #include "tests/capture/scene.h"
+#include "tests/support/virtualmain.h"
 
 #include <QPointer>
 #include <QSignalSpy>
@@ -339,5 +340,5 @@ void TestAudioCaptureDevices::nobodyEmitsDeviceChanged()
     VERIFY_NOTHING_LEFT(scene);
 }
 
-QTEST_GUILESS_MAIN(TestAudioCaptureDevices)
+VIRTUAL_TIME_MAIN(TestAudioCaptureDevices)
 #include "tst_audiocapture_devices.moc"

@@ -1,5 +1,6 @@
 // How a start initialises the client: format, retries, recovery, what is announced.
 #include "tests/capture/scene.h"
+#include "tests/support/virtualmain.h"
 
 #include <QSignalSpy>
 
@@ -78,8 +79,8 @@ void TestAudioCaptureInitialize::transientInitializeFourTimesThenRecovery()
     const auto calls = scene.audio.records(FakeCall::Initialize);
     QCOMPARE(calls.size(), 5);
     for (int i = 1; i < 4; ++i)
-        QVERIFY(calls.at(i).atMs - calls.at(i - 1).atMs >= 199);
-    QVERIFY(calls.at(4).atMs - calls.at(3).atMs >= 499);
+        QCOMPARE(calls.at(i).atMs - calls.at(i - 1).atMs, 200LL);
+    QCOMPARE(calls.at(4).atMs - calls.at(3).atMs, 500LL);
     QCOMPARE(calls.at(3).client, calls.at(0).client);
     QVERIFY(calls.at(4).client != calls.at(0).client);
     QVERIFY(scene.log.inOrder({text("[Step 4d] 瞬态错误 0xffffffff8889000b，第1次重试..."),
@@ -124,8 +125,8 @@ void TestAudioCaptureInitialize::otherInitializeFailureGoesStraightToRecovery()
     QVERIFY(scene.log.inOrder({text("[Step 4d] 非瞬态错误: 0xffffffff80004005"),
                                text("Initialize 失败 ffffffff80004005")}));
     QVERIFY(!scene.log.contains(text("瞬态错误 0x")));
-    QVERIFY(calls.at(1).atMs - calls.at(0).atMs >= 499);
-    QVERIFY(calls.at(2).atMs - calls.at(1).atMs >= 499);
+    QCOMPARE(calls.at(1).atMs - calls.at(0).atMs, 500LL);
+    QCOMPARE(calls.at(2).atMs - calls.at(1).atMs, 500LL);
     QVERIFY(scene.captures(kIdA));
     VERIFY_NOTHING_LEFT(scene);
 }
@@ -274,5 +275,5 @@ void TestAudioCaptureInitialize::successWithoutAnObjectFails()
     VERIFY_NOTHING_LEFT(scene);
 }
 
-QTEST_GUILESS_MAIN(TestAudioCaptureInitialize)
+VIRTUAL_TIME_MAIN(TestAudioCaptureInitialize)
 #include "tst_audiocapture_initialize.moc"

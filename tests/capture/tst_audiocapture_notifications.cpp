@@ -1,11 +1,14 @@
 // The endpoint notifications, each on a thread that Qt did not start.
 #include "tests/capture/scene.h"
+#include "tests/support/virtualmain.h"
+
+#include <optional>
 
 class TestAudioCaptureNotifications : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { QTest::qWait(510); } // past the debounce of the test before
+    void init() { spin(500); } // past the debounce of the test before
 
     void threeRolesLeadToOneSwitch();
     void sameIdAfterTheDebounceIsHandledAgain();
@@ -41,14 +44,14 @@ void TestAudioCaptureNotifications::threeRolesLeadToOneSwitch()
     scene.started();
     QVERIFY(scene.captures(kIdA));
     scene.audio.setDefault(kIdB);
-    std::thread roles[3];
+    VirtualThread roles[3];
     for (const ERole role : {eConsole, eMultimedia, eCommunications})
         roles[role] =
-            std::thread([&, role] { scene.audio.notifyDefaultChanged(kIdB, eRender, role); });
+            VirtualThread([&, role] { scene.audio.notifyDefaultChanged(kIdB, eRender, role); });
     QVERIFY(scene.captures(kIdB));
-    for (std::thread &thread : roles)
+    for (VirtualThread &thread : roles)
         thread.join();
-    QTest::qWait(100);
+    spin(100);
     QCOMPARE(scene.log.count(text("[设备切换] 检测到输出设备变化:")), 1);
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
     VERIFY_NOTHING_LEFT(scene);
@@ -59,7 +62,7 @@ void TestAudioCaptureNotifications::sameIdAfterTheDebounceIsHandledAgain()
     Scene scene;
     scene.make();
     onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdA); });
-    QTest::qWait(600);
+    spin(600);
     onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdA); });
     QCOMPARE(scene.log.count(text("[设备切换] 检测到输出设备变化: Speakers")), 2);
     QVERIFY(scene.captures(kIdA));
@@ -72,26 +75,21 @@ void TestAudioCaptureNotifications::sameIdWithinTheDebounceIsNot()
     AudioCapture &capture = scene.make();
     capture.setCurrentDevice(text("Headset")); // pinned: a change is logged, and that is all
     const QString handled = text("[设备切换] 检测到输出设备变化: Speakers");
-    qint64 elapsed = 0;
-    int once = 0;
-    // Until the machine has let both calls be made within the time.
-    for (int attempt = 0; attempt < 20; ++attempt) {
-        QTest::qWait(510);
-        scene.log.clear();
-        QElapsedTimer clock;
-        clock.start();
-        onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdA); });
-        once = scene.log.count(handled);
-        QThread::msleep(300);
-        onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdA, eRender, eMultimedia); });
-        elapsed = clock.elapsed();
-        if (elapsed < 500)
-            break;
-    }
-    QVERIFY2(elapsed < 500, qPrintable(QString::number(elapsed)));
-    QCOMPARE(once, 1);
+    const auto tell = [&](ERole role) {
+        onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdA, eRender, role); });
+    };
+    scene.log.clear();
+    tell(eConsole);
+    QCOMPARE(scene.log.count(handled), 1);
+    spin(300);
+    tell(eMultimedia);
+    spin(199); // it counts from the call that was handled, not from one that was not
+    tell(eCommunications);
     QCOMPARE(scene.log.count(text("[设备切换]")), 3); // the three texts of the one change
     QCOMPARE(scene.log.count(handled), 1);
+    spin(1);
+    tell(eConsole);
+    QCOMPARE(scene.log.count(handled), 2);
     VERIFY_NOTHING_LEFT(scene);
 }
 
@@ -137,28 +135,17 @@ void TestAudioCaptureNotifications::debounceIsTheProcesses()
     // Two controllers hear of the same change; the one that comes first handles it alone.
     Scene scene;
     scene.make().setCurrentDevice(text("Headset")); // pinned: a change is logged, and that is all
-    qint64 elapsed = 0;
-    int handled = 0;
-    // Until the machine has let both calls be made within the time.
-    for (int attempt = 0; attempt < 20; ++attempt) {
-        AudioCapture other;
-        QTest::qWait(510);
-        scene.log.clear();
-        QElapsedTimer clock;
-        clock.start();
-        const std::wstring id = kIdA.toStdWString();
-        onForeignThread([&] {
-            scene.audio.enter();
-            scene.capture->OnDefaultDeviceChanged(eRender, eConsole, id.c_str());
-            other.OnDefaultDeviceChanged(eRender, eConsole, id.c_str());
-        });
-        handled = scene.log.count(text("[设备切换] 检测到输出设备变化: Speakers"));
-        elapsed = clock.elapsed();
-        if (elapsed < 500)
-            break;
-    }
-    QVERIFY2(elapsed < 500, qPrintable(QString::number(elapsed)));
-    QCOMPARE(handled, 1);
+    std::optional<AudioCapture> other(std::in_place);
+    scene.log.clear();
+    const std::wstring id = kIdA.toStdWString();
+    onForeignThread([&] {
+        scene.audio.enter();
+        scene.capture->OnDefaultDeviceChanged(eRender, eConsole, id.c_str());
+        sleepMs(499);
+        other->OnDefaultDeviceChanged(eRender, eConsole, id.c_str());
+    });
+    other.reset();
+    QCOMPARE(scene.log.count(text("[设备切换] 检测到输出设备变化: Speakers")), 1);
     VERIFY_NOTHING_LEFT(scene);
 }
 
@@ -208,7 +195,7 @@ void TestAudioCaptureNotifications::pinnedDeviceStaysPinned()
     onForeignThread([&] { scene.audio.notifyDefaultChanged(kIdB); });
     QVERIFY(scene.log.inOrder({text("[设备切换] 用户之前选择的设备: Headset , 是否跟随: false"),
                                text("[设备切换] 之前是否在运行: true")}));
-    QTest::qWait(100);
+    spin(100);
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 1);
     QCOMPARE(capture.currentDevice(), text("Headset"));
     QCOMPARE(capture.devices().at(1).name, before.at(1).name); // no new catalogue
@@ -287,7 +274,7 @@ void TestAudioCaptureNotifications::microphoneCountsInFollowDefaultMode()
     QVERIFY(scene.captures(kIdA));
     onForeignThread([&] { scene.audio.notifyStateChanged(kIdMic, DEVICE_STATE_DISABLED); });
     QVERIFY(!capture.isCapturing());
-    QTest::qWait(700); // longer than any restart would wait
+    spin(700); // longer than any restart would wait
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 1);
     QVERIFY(!scene.log.contains(text("需要自动重启，延迟500ms")));
     QVERIFY(!capture.isCapturing());
@@ -397,6 +384,15 @@ void TestAudioCaptureNotifications::removalOfThePinnedDefaultSwitchesBack()
     QVERIFY(scene.captures(kIdB));
     QCOMPARE(capture.devices().size(), 2); // the catalogue is new, too
     QVERIFY(!scene.log.contains(text("等待旧线程停止"))); // it was given 100 ms
+    // These, and the pause after the old client's end.
+    QCOMPARE(between(scene.log, text("[设备移除] 当前使用的设备被移除，切换到默认设备"),
+                     text("[Step 1] 使用默认输出设备")),
+             600LL);
+    spin(2000); // the stop of the removed device's session is not answered by a second start
+    QCOMPARE(scene.log.count(text("[handleThreadStopped] 线程停止（不需要自动重启）")), 1);
+    QVERIFY(!scene.log.contains(text("需要自动重启，延迟500ms")));
+    QVERIFY(!scene.log.contains(text("已在执行中")));
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
     VERIFY_NOTHING_LEFT(scene);
 }
 
@@ -441,13 +437,13 @@ void TestAudioCaptureNotifications::notificationsWhileAStartHoldsTheMutex()
     // it waits for the mutex, and finds the start finished when it gets it.
     Scene scene;
     AudioCapture &capture = scene.make();
-    std::thread notifier;
+    VirtualThread notifier;
     scene.audio.setHook(FakeCall::Initialize, [&] {
         if (scene.audio.calls(FakeCall::Initialize) > 0)
             return;
         scene.audio.setDefault(kIdB);
-        notifier = std::thread([&] { scene.audio.notifyDefaultChanged(kIdB); });
-        QThread::msleep(100);
+        notifier = VirtualThread([&] { scene.audio.notifyDefaultChanged(kIdB); });
+        sleepMs(100);
     });
     capture.startCapture();
     QVERIFY(scene.captures(kIdB));
@@ -464,13 +460,13 @@ void TestAudioCaptureNotifications::destructionWaitsForARunningCallback()
     std::atomic<bool> inside {false};
     scene.audio.setDefault(kIdB);
     scene.audio.setHook(FakeCall::GetValue, [&] { inside = true; });
-    std::thread notifier([&] { scene.audio.notifyDefaultChanged(kIdB); });
+    VirtualThread notifier([&] { scene.audio.notifyDefaultChanged(kIdB); });
     while (!inside)
-        QThread::msleep(1);
+        sleepMs(1);
     VERIFY_NOTHING_LEFT(scene); // the start on that thread comes to its end first
     notifier.join();
     QCOMPARE(scene.audio.problems(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(TestAudioCaptureNotifications)
+VIRTUAL_TIME_MAIN(TestAudioCaptureNotifications)
 #include "tst_audiocapture_notifications.moc"

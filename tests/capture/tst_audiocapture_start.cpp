@@ -1,6 +1,7 @@
 // The start sequence as a whole on scripted devices: its texts, old sessions, threads, stops.
 #include "tests/capture/scene.h"
 #include "tests/support/comfault.h"
+#include "tests/support/virtualmain.h"
 
 #include <objbase.h>
 #include <QSignalSpy>
@@ -15,6 +16,7 @@ private Q_SLOTS:
     void diagnosticLinesOfASuccessfulStart();
     void secondStartWhileOneRunsChangesNothing();
     void secondStartOnAnotherThreadDuringThePauseChangesNothing();
+    void startOnAnotherThreadDuringTheStepsWaitsAndStartsAgain();
     void oldSessionIsEndedAndPausedBeforeTheNext();
     void mutexIsFreeDuringThePause();
     void waitForTheOldWorkerTimesOut();
@@ -97,14 +99,40 @@ void TestAudioCaptureStart::secondStartWhileOneRunsChangesNothing()
     VERIFY_NOTHING_LEFT(scene);
 }
 
+void TestAudioCaptureStart::startOnAnotherThreadDuringTheStepsWaitsAndStartsAgain()
+{
+    Scene scene;
+    AudioCapture &capture = scene.make();
+    VirtualThread other;
+    QStringList during;
+    scene.audio.setHook(FakeCall::Initialize, [&] {
+        if (other.joinable())
+            return;
+        other = VirtualThread([&] {
+            scene.audio.enter();
+            capture.startCapture();
+        });
+        sleepMs(1000);
+        during = scene.log.texts();
+    });
+    capture.startCapture();
+    QCOMPARE(during.filter(text("[Step 1]")).size(), 1);
+    other.join();
+    QVERIFY(!scene.log.contains(text("已在执行中")));
+    QCOMPARE(scene.log.count(text("[Step 1]")), 2);
+    QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
+    QVERIFY(scene.captures(kIdA));
+    VERIFY_NOTHING_LEFT(scene);
+}
+
 void TestAudioCaptureStart::secondStartOnAnotherThreadDuringThePauseChangesNothing()
 {
     Scene scene;
     AudioCapture &capture = scene.started();
     QVERIFY(scene.captures(kIdA));
-    std::thread other([&] {
+    VirtualThread other([&] {
         scene.audio.enter();
-        QThread::msleep(250); // within the 500 ms pause of the start below
+        sleepMs(250); // within the 500 ms pause of the start below
         capture.startCapture();
     });
     capture.startCapture();
@@ -130,9 +158,9 @@ void TestAudioCaptureStart::oldSessionIsEndedAndPausedBeforeTheNext()
     QCOMPARE(stops.size(), 2); // the worker's and the start's
     const qint64 pause =
         scene.audio.records(FakeCall::GetDefaultAudioEndpoint).last().atMs - stops.last().atMs;
-    QVERIFY2(pause >= 499, qPrintable(QString::number(pause)));
+    QCOMPARE(pause, 500LL);
     QVERIFY(scene.captures(kIdA));
-    QTest::qWait(700); // the stop that the start provoked is not answered by another start
+    spin(700); // the stop that the start provoked is not answered by another start
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 2);
     QCOMPARE(scene.log.count(text("[handleThreadStopped] 线程停止（不需要自动重启）")), 1);
     QCOMPARE(scene.audio.liveObjects(),
@@ -146,8 +174,8 @@ void TestAudioCaptureStart::mutexIsFreeDuringThePause()
     AudioCapture &capture = scene.started();
     QVERIFY(scene.captures(kIdA));
     QStringList during;
-    std::thread other([&] {
-        QThread::msleep(200);
+    VirtualThread other([&] {
+        sleepMs(200);
         capture.isCapturing();
         during = scene.log.texts();
     });
@@ -167,21 +195,21 @@ void TestAudioCaptureStart::waitForTheOldWorkerTimesOut()
     scene.audio.setHook(FakeCall::GetNextPacketSize, [&] {
         entered = true;
         while (!go)
-            QThread::msleep(1);
+            sleepMs(1);
     });
     QVERIFY(waitUntil([&] { return entered.load(); }));
     scene.log.clear();
-    QElapsedTimer clock;
-    clock.start();
-    QTimer::singleShot(3600, &capture, [&] { go = true; });
-    std::thread helper([&] {
-        while (clock.elapsed() < 3550)
-            QThread::msleep(5);
+    const quint64 beforeMs = tickCountMs();
+    VirtualThread helper([&] {
+        sleepMs(3550);
         go = true;
     });
     capture.startCapture();
+    QCOMPARE(tickCountMs() - beforeMs, 3500ULL); // the wait, and the pause after the client's end
+    QCOMPARE(between(scene.log, text("[startCapture] 等待旧线程停止..."),
+                     text("[startCapture] 线程停止超时，强制终止")),
+             3000LL);
     helper.join();
-    QVERIFY(clock.elapsed() >= 2850); // the timer is a coarse one
     QVERIFY(scene.log.inOrder({text("[startCapture] 线程停止超时，强制终止"),
                                text("[startCapture] 旧线程已停止"), text("[Step 1]"),
                                text("[Step 6]")}));
@@ -270,7 +298,7 @@ void TestAudioCaptureStart::doubleStartBeforeTheWorkerBegins()
     scene.audio.setHook(FakeCall::GetService, [&] {
         entered = true;
         while (!go)
-            QThread::msleep(1);
+            sleepMs(1);
     });
     capture.startCapture();
     QVERIFY(waitUntil([&] { return entered.load(); }));
@@ -282,7 +310,7 @@ void TestAudioCaptureStart::doubleStartBeforeTheWorkerBegins()
     go = true;
     QVERIFY(scene.captures(kIdB));
     QCOMPARE(scene.audio.calls(FakeCall::GetService), 2); // the superseded ones never got there
-    QTest::qWait(1200);
+    spin(1200);
     QVERIFY(scene.captures(kIdB));
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 4); // no restart for the sessions taken over
     QCOMPARE(scene.audio.violations(), QStringList());
@@ -298,7 +326,7 @@ void TestAudioCaptureStart::stopBeforeTheWorkerBegins()
     scene.audio.setHook(FakeCall::Start, [&] {
         entered = true;
         while (!go)
-            QThread::msleep(1);
+            sleepMs(1);
     });
     capture.startCapture();
     QVERIFY(waitUntil([&] { return entered.load(); }));
@@ -306,7 +334,7 @@ void TestAudioCaptureStart::stopBeforeTheWorkerBegins()
     go = true;
     QVERIFY(waitUntil([&] { return scene.log.contains(text("频谱引擎已停止采集！")); }));
     QVERIFY(!capture.isCapturing());
-    QTest::qWait(700);
+    spin(700);
     QCOMPARE(scene.audio.calls(FakeCall::Activate), 1);
     QVERIFY(scene.log.contains(text("[handleThreadStopped] 线程停止（不需要自动重启）")));
     VERIFY_NOTHING_LEFT(scene);
@@ -332,10 +360,10 @@ void TestAudioCaptureStart::destroyedWhileStarting()
 {
     // The session is queued behind a worker that has not begun it when the controller goes.
     Scene scene;
-    scene.audio.setHook(FakeCall::GetService, [] { QThread::msleep(300); });
+    scene.audio.setHook(FakeCall::GetService, [] { sleepMs(300); });
     scene.started();
     VERIFY_NOTHING_LEFT(scene);
 }
 
-QTEST_GUILESS_MAIN(TestAudioCaptureStart)
+VIRTUAL_TIME_MAIN(TestAudioCaptureStart)
 #include "tst_audiocapture_start.moc"

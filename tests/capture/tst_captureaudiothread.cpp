@@ -1,5 +1,6 @@
 // The worker's sessions: how they begin, end, fail and are retired.
 #include "tests/capture/workersession.h"
+#include "tests/support/virtualmain.h"
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
@@ -93,7 +94,7 @@ void TestCaptureAudioThread::clearingTheFlagEndsTheSession()
                                    text("频谱引擎已停止采集！")}));
     QCOMPARE(DiagnosticLog::lines(), QStringList({text("采集线程退出循环")}));
     QCOMPARE(session.scene.audio.calls(FakeCall::Stop), 1);
-    QTest::qWait(50);
+    spin(50);
     QCOMPARE(session.stops.size(), 1);
     QCOMPARE(session.errors.size(), 0);
     VERIFY_NOTHING_LEFT(session);
@@ -186,9 +187,9 @@ void TestCaptureAudioThread::otherApartmentIsTolerated()
     onForeignThread([&] {
         session.scene.audio.enter();
         CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        std::thread stopper([&] {
+        VirtualThread stopper([&] {
             while (!session.worker->isRunning())
-                QThread::msleep(1);
+                sleepMs(1);
             session.worker->clearRunning();
         });
         ++session.starts;
@@ -316,6 +317,7 @@ void TestCaptureAudioThread::forceStopTerminatesAHangingThread()
     QSKIP("a thread that is ended by force leaves its event loop behind, which sanitizers report",
           "");
 #endif
+    const RealTime realTime; // the thread is ended wherever it is
     Session session;
     session.start(session.client(), 8);
     QVERIFY(waitUntil([&] { return session.worker->isRunning(); }));
@@ -337,13 +339,12 @@ void TestCaptureAudioThread::aThreadThatIsLateToEndIsLeftInPeace()
     Session session;
     QObject::connect(
         session.worker->thread(), &QThread::finished, session.worker->thread(),
-        [] { QThread::msleep(1200); }, Qt::DirectConnection);
+        [] { sleepMs(1200); }, Qt::DirectConnection);
     session.start(session.client(), 8);
     QVERIFY(session.end());
-    QElapsedTimer clock;
-    clock.start();
+    const quint64 beforeMs = tickCountMs();
     session.worker.reset();
-    QVERIFY2(clock.elapsed() >= 1000, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(tickCountMs() - beforeMs, 1200ULL);
     VERIFY_NOTHING_LEFT(session);
 }
 
@@ -356,17 +357,16 @@ void TestCaptureAudioThread::aThreadThatDoesNotEndIsLeftBehind()
         thread, &QThread::finished, thread,
         [&] {
             while (!mayEnd)
-                QThread::msleep(1);
+                sleepMs(1);
         },
         Qt::DirectConnection);
     session.start(session.client(), 8);
     QVERIFY(session.end());
-    QElapsedTimer clock;
-    clock.start();
+    const quint64 beforeMs = tickCountMs();
     session.worker.reset();
-    QVERIFY2(clock.elapsed() < 20000, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(tickCountMs() - beforeMs, 1500ULL);
     mayEnd = true;
-    QVERIFY(thread->wait(20000));
+    QVERIFY(waitForThread(*thread, 20000));
     delete thread;
     VERIFY_NOTHING_LEFT(session);
 }
@@ -374,6 +374,7 @@ void TestCaptureAudioThread::aThreadThatDoesNotEndIsLeftBehind()
 void TestCaptureAudioThread::aSessionIsNotCutOffOutsideAnAudioCall()
 {
     // Cut off there, in a queue of events or in the heap, the thread could take a lock along.
+    const RealTime realTime;
     Session session;
     const QPointer<QThread> thread = session.worker->thread();
     std::atomic<bool> hanging {false};
@@ -411,6 +412,7 @@ void TestCaptureAudioThread::aSessionThatCannotBeCutOffIsLeftBehind()
     QSKIP("a session that is cut off leaves its client behind, which sanitizers report", "");
 #endif
     // It holds its thread without waiting for anything, and comes back after the worker has gone.
+    const RealTime realTime;
     Session session;
     const QPointer<QThread> thread = session.worker->thread();
     IAudioClient *const client = session.client();
@@ -451,5 +453,5 @@ void TestCaptureAudioThread::aSessionThatCannotBeCutOffIsLeftBehind()
     session.scene.audio.setHook(FakeCall::GetNextPacketSize, {});
 }
 
-QTEST_GUILESS_MAIN(TestCaptureAudioThread)
+VIRTUAL_TIME_MAIN(TestCaptureAudioThread)
 #include "tst_captureaudiothread.moc"

@@ -30,7 +30,7 @@ private Q_SLOTS:
     {
         AudioCapture::setDiagnosticLogEnabled(true);
         writeDiagnosticLog(QStringLiteral("setCurrentDevice -> 默认输出设备"));
-        QTest::qWait(1000);
+        QThread::msleep(20); // as coarse as a system clock may be
         writeDiagnosticLog(QStringLiteral("second"));
         const QStringList lines = content().split(QLatin1Char('\n'));
         QCOMPARE(lines.size(), 3);
