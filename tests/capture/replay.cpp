@@ -28,7 +28,7 @@ public:
     {
         ++m_replay.starts;
         const qint64 pauseMs = m_cursor.msSince(FakeCall::Stop);
-        if (pauseMs >= 0 && pauseMs < 499)
+        if (pauseMs >= 0 && pauseMs < least(500))
             m_replay.complaints.append(
                 QStringLiteral("a start %1 ms after the old client's stop").arg(pauseMs));
         const HRESULT result = steps();
@@ -215,8 +215,8 @@ private:
         qint64 lastMs = 0;
         for (int retry = 1;; ++retry) {
             FakeCallRecord call = initializeCall();
-            if (retry > 1 && call.atMs - lastMs < 199)
-                m_cursor.complain(QStringLiteral("a retry came too early"));
+            if (retry > 1 && !lasted(200, call.atMs - lastMs))
+                m_cursor.complain(QStringLiteral("a retry came at the wrong time"));
             hr = call.result;
             if (hr == AUDCLNT_E_BUFFER_SIZE_NOT_ALIGNED) {
                 m_cursor.message(text("[Step 4c] Buffer 对齐问题，尝试调整..."));
@@ -243,8 +243,8 @@ private:
         }
         m_cursor.message(text("Initialize 失败 ") + hex(hr));
         for (int attempt = 0; attempt < 2 && FAILED(hr); ++attempt) {
-            if (!m_cursor.atEnd() && m_cursor.peek().atMs - lastMs < 499)
-                m_cursor.complain(QStringLiteral("a recovery came too early"));
+            if (!m_cursor.atEnd() && !lasted(500, m_cursor.peek().atMs - lastMs))
+                m_cursor.complain(QStringLiteral("a recovery came at the wrong time"));
             hr = recover(&lastMs);
             m_recovered = true;
         }
@@ -335,6 +335,8 @@ private:
     {
         int empty = 0;
         while (m_cursor.nextIsCall(FakeCall::GetNextPacketSize)) {
+            if (!lasted(5, m_cursor.msSinceLast()))
+                m_cursor.complain(QStringLiteral("a poll came at the wrong time"));
             const FakeCallRecord size = m_cursor.take();
             if (FAILED(size.result)) {
                 m_cursor.message(text("[Thread Error] GetNextPacketSize 失败, hr = ")
@@ -349,8 +351,8 @@ private:
                 m_cursor.message(text("[Thread] 2秒无数据(2秒)，尝试 Stop/Start 恢复"));
                 const FakeCallRecord stop = m_cursor.call(FakeCall::Stop);
                 const FakeCallRecord start = m_cursor.call(FakeCall::Start);
-                if (start.atMs - stop.atMs < 19)
-                    m_cursor.complain(QStringLiteral("Start came too early"));
+                if (!lasted(20, start.atMs - stop.atMs))
+                    m_cursor.complain(QStringLiteral("Start came at the wrong time"));
                 if (FAILED(start.result))
                     return;
                 empty = 0;
@@ -410,8 +412,7 @@ public:
         } else if (is("[startCapture] 等待旧线程停止")) {
             m_waits[entry.thread] = entry.atMs;
         } else if (is("[startCapture] 线程停止超时")) {
-            // 5 % less than 3 s is within a coarse timer's accuracy.
-            atLeast(2849, m_waits.value(entry.thread), entry);
+            atLeast(least(3000, true), m_waits.value(entry.thread), entry);
         } else if (is("[startCapture] 旧线程已停止")) {
             m_waits.remove(entry.thread);
         } else if (is("[Step 1] ")) {
@@ -441,7 +442,7 @@ private:
         if (armed.isEmpty())
             m_replay.complaints.append(QStringLiteral("\"%1\" was not armed").arg(entry.text));
         else
-            atLeast(499, armed.takeFirst(), entry);
+            atLeast(least(500), armed.takeFirst(), entry);
     }
 
     Replay &m_replay;
@@ -459,26 +460,29 @@ Replay replay(const QList<FakeCallRecord> &timeline, const QHash<QString, QStrin
     Replay result;
     QHash<Qt::HANDLE, QList<FakeCallRecord>> threads;
     ControllerReplay controller(result);
+    int position = 0;
     for (const FakeCallRecord &entry : timeline) {
-        threads[entry.thread].append(entry);
+        QList<FakeCallRecord> &entries = threads[entry.thread];
+        entries.append(entry);
+        entries.last().position = position++;
         controller.take(entry);
     }
 
-    qint64 lastStartMs = -1;
+    int lastStart = -1;
     for (const QList<FakeCallRecord> &entries : std::as_const(threads)) {
         Cursor cursor(entries, result.complaints);
         while (!cursor.atEnd() && !cursor.isBroken()) {
             if (cursor.nextIsMessage(text("[Step 1] "))) {
                 // Starts may be spread over threads: the last one counts.
                 const Replay before = result;
-                const qint64 atMs = cursor.peek().atMs;
+                const int start = cursor.peek().position;
                 StartReplay(cursor, result, endpoints).run();
-                if (atMs < lastStartMs) {
+                if (start < lastStart) {
                     result.lastStartSucceeded = before.lastStartSucceeded;
                     result.lastDevice = before.lastDevice;
                     result.lastRecovered = before.lastRecovered;
                 } else {
-                    lastStartMs = atMs;
+                    lastStart = start;
                 }
             } else if (cursor.nextIsCall(FakeCall::GetService)) {
                 cursor.mayEnd(); // the worker's thread goes on

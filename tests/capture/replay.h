@@ -27,6 +27,8 @@ struct Replay {
 /// Every call and every message of every start (from Step 1 to its end) and of every session (from
 /// GetService to its end) must be the one that follows from the result of the call before, after
 /// the prescribed pause. The pauses before restarts, after the old client's stop and of a wait in
-/// vain must have their length too. The timeline must not end within a start. A start on an
-/// endpoint whose name is in `endpoints` (friendly names to ids) must open that endpoint.
+/// vain must have their length too; in virtual time to the millisecond. Of two starts at the same
+/// moment the one that stands later in the timeline is the later one. The timeline must not end
+/// within a start. A start on an endpoint whose name is in `endpoints` (friendly names to ids) must
+/// open that endpoint.
 Replay replay(const QList<FakeCallRecord> &timeline, const QHash<QString, QString> &endpoints = {});

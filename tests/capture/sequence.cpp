@@ -4,8 +4,8 @@
 #include "tests/support/taskmemory.h"
 #include "tests/support/waiting.h"
 
+#include <algorithm>
 #include <objbase.h>
-#include <thread>
 
 namespace {
 
@@ -28,8 +28,12 @@ Sequence::Sequence(quint32 seed, Watchdog &watchdog, SequenceCounts &counts)
     for (int i = 0; i < kDevices; ++i) {
         m_ids[i] = QStringLiteral("{%1}.%2").arg(seed).arg(i);
         m_audio.add(m_ids[i], QString::fromLatin1(kNames[i]));
-        m_audio.setEndlessFrames(m_ids[i], 16);
     }
+    // A packet at every poll, or seldom, or so seldom that the worker restarts its client.
+    static const int every[] = {1, 50, 100, 200, 300, 500};
+    const int pollsPerPacket = every[m_random.bounded(6)];
+    for (const QString &id : m_ids)
+        m_audio.setEndlessFrames(id, 16, pollsPerPacket);
     m_mic = QStringLiteral("{%1}.mic").arg(seed);
     m_audio.add(m_mic, QStringLiteral("Mic"), eCapture);
     m_audio.setDefault(m_ids[0]);
@@ -41,7 +45,7 @@ QStringList Sequence::run()
     if (m_random.bounded(4) != 0)
         start("first start", [&] { m_capture->startCapture(); });
 
-    std::vector<std::thread> threads;
+    std::vector<VirtualThread> threads;
     const auto onThread = [&](void (Sequence::*part)(QRandomGenerator &)) {
         const quint32 seed = m_random.generate();
         threads.emplace_back([this, part, seed] {
@@ -62,11 +66,11 @@ QStringList Sequence::run()
     if (endsEarly)
         m_foreignCallsEnd = true; // notifications go on, calls of its owners do not
     while (endsEarly ? m_inForeignCall.load() : m_busy > 0)
-        spin(5);
+        spin(20);
     if (!endsEarly)
         settle();
     call("destruction", [&] { m_capture.reset(); });
-    for (std::thread &thread : threads)
+    for (VirtualThread &thread : threads)
         thread.join();
 
     m_wrong += m_audio.problems();
@@ -95,7 +99,13 @@ void Sequence::spin(int ms)
 
 bool Sequence::waitUntil(const std::function<bool()> &condition, int timeoutMs)
 {
-    return ::waitUntil(condition, timeoutMs, [this] { call("events", handleEvents); });
+    const qint64 untilMs = m_audio.nowMs() + timeoutMs;
+    while (!condition()) {
+        if (m_audio.nowMs() > untilMs)
+            return false;
+        spin(20);
+    }
+    return true;
 }
 
 void Sequence::start(const char *what, const std::function<void()> &function)
@@ -103,7 +113,7 @@ void Sequence::start(const char *what, const std::function<void()> &function)
     {
         const std::lock_guard<std::mutex> lock(m_marks);
         m_lastStartBegun = ++m_lastMark;
-        m_lastStartMs = m_audio.nowMs();
+        m_lastStartEntry = m_audio.timelineLength();
     }
     call(what, function);
 }
@@ -120,25 +130,23 @@ bool Sequence::isWanted()
     const std::lock_guard<std::mutex> lock(m_marks);
     if (m_lastStartBegun <= m_lastStopDone)
         return false;
-    for (const FakeCallRecord &record : m_audio.timeline()) {
-        if (record.atMs >= m_lastStartMs
-            && record.text.startsWith(QStringLiteral("[startCapture] 已在执行中")))
-            return false;
-    }
-    return true;
+    const QList<FakeCallRecord> since = m_audio.timeline().mid(m_lastStartEntry);
+    return std::none_of(since.begin(), since.end(), [](const FakeCallRecord &record) {
+        return record.text.startsWith(QStringLiteral("[startCapture] 已在执行中"));
+    });
 }
 
 void Sequence::pause(QRandomGenerator &random)
 {
     static const int pauses[] = {0, 0, 1, 5, 20, 100, 300, 510, 700};
-    QThread::msleep(static_cast<ulong>(pauses[random.bounded(9)]));
+    sleepMs(static_cast<quint64>(pauses[random.bounded(9)]));
 }
 
 void Sequence::changeDefaults(QRandomGenerator &random)
 {
     for (int n = static_cast<int>(random.bounded(1, 4)); n > 0; --n) {
         pause(random);
-        const std::lock_guard<std::mutex> lock(m_order);
+        const std::lock_guard<PatientMutex> lock(m_order);
         const int device = static_cast<int>(random.bounded(kDevices));
         if (m_present[device])
             announceDefault(device, static_cast<int>(random.bounded(1, 4)));
@@ -161,7 +169,7 @@ void Sequence::changeDevices(QRandomGenerator &random)
 {
     for (int n = static_cast<int>(random.bounded(0, 3)); n > 0; --n) {
         pause(random);
-        const std::lock_guard<std::mutex> lock(m_order);
+        const std::lock_guard<PatientMutex> lock(m_order);
         const int device = static_cast<int>(random.bounded(kDevices));
         const int other = (device + 1) % kDevices;
         if (!m_present[device]) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "capture/audiocapture.h"
+#include "platform/patientmutex.h"
 #include "tests/capture/watchdog.h"
 #include "tests/support/fakeaudio.h"
 
@@ -94,7 +95,7 @@ private:
     QString m_ids[kDevices];
     QString m_mic;
     bool m_present[kDevices] = {true, true, true};
-    std::mutex m_order; ///< guards m_present; default changes are told in their order
+    PatientMutex m_order; ///< guards m_present; default changes are told in their order
     std::unique_ptr<AudioCapture> m_capture;
     std::atomic<int> m_busy {0};
     std::atomic<bool> m_foreignCallsEnd {false};
@@ -102,7 +103,7 @@ private:
     std::mutex m_marks; ///< guards the four below: the order of starts and stops
     int m_lastMark = 0;
     int m_lastStartBegun = 0;
-    qint64 m_lastStartMs = 0;
+    int m_lastStartEntry = 0; ///< length of the timeline then
     int m_lastStopDone = 0;
     QStringList m_wrong;
 };

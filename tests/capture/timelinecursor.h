@@ -1,12 +1,27 @@
 // A cursor on the timeline of a fake audio system.
 #pragma once
 
+#include "platform/timesource.h"
 #include "tests/support/fakeaudio.h"
 #include "tests/support/text.h"
 
 inline QString hex(HRESULT code)
 {
     return QString::number(static_cast<quint64>(static_cast<qint64>(code)), 16);
+}
+
+/// What real time may take from a duration: the clock's rounding, and of a coarse timer 5 %.
+inline qint64 least(qint64 ms, bool coarse = false)
+{
+    if (timeSource())
+        return ms;
+    return (coarse ? ms - ms / 20 : ms) - 1;
+}
+
+/// Whether a pause that nothing can lengthen lasted so long.
+inline bool lasted(qint64 ms, qint64 passedMs)
+{
+    return timeSource() ? passedMs == ms : passedMs >= least(ms);
 }
 
 /// The part of one thread, read from the front.
@@ -30,6 +45,11 @@ public:
     }
     bool nextIsCall(FakeCall call) const { return !atEnd() && peek().call == call; }
     const FakeCallRecord &take() { return m_entries.at(m_next++); }
+    /// Time since what came before on this thread; -1 at its first.
+    qint64 msSinceLast() const
+    {
+        return m_next > 0 && !atEnd() ? peek().atMs - m_entries.at(m_next - 1).atMs : -1;
+    }
     /// Time since the last call of this thread if that was the wanted call; else -1.
     qint64 msSince(FakeCall call) const
     {

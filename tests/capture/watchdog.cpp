@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <QThread>
 
 namespace {
 
@@ -44,7 +43,7 @@ void Watchdog::leave(std::list<Entry>::iterator entry)
 void Watchdog::watch()
 {
     while (!m_end) {
-        QThread::msleep(250);
+        sleepMs(250);
         const std::lock_guard<std::mutex> lock(m_mutex);
         for (const Entry &entry : m_entries) {
             qint64 last = entry.sinceMs;

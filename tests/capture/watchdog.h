@@ -2,11 +2,11 @@
 #pragma once
 
 #include "tests/support/fakeaudio.h"
+#include "tests/support/virtualtime.h"
 
 #include <atomic>
 #include <list>
 #include <mutex>
-#include <thread>
 
 /// Tells a call that hangs from a call that waits for its turn: for 5 s nothing but the worker's
 /// polls has happened in its world. Then it prints what had happened, and aborts. Any thread.
@@ -32,5 +32,5 @@ private:
     std::mutex m_mutex;
     std::list<Entry> m_entries;
     std::atomic<bool> m_end {false};
-    std::thread m_thread;
+    VirtualThread m_thread;
 };
