@@ -1,5 +1,7 @@
 #include "tests/platform/notificationlog.h"
 
+#include "platform/timesource.h"
+
 #include <algorithm>
 #include <chrono>
 #include <functiondiscoverykeys_devpkey.h>
@@ -38,8 +40,8 @@ void NotificationLog::clear()
 bool NotificationLog::waitFor(const QStringList &expected, int milliseconds) const
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
-                              [&] { return containsInOrder(m_lines, expected); });
+    return waitUntil(m_changed, &lock, steadyNow() + std::chrono::milliseconds(milliseconds),
+                     [&] { return containsInOrder(m_lines, expected); });
 }
 
 void NotificationLog::setAction(std::function<void()> action)

@@ -1,5 +1,7 @@
 #include "platform/linux/audio/endpointcatalogue.h"
 
+#include "platform/timesource.h"
+
 #include <algorithm>
 
 namespace {
@@ -86,10 +88,7 @@ EndpointCatalogue::waitForChange(std::uint64_t serial, Clock::time_point deadlin
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     const auto changed = [&] { return m_awake || m_snapshot->serial > serial; };
-    if (deadline == Clock::time_point::max())
-        m_changed.wait(lock, changed);
-    else
-        m_changed.wait_until(lock, deadline, changed);
+    waitUntil(m_changed, &lock, deadline, changed);
     return m_snapshot;
 }
 

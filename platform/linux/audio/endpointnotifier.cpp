@@ -1,9 +1,10 @@
 #include "platform/linux/audio/endpointnotifier.h"
 
+#include "platform/timesource.h"
+
 #include <algorithm>
 #include <csignal>
 #include <functiondiscoverykeys_devpkey.h>
-#include <future>
 #include <pthread.h>
 #include <system_error>
 
@@ -44,7 +45,7 @@ EndpointNotifier::EndpointNotifier(EndpointCatalogue *catalogue)
     : m_catalogue(catalogue)
 {
     const ProcessSignalsBlocked blocked;
-    m_thread = std::thread([this] { run(); });
+    m_thread = startThread([this] { run(); });
     pthread_setname_np(m_thread.native_handle(), "endpoint-notify");
 }
 
@@ -52,7 +53,7 @@ EndpointNotifier::~EndpointNotifier()
 {
     m_stop = true;
     m_catalogue->wakeUp();
-    m_thread.join();
+    joinThread(m_thread);
     for (const Registration &registration : m_registrations)
         registration.client->Release();
 }
@@ -97,7 +98,7 @@ void EndpointNotifier::finishRemoval(std::unique_lock<std::mutex> *lock,
                                      const Registration &registration)
 {
     if (t_calling != this)
-        m_called.wait(*lock, [&] { return m_calling != registration.number; });
+        waitFor(m_called, lock, [&] { return m_calling != registration.number; });
     lock->unlock();
     registration.client->Release();
 }
@@ -106,8 +107,7 @@ void EndpointNotifier::run()
 {
     std::shared_ptr<const EndpointSnapshot> snapshot = m_catalogue->snapshot();
     while (!m_stop) {
-        if (const auto announcement =
-                m_announcer.next(*snapshot, EndpointAnnouncer::Clock::now())) {
+        if (const auto announcement = m_announcer.next(*snapshot, steadyNow())) {
             deliver(*announcement);
             snapshot = m_catalogue->snapshot();
             continue;
@@ -170,21 +170,30 @@ void EndpointNotifier::callForEveryRole(IMMNotificationClient *client, EDataFlow
         client->OnDefaultDeviceChanged(flow, eMultimedia, id);
         client->OnDefaultDeviceChanged(flow, eCommunications, id);
     };
-    std::promise<void> consoleTold;
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool consoleTold = false;
     std::thread others;
     try {
-        others = std::thread([this, &tellOthers, told = consoleTold.get_future()] {
+        others = startThread([&] {
             t_calling = this;
-            told.wait_for(kRoleDelay);
+            {
+                std::unique_lock<std::mutex> lock(mutex);
+                waitUntil(changed, &lock, steadyNow() + kRoleDelay, [&] { return consoleTold; });
+            }
             tellOthers();
         });
     } catch (const std::system_error &) {
         // The system gives no thread: the roles follow one another.
     }
     client->OnDefaultDeviceChanged(flow, eConsole, id);
-    consoleTold.set_value();
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        consoleTold = true;
+        changed.notify_all();
+    }
     if (others.joinable())
-        others.join();
+        joinThread(others);
     else
         tellOthers();
 }

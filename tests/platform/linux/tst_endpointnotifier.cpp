@@ -2,6 +2,8 @@
 
 #include "platform/linux/audio/endpointnotifier.h"
 #include "tests/platform/notificationlog.h"
+#include "tests/support/virtualmain.h"
+#include "tests/support/waiting.h"
 
 #include <cerrno>
 #include <dlfcn.h>
@@ -50,7 +52,7 @@ void fill(EndpointCatalogue *catalogue)
 
 bool waitUntilDelivered(const EndpointNotifier &notifier)
 {
-    return QTest::qWaitFor([&] { return notifier.delivered(); }, 10000);
+    return waitUntil([&] { return notifier.delivered(); }, 10000);
 }
 
 } // namespace
@@ -165,7 +167,9 @@ void EndpointNotifierTest::reconnectionIsANewConnection()
 void EndpointNotifierTest::waitingEndsWithTheDeadline()
 {
     EndpointCatalogue catalogue;
-    const auto snapshot = catalogue.waitForChange(0, EndpointCatalogue::Clock::now() + 50ms);
+    const quint64 beforeMs = tickCountMs();
+    const auto snapshot = catalogue.waitForChange(0, steadyNow() + 50ms);
+    QCOMPARE(tickCountMs() - beforeMs, 50ULL);
     QCOMPARE(snapshot->serial, static_cast<std::uint64_t>(0));
     catalogue.disconnect();
     QCOMPARE(catalogue.waitForChange(0, EndpointCatalogue::Clock::time_point::max())->serial,
@@ -237,14 +241,16 @@ void EndpointNotifierTest::removalWaitsForACallUnderWay()
     std::atomic<bool> left {false};
     log.setAction([&] {
         inside = true;
-        std::this_thread::sleep_for(300ms);
+        sleepMs(300);
         left = true;
     });
     notifier.add(this, &log);
     catalogue.update(endpoint(L"c", 3));
-    QVERIFY(QTest::qWaitFor([&] { return inside.load(); }, 10000));
+    QVERIFY(waitUntil([&] { return inside.load(); }, 10000));
+    const quint64 beforeMs = tickCountMs();
     QVERIFY(notifier.remove(this, &log));
     QVERIFY(left);
+    QCOMPARE(tickCountMs() - beforeMs, 300ULL);
 }
 
 void EndpointNotifierTest::removalFromWithinACallDoesNotWait()
@@ -313,10 +319,12 @@ void EndpointNotifierTest::slowListenerHearsTheLatestDefault()
     EndpointNotifier notifier(&catalogue);
     fill(&catalogue);
     QVERIFY(waitUntilDelivered(notifier));
-    log.setAction([] { std::this_thread::sleep_for(50ms); });
+    log.setAction([] { sleepMs(50); });
     notifier.add(this, &log);
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; i < 1000; ++i) {
         catalogue.setDefaults(i % 2 ? L"a" : L"b", L"");
+        spin(1);
+    }
     catalogue.setDefaults(L"b", L"");
     QVERIFY(waitUntilDelivered(notifier));
     const QStringList lines = log.lines();
@@ -336,13 +344,20 @@ void EndpointNotifierTest::slowListenerHearsEveryRoleMeanwhile()
     std::atomic<bool> consoleReturned {false};
     log.setAction([&] {
         if (calls++ == 0) {
-            std::this_thread::sleep_for(1500ms);
+            sleepMs(1500);
             consoleReturned = true;
         }
     });
     catalogue.setDefaults(L"b", L"");
-    QVERIFY(log.waitFor(NotificationLog::defaultLines(QStringLiteral("b"))));
+    spin(49);
+    QCOMPARE(log.lines(), NotificationLog::defaultLines(QStringLiteral("b")).mid(0, 1));
+    spin(1);
+    QCOMPARE(log.lines(), NotificationLog::defaultLines(QStringLiteral("b")));
+    spin(1449);
     QVERIFY(!consoleReturned);
+    QVERIFY(!notifier.delivered());
+    spin(1);
+    QVERIFY(consoleReturned);
     QVERIFY(waitUntilDelivered(notifier));
     QCOMPARE(calls.load(), 3);
 }
@@ -394,5 +409,5 @@ void EndpointNotifierTest::destructionReleasesListeners()
     QCOMPARE(log.references(), 1L);
 }
 
-QTEST_GUILESS_MAIN(EndpointNotifierTest)
+VIRTUAL_TIME_MAIN(EndpointNotifierTest)
 #include "tst_endpointnotifier.moc"
