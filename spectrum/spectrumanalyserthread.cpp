@@ -1,6 +1,7 @@
 #include "spectrum/spectrumanalyserthread.h"
 
 #include "platform/lastreport.h"
+#include "platform/timesource.h"
 #include "spectrum/fft/fftrealwrapper.h"
 
 #include <QDebug>
@@ -40,7 +41,7 @@ SpectrumAnalyserThread::SpectrumAnalyserThread(QObject *parent)
     connect(m_thread, &QThread::started, this, &reserveCrashStack, Qt::DirectConnection);
     setParent(nullptr); // an object with a parent cannot change threads
     moveToThread(m_thread);
-    m_thread->start();
+    startThread(*m_thread);
     setWindowFunction(m_windowFunction);
 }
 

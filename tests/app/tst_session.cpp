@@ -1,12 +1,16 @@
 // The session's events as window messages, and the restart that they cause.
 #include "app/widget.h"
+#include "platform/qtgeneration.h"
 #include "report/deliverreport.h"
 #include "spectrum/specengine.h"
 #include "tests/support/fakeaudio.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/virtualmain.h"
+#include "tests/support/waiting.h"
 
 #include <windows.h>
 #include <memory>
+#include <QApplication>
 #include <QPushButton>
 #include <QTest>
 #include <QTextBrowser>
@@ -16,9 +20,10 @@ namespace {
 
 constexpr int kPatienceMs = 20000;
 
-// Milliseconds from an event to the Initialize that answers it: the second of the restart and the
-// half second that a start pauses after the old client, less what clocks and timers differ.
-constexpr int kEarliestStartMs = 1450;
+// Milliseconds from an event to the start that answers it, which begins with the end of the old
+// client and goes on after a pause.
+constexpr qint64 kRestartMs = 1000;
+constexpr qint64 kPauseMs = 500;
 
 FakeAudio &world()
 {
@@ -73,6 +78,21 @@ private:
     {
         setReportSink([](const QString &report) { qFatal("%s", qPrintable(report)); });
     }
+    /// The start that answers an event of that moment comes a second after it, to the millisecond.
+    static void startsAfterASecond(qint64 eventMs)
+    {
+        spin(10); // the old session ends
+        const int stops = world().calls(FakeCall::Stop);
+        const int starts = world().calls(FakeCall::Initialize);
+        spin(static_cast<int>(eventMs + kRestartMs - 1 - world().nowMs()));
+        QCOMPARE(world().calls(FakeCall::Stop), stops);
+        spin(1);
+        QCOMPARE(world().calls(FakeCall::Stop), stops + 1);
+        QCOMPARE(world().records(FakeCall::Stop).last().atMs, eventMs + kRestartMs);
+        QCOMPARE(world().calls(FakeCall::Initialize), starts + 1);
+        QCOMPARE(world().records(FakeCall::Initialize).last().atMs,
+                 eventMs + kRestartMs + kPauseMs);
+    }
     QString logView() const { return m_widget->findChild<QTextBrowser *>()->toPlainText(); }
 
     std::unique_ptr<OpenWidget> m_widget;
@@ -90,13 +110,13 @@ void SessionTest::init()
 {
     m_widget = std::make_unique<OpenWidget>();
     m_widget->show();
-    QTRY_VERIFY_WITH_TIMEOUT(!world().capturedDevice().isEmpty(), kPatienceMs);
+    QVERIFY(waitUntil([&] { return !world().capturedDevice().isEmpty(); }, kPatienceMs));
 }
 
 void SessionTest::cleanup()
 {
     m_widget.reset();
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
+    QVERIFY(waitUntil([&] { return world().capturedDevice().isEmpty(); }, kPatienceMs));
 }
 
 void SessionTest::everyCode_data()
@@ -163,31 +183,32 @@ void SessionTest::lockThenUnlockRestartsAfterASecond()
     QVERIFY(SpecEngine::instance()->isCapturing());
     QCOMPARE(logView(), QString());
     const int starts = world().calls(FakeCall::Initialize);
-    QElapsedTimer clock;
-    clock.start();
+    const qint64 eventMs = world().nowMs();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK);
     QCOMPARE(logView(), QStringLiteral("用户登录：重启服务"));
     QVERIFY(!SpecEngine::instance()->isCapturing());
     QVERIFY(log.inOrder({QStringLiteral("系统锁屏"), QStringLiteral("系统解锁")}));
-    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, kPatienceMs);
-    QVERIFY2(clock.elapsed() >= kEarliestStartMs, qPrintable(QString::number(clock.elapsed())));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
+    startsAfterASecond(eventMs);
+    QCOMPARE(world().calls(FakeCall::Initialize), starts + 1);
+    QVERIFY(waitUntil([&] { return world().capturedDevice() == QStringLiteral("speakers"); },
+                      kPatienceMs));
     QVERIFY(SpecEngine::instance()->isCapturing());
+    spin(5000);
     QCOMPARE(world().calls(FakeCall::Initialize), starts + 1);
 }
 
 void SessionTest::logOnWhileStoppedStarts()
 {
     Q_EMIT m_widget->findChild<QPushButton *>(QStringLiteral("pushButton_2"))->released();
-    QTRY_VERIFY_WITH_TIMEOUT(world().capturedDevice().isEmpty(), kPatienceMs);
+    QVERIFY(waitUntil([&] { return world().capturedDevice().isEmpty(); }, kPatienceMs));
     const int starts = world().calls(FakeCall::Initialize);
-    QElapsedTimer clock;
-    clock.start();
+    const qint64 eventMs = world().nowMs();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_LOGON);
     QCOMPARE(logView(), QStringLiteral("停止\n用户登录：重启服务"));
-    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 1, kPatienceMs);
-    QVERIFY2(clock.elapsed() >= kEarliestStartMs, qPrintable(QString::number(clock.elapsed())));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
+    startsAfterASecond(eventMs);
+    QCOMPARE(world().calls(FakeCall::Initialize), starts + 1);
+    QVERIFY(waitUntil([&] { return world().capturedDevice() == QStringLiteral("speakers"); },
+                      kPatienceMs));
 }
 
 void SessionTest::logOnWhileARestartIsPendingStopsNothing()
@@ -198,15 +219,18 @@ void SessionTest::logOnWhileARestartIsPendingStopsNothing()
     MessageLog log;
     world().fail(FakeCall::Start, {E_FAIL}, world().calls(FakeCall::Start) + 1, 1);
     SpecEngine::instance()->start();
-    QTRY_VERIFY_WITH_TIMEOUT(log.contains(QStringLiteral("需要自动重启，延迟500ms")), kPatienceMs);
+    QVERIFY(waitUntil([&] { return log.contains(QStringLiteral("需要自动重启，延迟500ms")); },
+                      kPatienceMs));
     QVERIFY(!SpecEngine::instance()->isCapturing());
     const int starts = world().calls(FakeCall::Initialize);
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_LOGON);
-    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, kPatienceMs);
+    QVERIFY(
+        waitUntil([&] { return world().calls(FakeCall::Initialize) == starts + 2; }, kPatienceMs));
     QVERIFY(log.inOrder({QStringLiteral("用户登录"),
                          QStringLiteral("[handleThreadStopped] 正在执行自动重启..."),
                          QStringLiteral("[Step 6]"), QStringLiteral("[Step 6]")}));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
+    QVERIFY(waitUntil([&] { return world().capturedDevice() == QStringLiteral("speakers"); },
+                      kPatienceMs));
     world().clearFaults();
     failOnReports();
 }
@@ -215,7 +239,7 @@ void SessionTest::consoleDisconnectLeavesCaptureAsItWas()
 {
     const int starts = world().calls(FakeCall::Initialize);
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_CONSOLE_DISCONNECT);
-    QTest::qWait(1300);
+    spin(1300);
     QVERIFY(SpecEngine::instance()->isCapturing());
     QCOMPARE(world().calls(FakeCall::Initialize), starts);
     QCOMPARE(logView(), QString());
@@ -226,18 +250,23 @@ void SessionTest::twoEventsStopOnceAndStartTwice()
     const int starts = world().calls(FakeCall::Initialize);
     const qint64 firstMs = world().nowMs();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_CONSOLE_CONNECT);
-    QTest::qWait(200);
+    spin(200);
     const qint64 secondMs = world().nowMs();
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK);
     QCOMPARE(logView(), QStringLiteral("用户登录：重启服务\n用户登录：重启服务"));
-    QTRY_COMPARE_WITH_TIMEOUT(world().calls(FakeCall::Initialize), starts + 2, kPatienceMs);
+    QVERIFY(
+        waitUntil([&] { return world().calls(FakeCall::Initialize) == starts + 2; }, kPatienceMs));
     const QList<FakeCallRecord> calls = world().records(FakeCall::Initialize);
     const qint64 firstGap = calls.at(starts).atMs - firstMs;
     const qint64 secondGap = calls.at(starts + 1).atMs - secondMs;
-    QVERIFY2(firstGap >= kEarliestStartMs, qPrintable(QString::number(firstGap)));
-    QVERIFY2(secondGap >= kEarliestStartMs, qPrintable(QString::number(secondGap)));
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
-    QTest::qWait(1300); // neither event starts a third time
+    QCOMPARE(firstGap, kRestartMs + kPauseMs);
+    // Its second is over while the first start pauses. It begins when that one has ended, and waits
+    // for the session that it had just begun.
+    QVERIFY2(secondGap >= kRestartMs + kPauseMs && secondGap < 2000,
+             qPrintable(QString::number(secondGap)));
+    QVERIFY(waitUntil([&] { return world().capturedDevice() == QStringLiteral("speakers"); },
+                      kPatienceMs));
+    spin(1300); // neither event starts a third time
     QCOMPARE(world().calls(FakeCall::Initialize), starts + 2);
 }
 
@@ -246,7 +275,7 @@ void SessionTest::destroyedWindowStartsNothing()
     m_widget->pass(WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK);
     const int starts = world().calls(FakeCall::Initialize);
     m_widget.reset();
-    QTest::qWait(1300);
+    spin(1300);
     QVERIFY(!SpecEngine::instance()->isCapturing());
     QCOMPARE(world().calls(FakeCall::Initialize), starts);
 }
@@ -257,9 +286,9 @@ void SessionTest::registrationIsLoggedAndItsFailureChangesNothing()
     m_widget.reset();
     m_widget = std::make_unique<OpenWidget>();
     QCOMPARE(log.count(QStringLiteral("注册windows通知事件： " TONEWELL_REGISTERS)), 1);
-    QTRY_COMPARE_WITH_TIMEOUT(world().capturedDevice(), QStringLiteral("speakers"), kPatienceMs);
+    QVERIFY(waitUntil([&] { return world().capturedDevice() == QStringLiteral("speakers"); },
+                      kPatienceMs));
 }
 
-QTEST_MAIN(SessionTest)
-#include "platform/qtgeneration.h"
+VIRTUAL_TIME_MAIN_WITH(QApplication, SessionTest)
 #include "tst_session.moc"

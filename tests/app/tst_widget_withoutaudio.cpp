@@ -4,7 +4,10 @@
 #include "remote/commoninterface.h"
 #include "report/deliverreport.h"
 #include "spectrum/specengine.h"
+#include "tests/support/virtualmain.h"
+#include "tests/support/waiting.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QSignalSpy>
 #include <QTest>
@@ -37,11 +40,11 @@ void WidgetWithoutAudioTest::comboStaysEmptyAndMessagesArePublished()
     QVERIFY(!SpecEngine::instance()->isCapturing());
 
     QSignalSpy sent(widget.findChild<CommonInterface *>(), &CommonInterface::sigMessage);
-    QTRY_VERIFY_WITH_TIMEOUT(sent.count() >= 10, 20000);
+    QVERIFY(waitUntil([&] { return sent.count() >= 10; }, 20000));
     const QStringList fields = sent.last().at(0).toString().split(QStringLiteral("/&+&/"));
     QCOMPARE(fields.size(), 104);
     QCOMPARE(fields.mid(1), QVector<QString>(103, QStringLiteral("0")).toList());
 }
 
-QTEST_MAIN(WidgetWithoutAudioTest)
+VIRTUAL_TIME_MAIN_WITH(QApplication, WidgetWithoutAudioTest)
 #include "tst_widget_withoutaudio.moc"

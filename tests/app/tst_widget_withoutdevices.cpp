@@ -4,7 +4,10 @@
 #include "report/deliverreport.h"
 #include "spectrum/specengine.h"
 #include "tests/support/fakeaudio.h"
+#include "tests/support/virtualmain.h"
+#include "tests/support/waiting.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QSignalSpy>
 #include <QTest>
@@ -38,9 +41,9 @@ void WidgetWithoutDevicesTest::comboHoldsNoDeviceAndMessagesArePublished()
     QVERIFY(!SpecEngine::instance()->isCapturing());
 
     QSignalSpy sent(widget.findChild<CommonInterface *>(), &CommonInterface::sigMessage);
-    QTRY_VERIFY_WITH_TIMEOUT(sent.count() >= 10, 20000);
+    QVERIFY(waitUntil([&] { return sent.count() >= 10; }, 20000));
     QCOMPARE(sent.last().at(0).toString().split(QStringLiteral("/&+&/")).size(), 104);
 }
 
-QTEST_MAIN(WidgetWithoutDevicesTest)
+VIRTUAL_TIME_MAIN_WITH(QApplication, WidgetWithoutDevicesTest)
 #include "tst_widget_withoutdevices.moc"
