@@ -51,8 +51,8 @@ class Judging(unittest.TestCase):
         with open(os.path.join(self.folder, name, "events.csv"), "w", encoding="ascii") as file:
             csv.writer(file).writerows([("begin", "end", "kind", "text"), *events])
 
-    def judge(self):
-        return subprocess.run([SOAK, "--judge", self.folder], check=False, timeout=60, text=True,
+    def judge(self, *options):
+        return subprocess.run([SOAK, *options, "--judge", self.folder], check=False, timeout=60, text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
     def failures(self):
@@ -186,6 +186,14 @@ class Judging(unittest.TestCase):
         self.samples = []
         self.assertIn("there are no samples", self.failures())
 
+    def test_one_scenario_alone_can_be_judged(self):
+        self.grow("anonymous_kb", 500)
+        self.write("switches", self.samples, self.events)
+        for name, code in (("steady", 0), ("switches", 1)):
+            done = self.judge("--only", name)
+            self.assertEqual(done.returncode, code, done.stdout)
+            self.assertEqual(re.findall(r"^\w+:", done.stdout, re.M), [name + ":", "drawn:"])
+
     def test_what_is_no_record_is_refused(self):
         path = os.path.join(self.folder, "steady", "samples.csv")
         for content in ("", "seconds,load\n1,x\n", None):
@@ -205,7 +213,7 @@ class Options(unittest.TestCase):
     def test_wrong_ones_are_refused(self):
         for words in ([], ["0"], ["-1"], ["junk"], ["nan"], ["1e9"], ["1", "2"], ["1", "--judge", SOURCE],
                       ["--judge", "/no/such/folder"], ["1", "--programs", SOURCE], ["1", "--seed", "x"],
-                      ["1", "--programs", BINARIES, "--folder", SOURCE]):
+                      ["1", "--only", "x"], ["1", "--programs", BINARIES, "--folder", SOURCE]):
             with self.subTest(words=words):
                 done = subprocess.run([SOAK, *words], check=False, timeout=60, text=True,
                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
