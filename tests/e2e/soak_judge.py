@@ -5,8 +5,9 @@ then; the lowest number of descriptors, of sockets and of threads in the last qu
 that in the first. A gap between two messages may last GAP seconds, unless it touches a fault: a
 switch of the default and the two seconds after it, a killed server from then until five seconds
 after it is back. There are faults in the scenario "switches" alone: consumers are none. A gap is the
-machine's, and counted apart, if no more than that is left of it without the time in which the bare
-timer beside it did not run either. Of the messages 1 of 100 may be missing, besides what the bare
+machine's, and counted apart, if no more than that is left of it without the time in which a bare timer
+of the run did not run either, or another scenario's consumer waited as well: the three copies of the
+program share nothing but the machine. Of the messages 1 of 100 may be missing, besides what the bare
 timer missed as well; of 100 that come 99 must have the tone in them where it plays all the time, and
 where it moves it must be found again before it moves on.
 """
@@ -37,6 +38,7 @@ class Scenario:
                            for row in self._rows(folder, "events.csv")]
         except (OSError, KeyError, TypeError, ValueError) as failure:
             raise Unreadable(f"no record of a run in {folder}: {failure}") from None
+        self.clock = next((float(event[3]) for event in self.of_kind("clock")), None)
         self.lines = []  # passed (None: not judged), text
 
     @staticmethod
@@ -50,11 +52,21 @@ class Scenario:
     def add(self, passed, text):
         self.lines.append((passed, text))
 
-    def judge(self):
+    def lateness(self, others):
+        """When the machine was late, by all that tells, in seconds of this scenario."""
+        intervals = [event[:2] for event in self.of_kind("late")]
+        for other in others:
+            if None not in (self.clock, other.clock):
+                shift = other.clock - self.clock
+                intervals += [(begin + shift, end + shift) for begin, end, kind, _ in other.events
+                              if kind in ("late", "gap")]
+        return intervals
+
+    def judge(self, others):
         self.judge_process()
         if len(self.samples) > 1:
             self.judge_growth()
-            self.judge_gaps()
+            self.judge_gaps(self.lateness(others))
             self.judge_messages()
             self.judge_tone()
         else:
@@ -92,8 +104,7 @@ class Scenario:
                   (("rss_file_kb", "programs and libraries"), ("rss_shmem_kb", "shared with the sound server")))
         self.add(None, f"for information: {'; '.join(others)}")
 
-    def judge_gaps(self):
-        late = [event[:2] for event in self.of_kind("late")]
+    def judge_gaps(self, late):
         faults = [(begin, end + RECOVERY[text]) for begin, end, _, text in self.of_kind("fault")]
         causes = {"a fault": [], "the machine": [], "nothing known": []}
         for begin, end in (event[:2] for event in self.of_kind("gap") if event[1] - event[0] > GAP):
@@ -137,15 +148,21 @@ class Scenario:
 
 
 def overlap(begin, end, intervals):
-    """How much of it the intervals cover, which do not overlap each other."""
-    return sum(max(0, min(end, last) - max(begin, first)) for first, last in intervals)
+    """How much of it the intervals cover, which may overlap each other."""
+    covered = 0
+    for first, last in sorted(intervals):
+        first, last = max(begin, first), min(end, last)
+        if last > first:
+            covered += last - first
+            begin = last
+    return covered
 
 
 def judge(scenarios):
     """Prints the verdicts; whether nothing has failed."""
     passed = True
     for scenario in scenarios:
-        scenario.judge()
+        scenario.judge([other for other in scenarios if other is not scenario])
         samples = scenario.samples
         if samples:
             load = [sample["load"] for sample in samples]

@@ -87,6 +87,7 @@ class Record:
         self.events = open(os.path.join(folder, "events.csv"), "w", newline="", encoding="utf-8")
         self.write(self.samples, COLUMNS)
         self.write(self.events, ("begin", "end", "kind", "text"))
+        self.now("clock", f"{time.time() - time.monotonic() + self.begin:.3f}")
         self.messages = self.tone = self.faults = 0
         self.last = None  # message
         self.last_sample = None  # time and messages

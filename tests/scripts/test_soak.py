@@ -28,7 +28,7 @@ TIMING = ("longest gap", " missing, ", " times not", " have the tone in them")
 def good_record():
     samples = [{"seconds": 30 * i, "messages": 1500 * i, "tone": 1500 * i, **SAMPLE}
                for i in range(1, HALF_MINUTES + 1)]
-    return samples, [(0, 0, "start", "pid 77"), (1800, 1800.1, "exit", "0")]
+    return samples, [(0, 0, "start", "pid 77"), (1800, 1800.1, "exit", "0"), (0, 0, "clock", "5000.000")]
 
 
 class Judging(unittest.TestCase):
@@ -139,6 +139,18 @@ class Judging(unittest.TestCase):
         self.assertEqual(self.failures(), [])
         self.assertIn("1 by the machine (up to 600 ms)", self.judge().stdout)
         self.events[-1] = (900.4, 901.4, "late", "")
+        self.assert_fails("0 by the machine, 1 by nothing known")
+
+    def test_a_gap_is_the_machines_as_far_as_another_copy_of_the_program_waited_as_well(self):
+        samples, events = good_record()
+        events[2] = (0, 0, "clock", "5010.000")
+        self.write("steady", samples, [*events, (890.1, 890.3, "gap", ""), (890.25, 890.5, "late", "")])
+        self.gap(900, 0.6)
+        self.assertEqual(self.failures(), [])
+        self.gap(890, 0.6)
+        self.assert_fails("1 by the machine .* 1 by nothing known")
+        self.events.pop()
+        self.events.remove((0, 0, "clock", "5000.000"))
         self.assert_fails("0 by the machine, 1 by nothing known")
 
     def test_another_process_fails(self):
