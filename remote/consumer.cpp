@@ -14,6 +14,7 @@ Consumer::Consumer(QLocalSocket *socket, const QString &objectName, QObject *par
     m_turn.setInterval(kTurnMs);
     connect(m_socket, &QLocalSocket::readyRead, this, &Consumer::takeTurn);
     connect(&m_turn, &QTimer::timeout, this, &Consumer::takeTurn);
+    connect(m_socket, &QLocalSocket::bytesWritten, this, &Consumer::noteProgress);
     connect(m_socket, &QLocalSocket::disconnected, this, &Consumer::leave);
     open(ReadWrite | Unbuffered);
 }
@@ -42,6 +43,7 @@ qint64 Consumer::writeData(const char *data, qint64 size)
     if (m_socket->state() != QLocalSocket::ConnectedState)
         return size;
     m_socket->write(data, size);
+    m_isBehind = m_isBehind || m_socket->bytesToWrite() > kBehindBytes;
     // abort(), unlike close(), does not wait until the consumer has read everything.
     if (m_socket->bytesToWrite() > kMostUnreadBytes)
         m_socket->abort();
@@ -71,6 +73,14 @@ void Consumer::takeTurn()
     m_received.remove(0, end);
     if (!m_checked.isEmpty())
         Q_EMIT readyRead();
+}
+
+void Consumer::noteProgress()
+{
+    if (!m_isBehind || m_socket->bytesToWrite() > 0)
+        return;
+    m_isBehind = false;
+    Q_EMIT caughtUp();
 }
 
 void Consumer::leave()

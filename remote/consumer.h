@@ -24,6 +24,7 @@ class Consumer : public QIODevice {
 
 public:
     static constexpr qint64 kMostUnreadBytes = 1024LL * 1024;
+    static constexpr qint64 kBehindBytes = 64LL * 1024;
     static constexpr int kTurnBytes = 1024;
     static constexpr int kTurnMs = 40;
 
@@ -38,6 +39,8 @@ Q_SIGNALS:
     /// The last word: the connection is gone, whoever ended it, and so will be the device, which
     /// deletes itself then.
     void disconnected();
+    /// More than kBehindBytes waited for it, and now nothing does.
+    void caughtUp();
 
 protected:
     qint64 readData(char *data, qint64 maxSize) override;
@@ -46,11 +49,13 @@ protected:
 
 private:
     void takeTurn();
+    void noteProgress();
     void leave();
 
     QLocalSocket *m_socket;
     ConsumerFrames m_frames;
     QByteArray m_received; ///< the beginning of a frame
     QByteArray m_checked; ///< whole frames, for the host
+    bool m_isBehind = false;
     QTimer m_turn; ///< active while the consumer has had its turn
 };

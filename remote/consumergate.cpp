@@ -1,6 +1,7 @@
 #include "remote/consumergate.h"
 
 #include "platform/descriptors.h"
+#include "platform/heap.h"
 #include "remote/consumer.h"
 #include "remote/listenfailure.h"
 
@@ -18,6 +19,9 @@ ConsumerGate::ConsumerGate(QRemoteObjectHost *host, const QUrl &url, const QStri
 {
     // A scheme that the host does not know: it then leaves the listening to others.
     host->setHostUrl(QUrl(QStringLiteral("gate:")), QRemoteObjectHost::AllowExternalRegistration);
+    m_tidy.setSingleShot(true);
+    m_tidy.setInterval(kTidyMs);
+    connect(&m_tidy, &QTimer::timeout, this, &returnFreeMemory);
     listen();
     auto *const timer = new QTimer(this);
     connect(timer, &QTimer::timeout, this, &ConsumerGate::listen);
@@ -53,6 +57,8 @@ void ConsumerGate::admit()
         return;
     }
     auto *const consumer = new Consumer(socket, m_objectName, this);
+    connect(consumer, &Consumer::caughtUp, this, &ConsumerGate::tidySoon);
+    connect(consumer, &QObject::destroyed, this, &ConsumerGate::tidySoon);
     m_host->addHostSideConnection(consumer);
     // The device that the host has just made for it does not notice by itself that it is gone.
     QObject *const device = m_host->children().constLast();
@@ -63,4 +69,11 @@ bool ConsumerGate::isFull() const
 {
     const auto others = findChildren<Consumer *>(QString(), Qt::FindDirectChildrenOnly).size();
     return others >= kMostConsumers || (others > 0 && freeDescriptors() < kSpareDescriptors);
+}
+
+void ConsumerGate::tidySoon()
+{
+    // Not put off by the next one: they may leave one after the other for hours.
+    if (!m_tidy.isActive())
+        m_tidy.start();
 }

@@ -3,6 +3,7 @@
 #include <memory>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 class QLocalServer;
 class QRemoteObjectHost;
@@ -18,6 +19,8 @@ class QUrl;
 /// - What a consumer sends, and how much may wait for it, is checked by Consumer.
 /// - A listener that was lost (descriptors ran out while it accepted), or could not be had at
 ///   first, is tried again every kListenAgainMs. The signals tell of a loss that lasts.
+/// - The allocator keeps the memory in which messages have waited for a consumer: kTidyMs after one
+///   has left or caught up, all that is free goes back to the host.
 ///
 /// What is dropped may connect again. Lives on the host's thread, as the host's child.
 class ConsumerGate : public QObject {
@@ -28,6 +31,7 @@ public:
     static constexpr int kSpareDescriptors = 16;
     static constexpr int kListenAgainMs = 500;
     static constexpr int kMostAttempts = 30; ///< without success, before the gate gives up
+    static constexpr int kTidyMs = 1000;
 
     /// Listens at the url (`local:NAME`) from now on, for consumers of the object of that name. The
     /// host must have no URL yet; it can enable remoting afterwards. A name that another process
@@ -46,10 +50,12 @@ private:
     void listen();
     void admit();
     bool isFull() const;
+    void tidySoon();
 
     QRemoteObjectHost *m_host;
     const QString m_objectName;
     const QString m_name; ///< of the local server
     std::unique_ptr<QLocalServer> m_server; ///< null before the first attempt
     int m_failures = 0; ///< attempts to listen since the last success
+    QTimer m_tidy; ///< active once a consumer has left or caught up
 };
