@@ -51,6 +51,7 @@ Block block()
 Block freeBelow()
 {
     std::vector<Block> blocks;
+    blocks.reserve(kBlocks);
     for (int i = 0; i < kBlocks; ++i)
         blocks.push_back(block());
     return block();
